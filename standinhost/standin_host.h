@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// A stand-in for the Vesk runtime: implements the nine functions of module/host/host_runtime.h for
+// builds, tests and tools without the runtime. This header is for whoever plays the host.
+//
+// The pending exception, the observer and the open staging directory's name are kept per thread;
+// nothing else outlives a call. Native exceptions leave the nine functions only when memory runs
+// out, when an observer throws, or when a stream that is set to throw does.
+//
+// Messages of its own, fixed texts without system text:
+//   staging   "Cannot inspect destination"
+//             "Destination already exists"
+//             "Cannot create destination parent directory"
+//             "Cannot create staging directory"
+//   commit    "Destination already exists"
+//             "Cannot move extracted files to destination"
+//   inflate   "Invalid DEFLATE data"
+//             "Truncated DEFLATE data"
+//             "DEFLATE output is shorter than its declared size"
+//             "DEFLATE output is longer than its declared size"
+//             "Unexpected data after DEFLATE stream"
+//             "Cannot store DEFLATE output"
+//
+// What an extraction keeps beside its destination NAME, and what a killed process may leave there:
+//   .NAME.vesk-unpacking-new-XXXXXX         files being extracted; nothing is to be replaced
+//   .NAME.vesk-unpacking-replacing-XXXXXX   files being extracted, or the old tree being deleted
+//   .NAME.vesk-replaced-XXXXXX              the old tree, where two trees cannot be exchanged
+//   .NAME.vesk-permissions-XXXXXX           an empty directory that shows the ordinary permissions
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vesk::standin {
+
+/// A host exception: the class name and message that Vesk_raise was given.
+struct PendingError {
+    std::string className;
+    std::string message;
+};
+
+/// Returns the calling thread's pending exception and clears it; nothing when none is pending.
+/// The first raise stays until it is taken: a later one does not replace it.
+std::optional<PendingError> takePendingError();
+
+/// The mode argument of the exported functions: its address is the handle. It must outlive the
+/// call. A null handle means "do not overwrite".
+struct Mode {
+    bool overwrite = false;
+};
+
+/// The host calls by which the progress of an exported call can be seen.
+enum class HostCall { hasPendingError, runtimeFsPath };
+
+/// Called on the calling thread right before the stand-in answers such a call. It may throw: the
+/// exception leaves the exported function, which releases everything on the way.
+using CallObserver = void (*)(void* context, HostCall call);
+
+/// Sets the calling thread's observer; a null observer removes it. `context` is handed back
+/// unseen and must outlive the observation.
+void observeCalls(CallObserver observer, void* context);
+
+/// Removes the staging directory that the calling thread prepared last, if it has neither been
+/// committed nor removed. For whoever has caught what left an exported function: on that way the
+/// module removes nothing. A relative destination is looked for in the current directory.
+void abandonStaging();
+
+}  // namespace vesk::standin

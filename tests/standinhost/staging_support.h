@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+// Helpers of the staging tests: the calls with their results, and what is in a directory.
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "module/host/host_runtime.h"
+#include "tests/support/temp_dir.h"
+
+namespace vesk::testing {
+
+/// What a staging function gave; `error` held "before" when it was called.
+struct StagingResult {
+    bool ok;
+    std::filesystem::path staging;
+    std::string error;
+};
+
+inline StagingResult prepare(const std::filesystem::path& destination, bool overwrite) {
+    StagingResult result{false, {}, "before"};
+    result.ok = runtime::archives::prepareExtractionStaging(destination, overwrite, result.staging,
+                                                            result.error);
+    return result;
+}
+
+inline StagingResult commit(const std::filesystem::path& staging,
+                            const std::filesystem::path& destination) {
+    StagingResult result{false, staging, "before"};
+    result.ok = runtime::archives::commitExtractionStaging(staging, destination, result.error);
+    return result;
+}
+
+/// Prepares staging and puts the file "new" into it; throws when it cannot be prepared.
+inline std::filesystem::path stageNewTree(const std::filesystem::path& destination,
+                                          bool overwrite) {
+    const StagingResult prepared = prepare(destination, overwrite);
+    if (!prepared.ok) throw std::runtime_error("not prepared: " + prepared.error);
+    writeFile(prepared.staging / "new", "new");
+    return prepared.staging;
+}
+
+/// Every name below `directory` with the file's content, a link's target after "-> ", "/" for a
+/// directory and "?" for anything else.
+inline std::map<std::string, std::string> treeAt(const std::filesystem::path& directory) {
+    namespace fs = std::filesystem;
+    std::map<std::string, std::string> tree;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
+        std::string content = "?";
+        if (entry.is_symlink()) {
+            content = "-> " + fs::read_symlink(entry.path()).native();
+        } else if (entry.is_directory()) {
+            content = "/";
+        } else if (entry.is_regular_file()) {
+            content = readFile(entry.path());
+        }
+        tree[entry.path().lexically_relative(directory).native()] = content;
+    }
+    return tree;
+}
+
+using Tree = std::map<std::string, std::string>;
+
+/// What can stand at the destination, made by makeAt. `link...` point at something beside it.
+enum class Kind {
+    nothing,
+    file,
+    fifo,
+    emptyDirectory,
+    tree,
+    linkToTree,
+    linkToFile,
+    dangling,
+    throughFile,
+    loop
+};
+
+struct KindRow {
+    const char* name;
+    Kind kind;
+};
+
+/// Every kind of thing but nothing.
+inline constexpr KindRow existingKinds[] = {
+    {"file", Kind::file},
+    {"fifo", Kind::fifo},
+    {"empty directory", Kind::emptyDirectory},
+    {"tree", Kind::tree},
+    {"link to a tree", Kind::linkToTree},
+    {"link to a file", Kind::linkToFile},
+    {"dangling link", Kind::dangling},
+    {"link through a file", Kind::throughFile},
+    {"link to itself", Kind::loop},
+};
+
+/// Makes a thing of the kind at `path`. What a link points at is beside it, named "pointed".
+inline void makeAt(const std::filesystem::path& path, Kind kind) {
+    namespace fs = std::filesystem;
+    const fs::path pointed = path.parent_path() / "pointed";
+    switch (kind) {
+        case Kind::nothing:
+            return;
+        case Kind::file:
+            return writeFile(path, "old");
+        case Kind::fifo:
+            if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("mkfifo failed");
+            return;
+        case Kind::emptyDirectory:
+            fs::create_directory(path);
+            return;
+        case Kind::tree:
+            return writeFile(path / "sub" / "old", "old");
+        case Kind::linkToTree:
+            writeFile(pointed / "sub" / "old", "old");
+            return fs::create_symlink("pointed", path);
+        case Kind::linkToFile:
+            writeFile(pointed, "old");
+            return fs::create_symlink("pointed", path);
+        case Kind::dangling:
+            return fs::create_symlink("pointed", path);
+        case Kind::throughFile:
+            writeFile(pointed, "kept");
+            return fs::create_symlink("pointed/x", path);
+        case Kind::loop:
+            return fs::create_symlink(path.filename(), path);
+    }
+}
+
+/// What is below the directory that held a thing of the kind, named "out", once the tree of
+/// stageNewTree has replaced it.
+inline Tree treeAfterReplacing(Kind kind) {
+    if (kind == Kind::linkToTree || kind == Kind::linkToFile)
+        return {{"out", "-> pointed"}, {"pointed", "/"}, {"pointed/new", "new"}};
+    if (kind == Kind::throughFile) return {{"out", "/"}, {"out/new", "new"}, {"pointed", "kept"}};
+    return {{"out", "/"}, {"out/new", "new"}};
+}
+
+}  // namespace vesk::testing

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+// Running a piece of a test as a user to whom file permissions apply.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <string>
+
+namespace vesk::testing {
+
+/// Runs `body` in a child process as an ordinary user (the id 65534 when this process is root, else
+/// as it is) and returns what it returned, or a text that begins with "child failed" when it threw
+/// or died. Files that the body needs must be open to everyone.
+inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
+    int ends[2];
+    if (pipe(ends) != 0) return "child failed: pipe";
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        std::string result;
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+            result = "child failed: cannot drop privileges";
+        } else {
+            try {
+                result = body();
+            } catch (const std::exception& exception) {
+                result = std::string("child failed: ") + exception.what();
+            }
+        }
+        const bool written =
+            write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size());
+        _exit(written ? 0 : 1);
+    }
+    close(ends[1]);
+    std::string result;
+    char piece[4096];
+    for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;) {
+        result.append(piece, static_cast<std::size_t>(n));
+    }
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "child failed: it died";
+    return result;
+}
+
+}  // namespace vesk::testing

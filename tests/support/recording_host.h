@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+// A host for tests: supplies the nine runtime functions, logs every call, fails on demand.
+//
+// The test executable exports the nine functions, so that the module, once loaded, and the inner
+// routines, where they are linked in, both call them here. What a test does not make fail is done
+// by the stand-in host.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vesk::testing {
+
+/// Receives the host calls of its thread from construction to destruction; one at a time a thread.
+class RecordingHost {
+public:
+    RecordingHost();
+    ~RecordingHost();
+    RecordingHost(const RecordingHost&) = delete;
+    RecordingHost& operator=(const RecordingHost&) = delete;
+
+    /// One line for each call, in order, with the arguments and, after " = ", the answer:
+    ///     Vesk_raise(IOException, Archive path is required)
+    ///     Vesk_hasPendingError() = 0
+    ///     Vesk_runtimeFsPath(out/a.tar)
+    ///     modeIsOverwrite(mode) = 1                 "null" in place of "mode" for a null handle
+    ///     prepareExtractionStaging(out, overwrite=0, staging=, error=) = 1
+    ///     commitExtractionStaging(STAGING, out, error=) = 1
+    ///     removeExtractionTree(STAGING)
+    ///     crc32Update(ffffffff, 1536)
+    ///     inflateRaw(compressed=12, uncompressed=1024, crc=0, error=) = 1
+    /// STAGING stands for the path that prepareExtractionStaging last gave.
+    std::vector<std::string> calls;
+
+    /// The exception that was raised and is pending: the first one; empty when none is.
+    std::optional<std::string> pendingClass;
+    std::optional<std::string> pendingMessage;
+    /// How often Vesk_raise was called.
+    int raiseCount = 0;
+
+    /// When set, the function stores this text and fails without doing anything.
+    std::optional<std::string> prepareFailure;
+    std::optional<std::string> commitFailure;
+    std::optional<std::string> inflateFailure;
+    /// When set, inflateRaw gives back this CRC instead of the right one.
+    std::optional<std::uint32_t> inflateCrc;
+    /// Called, when set, before the named function answers; may throw.
+    std::function<void(const char* text)> beforeRuntimeFsPath;
+    std::function<void()> beforeHasPendingError;
+    std::function<void(const std::string& staging)> beforeCommit;
+
+    /// The staging directory that prepareExtractionStaging last gave.
+    std::string staging;
+};
+
+}  // namespace vesk::testing
