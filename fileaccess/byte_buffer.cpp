@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+// ByteBuffer: growth by the C allocator, which can move pages where a container would copy bytes.
+#include "fileaccess/byte_buffer.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#if __has_include(<sys/mman.h>)
+#include <sys/mman.h>
+#endif
+
+namespace vesk::io::archives {
+
+namespace {
+
+// Touching fresh memory page by page costs more than copying it, so large blocks ask for large
+// pages where the system has them. This is advice only: the bytes are the same where an assumption
+// made here about the allocator or the system does not hold.
+enum : std::size_t {
+    pageSize = 4096,
+    largePageSize = 2 << 20,
+    largeBlock = 1 << 20,
+    allocatorMargin = 16,  // its own bytes before a block, and at most as many after it
+    maxSize = std::numeric_limits<std::ptrdiff_t>::max(),  // pointers cannot differ by more
+};
+
+// Makes a large block and the allocator's bytes around it fill whole large pages: such a mapping
+// begins at one, and keeps them when it is moved to grow.
+std::size_t largePageCapacity(std::size_t capacity) {
+    if (capacity < largeBlock || capacity > maxSize - largePageSize) return capacity;
+    const std::size_t pages = (capacity + 2 * allocatorMargin + largePageSize - 1) / largePageSize;
+    return pages * largePageSize - 2 * allocatorMargin;
+}
+
+// The allocator's bytes around a block are advised too: a mapping that is advised in part falls
+// into pieces and can no longer be moved in one go.
+void preferLargePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
+#ifdef MADV_HUGEPAGE
+    if (size < largeBlock) return;
+    const std::uintptr_t inPage =
+        (reinterpret_cast<std::uintptr_t>(block) - allocatorMargin) % pageSize;
+    const std::size_t before = inPage + allocatorMargin;
+    madvise(static_cast<char*>(block) - before, before + size + allocatorMargin, MADV_HUGEPAGE);
+#endif
+}
+
+}  // namespace
+
+// This class is the owner that the guidelines ask for.
+// NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
+
+ByteBuffer::ByteBuffer(std::size_t size) {
+    if (size == 0) return;
+    data_ = static_cast<std::uint8_t*>(std::calloc(size, 1));
+    if (data_ == nullptr) throw std::bad_alloc();
+    preferLargePages(data_, size);
+    size_ = capacity_ = size;
+}
+
+ByteBuffer::ByteBuffer(ByteBuffer&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)),
+      size_(std::exchange(other.size_, 0)),
+      capacity_(std::exchange(other.capacity_, 0)) {}
+
+ByteBuffer& ByteBuffer::operator=(ByteBuffer&& other) noexcept {
+    ByteBuffer old(std::move(*this));
+    std::swap(data_, other.data_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
+    return *this;
+}
+
+ByteBuffer::~ByteBuffer() {
+    std::free(data_);
+}
+
+void ByteBuffer::reserve(std::size_t capacity) {
+    if (capacity > maxSize) throw std::length_error("vector::reserve");
+    if (capacity <= capacity_) return;
+    const std::size_t allocated = largePageCapacity(capacity);
+    void* const moved = std::realloc(data_, allocated);
+    if (moved == nullptr) throw std::bad_alloc();
+    preferLargePages(moved, allocated);
+    data_ = static_cast<std::uint8_t*>(moved);
+    capacity_ = allocated;
+}
+
+// NOLINTEND(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
+
+void ByteBuffer::append(std::uint8_t byte) {
+    *grownEnd(1) = byte;
+}
+
+void ByteBuffer::append(const std::uint8_t* bytes, std::size_t count) {
+    if (count != 0) std::memcpy(grownEnd(count), bytes, count);
+}
+
+void ByteBuffer::appendZeros(std::size_t count) {
+    if (count != 0) std::memset(grownEnd(count), 0, count);
+}
+
+std::uint8_t* ByteBuffer::grownEnd(std::size_t count) {
+    if (count > maxSize - size_) throw std::length_error("vector::reserve");
+    const std::size_t needed = size_ + count;
+    if (needed > capacity_) {
+        const std::size_t doubled = capacity_ > maxSize / 2 ? maxSize : capacity_ * 2;
+        reserve(needed > doubled ? needed : doubled);
+    }
+    std::uint8_t* const end = data_ + size_;
+    size_ = needed;
+    return end;
+}
+
+}  // namespace vesk::io::archives

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// ByteBuffer: the growable array of bytes that holds a whole file, TAR stream or gzip member.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vesk::io::archives {
+
+/// Owns its bytes; moves, never copies. Sizes are in bytes. No member touches memory that is about
+/// to be overwritten, and growth lets the allocator move pages instead of copying them. Allocation
+/// failure is std::bad_alloc; a size that no buffer can have is
+/// std::length_error("vector::reserve").
+class ByteBuffer {
+public:
+    ByteBuffer() noexcept = default;
+
+    /// Makes `size` zero bytes, without a pass over them where the system gives fresh zero pages.
+    explicit ByteBuffer(std::size_t size);
+
+    ByteBuffer(ByteBuffer&& other) noexcept;
+    ByteBuffer& operator=(ByteBuffer&& other) noexcept;
+    ByteBuffer(const ByteBuffer&) = delete;
+    ByteBuffer& operator=(const ByteBuffer&) = delete;
+    ~ByteBuffer();
+
+    std::uint8_t* data() noexcept { return data_; }
+    const std::uint8_t* data() const noexcept { return data_; }
+    std::size_t size() const noexcept { return size_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+    const std::uint8_t* begin() const noexcept { return data_; }
+    const std::uint8_t* end() const noexcept { return data_ + size_; }
+
+    /// Makes room for `capacity` bytes in all, so that appending up to there never reallocates.
+    void reserve(std::size_t capacity);
+
+    /// Appends one byte. Growth at least doubles the capacity, here and below.
+    void append(std::uint8_t byte);
+
+    /// Appends `count` bytes from `bytes`, which must not lie in this buffer and may be null when
+    /// `count` is 0.
+    void append(const std::uint8_t* bytes, std::size_t count);
+
+    /// Appends `count` zero bytes.
+    void appendZeros(std::size_t count);
+
+private:
+    std::uint8_t* grownEnd(std::size_t count);
+
+    std::uint8_t* data_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+}  // namespace vesk::io::archives
