@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// Reading a file whole: its size once, then one allocation and one read.
+#include "fileaccess/whole_file.h"
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+
+#include "module/host/failure.h"
+
+namespace vesk::io::archives {
+
+namespace {
+
+ByteBuffer raiseUnreadable(const std::filesystem::path& path) {
+    raiseFailure(("Cannot read file: " + path.native()).c_str());
+    return {};
+}
+
+}  // namespace
+
+ByteBuffer zipReadFileBytes(const std::filesystem::path& path) {
+    std::ifstream file(path.native(), std::ios::binary | std::ios::in);
+    if (file.fail()) return raiseUnreadable(path);
+
+    file.seekg(0, std::ios::end);
+    // A size that cannot be told comes as -1, which is above the bound once it is unsigned.
+    const auto size = static_cast<std::uint64_t>(std::streamoff(file.tellg()));
+    if (size > 0xFFFFFFFF) {
+        raiseFailure("ZIP entry is too large for ZIP32");
+        return {};
+    }
+    file.seekg(0, std::ios::beg);
+
+    ByteBuffer bytes(static_cast<std::size_t>(size));
+    std::streamsize delivered = 0;
+    if (size > 0) {
+        file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
+        delivered = file.gcount();
+    }
+    if (file.fail() || static_cast<std::uint64_t>(delivered) != size) return raiseUnreadable(path);
+    return bytes;
+}
+
+}  // namespace vesk::io::archives
