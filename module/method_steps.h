@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// The steps that the methods of both archive classes share, in the order in which they are taken.
+// Each raises its own failures as `IOException`.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+
+#include "fileaccess/byte_buffer.h"
+
+namespace vesk::io::archives {
+
+/// An archive that is ready to be written.
+struct NewArchive {
+    std::filesystem::path path;
+    ByteBuffer tarBytes;
+};
+
+/// Checks and prepares the archive's destination, then builds the TAR stream of the source. Returns
+/// nothing after a failure, which has been raised; an older archive is still untouched then.
+std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* archivePath,
+                                          void* mode);
+
+}  // namespace vesk::io::archives

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+// The native methods of io.archives.TarArchiver.
+#include "fileaccess/archive_destination.h"
+#include "module/method_steps.h"
+#include "module/native_methods.h"
+
+using namespace vesk::io::archives;
+
+void vesk_io_archives_TarArchiver_makeArchive(void* /*context*/, const char* sourcePath,
+                                              const char* archivePath, void* mode) {
+    if (const auto archive = buildNewArchive(sourcePath, archivePath, mode)) {
+        archiveWriteFileBytes(archive->path, archive->tarBytes);
+    }
+}
