@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// The name of an entry that is being extracted.
+#include "tar/entry_name.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "module/host/host_runtime.h"
+
+namespace vesk::io::archives {
+
+namespace {
+
+template <typename Field>
+std::string readText(std::span<const std::uint8_t, tarBlockSize> block) {
+    const std::uint8_t* const begin = Field::in(block.data());
+    return std::string(begin, std::find(begin, begin + Field::width, 0));
+}
+
+bool isSafeElement(const std::string& element) {
+    return !element.empty() && element != "." && element != "..";
+}
+
+}  // namespace
+
+std::string tarReadEntryName(std::span<const std::uint8_t, tarBlockSize> block) {
+    std::string entryName = readText<TarPrefix>(block);
+    if (!entryName.empty()) entryName += '/';
+    entryName += readText<TarName>(block);
+    while (entryName.ends_with('/'))
+        entryName.pop_back();
+    return entryName;
+}
+
+bool tarIsSafeEntryName(const std::string& entryName) {
+    if (entryName.empty() || entryName.front() == '/') return false;
+    if (entryName.find('\\') != std::string::npos) return false;
+    if (entryName.find(':') != std::string::npos) return false;
+    // Cannot be: both header fields end at their first NUL. It stays, so that what is judged here
+    // is what the conversion below sees.
+    if (entryName.find('\0') != std::string::npos) return false;
+
+    // Normalisation folds every inner "..", so one that is left climbs out of the root.
+    const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str()).lexically_normal();
+    if (path == "." || path.has_root_path()) return false;
+    return std::all_of(path.begin(), path.end(), [](const std::filesystem::path& element) {
+        return isSafeElement(element.native());
+    });
+}
+
+}  // namespace vesk::io::archives
