@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "fileaccess/archive_destination.h"
+#include "fileaccess/whole_file.h"
 #include "module/host/failure.h"
+#include "tar/staged_extraction.h"
 #include "tar/stream_builder.h"
 
 namespace vesk::io::archives {
@@ -34,6 +36,30 @@ std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* ar
     ByteBuffer tarBytes = tarBuildArchiveBytes(sourcePath);
     if (Vesk_hasPendingError() != 0) return std::nullopt;
     return NewArchive{std::move(path), std::move(tarBytes)};
+}
+
+std::optional<ByteBuffer> readArchive(const char* archivePath) {
+    if (!requireArchivePath(archivePath)) return std::nullopt;
+
+    const std::filesystem::path path = Vesk_runtimeFsPath(archivePath);
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) {
+        raiseFailure("Archive file does not exist");
+        return std::nullopt;
+    }
+
+    ByteBuffer bytes = zipReadFileBytes(path);
+    if (Vesk_hasPendingError() != 0) return std::nullopt;
+    return bytes;
+}
+
+void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath,
+                    void* mode) {
+    const bool overwrite = vesk::runtime::archives::modeIsOverwrite(mode);
+    std::string errorText;
+    if (!tarUnpackArchiveBytes(tarBytes, destinationPath, overwrite, errorText)) {
+        raiseFailure(errorText.c_str());
+    }
 }
 
 }  // namespace vesk::io::archives

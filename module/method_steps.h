@@ -23,4 +23,12 @@ struct NewArchive {
 std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* archivePath,
                                           void* mode);
 
+/// Reads the archive at `archivePath` whole. Returns nothing after a failure, which has been
+/// raised.
+std::optional<ByteBuffer> readArchive(const char* archivePath);
+
+/// Unpacks the TAR stream `tarBytes` into `destinationPath` and raises what goes wrong.
+void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath,
+                    void* mode);
+
 }  // namespace vesk::io::archives

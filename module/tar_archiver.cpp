@@ -12,3 +12,10 @@ void vesk_io_archives_TarArchiver_makeArchive(void* /*context*/, const char* sou
         archiveWriteFileBytes(archive->path, archive->tarBytes);
     }
 }
+
+void vesk_io_archives_TarArchiver_unpackArchive(void* /*context*/, const char* archivePath,
+                                                const char* destinationPath, void* mode) {
+    if (const auto archive = readArchive(archivePath)) {
+        unpackTarBytes(*archive, destinationPath, mode);
+    }
+}
