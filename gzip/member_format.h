@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// The gzip member (RFC 1952) and its stored DEFLATE blocks (RFC 1951): what reader and writer
+// share. All integers of the format are little-endian.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "module/host/host_runtime.h"
+
+namespace vesk::io::archives {
+
+enum : std::uint8_t {
+    gzipId1 = 0x1F,
+    gzipId2 = 0x8B,
+    gzipDeflate = 8,
+};
+
+/// Sizes in bytes.
+enum : std::size_t {
+    gzipHeaderSize = 10,    ///< without the optional fields
+    gzipTrailerSize = 8,    ///< CRC32 and ISIZE
+    gzipStoredMax = 65535,  ///< content of one stored block
+};
+
+/// DEFLATE data decodes to at most this many times its size: 258 bytes from two bits.
+enum : std::uint64_t { gzipMaxExpansion = 1032 };
+
+/// Returns the CRC-32 of `count` bytes as the format stores it.
+inline std::uint32_t gzipCrc32(const std::uint8_t* bytes, std::uint64_t count) {
+    return ~vesk::runtime::zip::crc32Update(0xFFFFFFFF, bytes, count);
+}
+
+}  // namespace vesk::io::archives

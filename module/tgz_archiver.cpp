@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// The native methods of io.archives.TgzArchiver.
+#include <string>
+#include <utility>
+
+#include "fileaccess/archive_destination.h"
+#include "gzip/member_writer.h"
+#include "module/host/failure.h"
+#include "module/method_steps.h"
+#include "module/native_methods.h"
+
+using namespace vesk::io::archives;
+
+void vesk_io_archives_TgzArchiver_makeArchive(void* /*context*/, const char* sourcePath,
+                                              const char* archivePath, void* mode) {
+    if (const auto archive = buildNewArchive(sourcePath, archivePath, mode)) {
+        archiveWriteFileBytes(archive->path, gzipWriteMember(archive->tarBytes));
+    }
+}
