@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+// Reading a gzip member: its fields are checked in the order in which they stand.
+#include "gzip/member_reader.h"
+
+#include <algorithm>
+#include <ios>
+#include <sstream>
+#include <utility>
+
+#include "gzip/member_format.h"
+#include "module/host/failure.h"
+
+namespace vesk::io::archives {
+
+namespace {
+
+enum GzipFlag : std::uint8_t {
+    gzipHasHeaderChecksum = 0x02,  // FHCRC
+    gzipHasExtraField = 0x04,      // FEXTRA
+    gzipHasFileName = 0x08,        // FNAME
+    gzipHasComment = 0x10,         // FCOMMENT
+    gzipReservedFlags = 0xE0,
+};
+
+std::uint32_t uint16At(const std::uint8_t* bytes) {
+    return bytes[0] | std::uint32_t{bytes[1]} << 8;
+}
+
+std::uint32_t uint32At(const std::uint8_t* bytes) {
+    return uint16At(bytes) | uint16At(bytes + 2) << 16;
+}
+
+// A walk over the optional header fields, from `position` up to the trailer at `payloadEnd`.
+struct HeaderCursor {
+    const std::uint8_t* member;
+    std::size_t position;
+    std::size_t payloadEnd;
+
+    bool skip(std::size_t count) {
+        if (count > payloadEnd - position) return false;
+        position += count;
+        return true;
+    }
+
+    bool skipExtraField() {
+        const std::uint8_t* const xlen = member + position;
+        return skip(2) && skip(uint16At(xlen));
+    }
+
+    bool skipZeroTerminated() {
+        const std::uint8_t* const end = member + payloadEnd;
+        const std::uint8_t* const zero = std::find(member + position, end, 0);
+        if (zero == end) return false;
+        position = static_cast<std::size_t>(zero - member) + 1;
+        return true;
+    }
+};
+
+bool checkHeaderChecksum(HeaderCursor& header, std::string& errorText) {
+    const std::size_t covered = header.position;
+    if (!header.skip(2)) return reportFailure(errorText, "Truncated gzip header checksum");
+
+    if ((gzipCrc32(header.member, covered) & 0xFFFF) != uint16At(header.member + covered)) {
+        return reportFailure(errorText, "Invalid gzip header checksum");
+    }
+    return true;
+}
+
+bool checkFixedFields(const ByteBuffer& member, std::string& errorText) {
+    const std::uint8_t* const bytes = member.data();
+    if (member.size() < gzipHeaderSize + gzipTrailerSize || bytes[0] != gzipId1 ||
+        bytes[1] != gzipId2 || bytes[2] != gzipDeflate) {
+        return reportFailure(errorText, "Invalid gzip stream");
+    }
+    if ((bytes[3] & gzipReservedFlags) != 0) return reportFailure(errorText, "Invalid gzip flags");
+    return true;
+}
+
+bool skipOptionalFields(HeaderCursor& header, std::string& errorText) {
+    const std::uint8_t flags = header.member[3];
+    if ((flags & gzipHasExtraField) != 0 && !header.skipExtraField()) {
+        return reportFailure(errorText, "Truncated gzip extra field");
+    }
+    if ((flags & gzipHasFileName) != 0 && !header.skipZeroTerminated()) {
+        return reportFailure(errorText, "Truncated gzip file name");
+    }
+    if ((flags & gzipHasComment) != 0 && !header.skipZeroTerminated()) {
+        return reportFailure(errorText, "Truncated gzip comment");
+    }
+    return (flags & gzipHasHeaderChecksum) == 0 || checkHeaderChecksum(header, errorText);
+}
+
+struct GzipTrailer {
+    std::uint32_t crc32;
+    std::uint32_t isize;
+};
+
+// An empty string with room for the content, so that it does not grow by copying. A declared size
+// is believed only as far as the payload can expand.
+std::string roomFor(std::uint64_t isize, std::uint64_t payloadSize) {
+    std::string content;
+    content.reserve(std::min(isize, payloadSize * gzipMaxExpansion));
+    return content;
+}
+
+bool inflatePayload(std::string payload, const GzipTrailer& trailer, std::string& content,
+                    std::string& errorText) {
+    const std::uint64_t payloadSize = payload.size();
+    std::istringstream in(std::move(payload), std::ios::binary);
+    std::ostringstream out(roomFor(trailer.isize, payloadSize), std::ios::binary);
+    std::uint32_t crc = 0;
+    if (!vesk::runtime::zip::inflateRaw(in, payloadSize, trailer.isize, out, crc, errorText)) {
+        return false;
+    }
+    if (crc != trailer.crc32) return reportFailure(errorText, "Invalid gzip checksum");
+
+    content = std::move(out).str();
+    return true;
+}
+
+}  // namespace
+
+bool gzipReadMember(ByteBuffer member, std::string& content, std::string& errorText) {
+    if (!checkFixedFields(member, errorText)) return false;
+
+    HeaderCursor header{member.data(), gzipHeaderSize, member.size() - gzipTrailerSize};
+    if (!skipOptionalFields(header, errorText)) return false;
+    if (header.position == header.payloadEnd) {
+        return reportFailure(errorText, "Missing gzip DEFLATE payload");
+    }
+
+    const std::uint8_t* const payloadEnd = member.data() + header.payloadEnd;
+    const GzipTrailer trailer{uint32At(payloadEnd), uint32At(payloadEnd + 4)};
+    std::string payload(reinterpret_cast<const char*>(member.data()) + header.position,
+                        header.payloadEnd - header.position);
+    member = ByteBuffer();
+    return inflatePayload(std::move(payload), trailer, content, errorText);
+}
+
+}  // namespace vesk::io::archives
