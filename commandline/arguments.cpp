@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+// The verbs, their options and their help texts.
+#include "commandline/arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <sstream>
+
+namespace vesk::commandline {
+
+namespace {
+
+constexpr const char* programName = "vesk-archive";
+
+/// The options of both verbs, as they were given.
+struct Options {
+    std::string archive;
+    std::string tree;
+    std::string format;
+    std::string module;
+    bool overwrite = false;
+    bool quiet = false;
+};
+
+void addCommonOptions(CLI::App& verb, Options& options, const std::string& formatHelp,
+                      const std::string& overwriteHelp) {
+    verb.add_option("--format", options.format, formatHelp)
+        ->check(CLI::IsMember({"tar", "tgz"}))
+        ->option_text("tar|tgz");
+    verb.add_flag("--overwrite", options.overwrite, overwriteHelp)->disable_flag_override();
+    verb.add_flag("--quiet", options.quiet, "Say nothing but errors")->disable_flag_override();
+    verb.add_option("--module", options.module, "Load the archive module from this file")
+        ->option_text("PATH");
+}
+
+CLI::Option* addName(CLI::App& verb, const std::string& placeholder, std::string& name,
+                     const std::string& help) {
+    return verb.add_option(placeholder, name, help)->required()->option_text(" ");
+}
+
+CLI::App* addMake(CLI::App& program, Options& options) {
+    CLI::App* make = program.add_subcommand("make", "Make an archive of a file or a directory");
+    addName(*make, "SOURCE", options.tree, "The file or directory to store; its regular files");
+    addName(*make, "ARCHIVE", options.archive, "The file to write");
+    addCommonOptions(*make, options, "The format; otherwise told by .tar, .tgz or .tar.gz",
+                     "Replace ARCHIVE if it exists");
+    make->footer("Example: vesk-archive make photos photos.tar.gz");
+    return make;
+}
+
+CLI::App* addUnpack(CLI::App& program, Options& options) {
+    CLI::App* unpack = program.add_subcommand("unpack", "Unpack an archive: whole or not at all");
+    addName(*unpack, "ARCHIVE", options.archive, "The archive to read");
+    addName(*unpack, "DESTINATION", options.tree, "The directory to create from it");
+    addCommonOptions(*unpack, options, "The format; otherwise told by what ARCHIVE begins with",
+                     "Replace DESTINATION and all it holds if it exists");
+    unpack->footer(
+        "Example: vesk-archive unpack photos.tar.gz photos\n"
+        "To list an archive, use `tar tvf ARCHIVE` or, for tgz, `tar tzvf ARCHIVE`.");
+    return unpack;
+}
+
+std::optional<ArchiveFormat> chosenFormat(const Options& options, Verb verb) {
+    if (options.format == "tar") return ArchiveFormat::tar;
+    if (options.format == "tgz") return ArchiveFormat::tgz;
+    if (verb == Verb::make) return formatOfName(options.archive);
+    return std::nullopt;
+}
+
+UsageError usageError(const CLI::App& program, const std::string& message) {
+    const auto verbs = program.get_subcommands();
+    const std::string helped = verbs.empty() ? "" : " " + verbs.front()->get_name();
+    return {message, std::string("Try '") + programName + helped + " --help'."};
+}
+
+std::variant<Arguments, Information, UsageError> request(const CLI::App& program,
+                                                         const Options& options, Verb verb) {
+    const auto format = chosenFormat(options, verb);
+    if (verb == Verb::make && !format) {
+        return usageError(program, "the name '" + options.archive +
+                                       "' tells no format: add --format tar or --format tgz");
+    }
+    return Arguments{verb,   options.archive,   options.tree, options.module,
+                     format, options.overwrite, options.quiet};
+}
+
+}  // namespace
+
+std::variant<Arguments, Information, UsageError> parseArguments(int argc, const char* const* argv) {
+    Options options;
+    CLI::App program("Makes and unpacks TAR archives, plain (tar) or gzip-compressed (tgz).",
+                     programName);
+    program.set_version_flag("--version", std::string(programName) + " " VESK_ARCHIVE_VERSION);
+    program.require_subcommand(1);
+    const CLI::App* make = addMake(program, options);
+    addUnpack(program, options);
+    program.footer("Example: vesk-archive make photos photos.tar.gz");
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& wanted) {
+        std::ostringstream text;
+        program.exit(wanted, text, text);
+        return Information{text.str()};
+    } catch (const CLI::ParseError& error) {
+        return usageError(program, error.what());
+    }
+    return request(program, options, make->parsed() ? Verb::make : Verb::unpack);
+}
+
+}  // namespace vesk::commandline

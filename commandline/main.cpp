@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+// vesk-archive: makes and unpacks archives with the archive module, in the place of the runtime.
+//
+// Exit status: 0 done; 1 the module raised an exception; 2 wrong usage; 3 the module cannot be
+// loaded or the memory does not suffice; 128 + the signal's number when it was interrupted.
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <variant>
+
+#include "commandline/archive_work.h"
+#include "commandline/arguments.h"
+#include "commandline/interruption.h"
+#include "commandline/module_library.h"
+#include "commandline/terminal.h"
+#include "commandline/wording.h"
+
+using namespace vesk::commandline;
+
+namespace {
+
+constexpr int done = 0;
+constexpr int raised = 1;
+constexpr int wrongUsage = 2;
+constexpr int cannotRun = 3;
+constexpr int signalled = 128;
+
+void complain(const std::string& message) {
+    say("vesk-archive: " + message);
+}
+
+std::string inSeconds(std::chrono::duration<double> time) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.2f s", time.count());
+    return text.data();
+}
+
+void sayOutcome(const Arguments& arguments, const Outcome& outcome) {
+    std::string line = arguments.verb == Verb::make
+                           ? "made " + arguments.archive
+                           : "unpacked " + arguments.archive + " to " + arguments.tree;
+    line += ": " + counted(outcome.entries, "entry", "entries");
+    if (outcome.archiveBytes) line += ", " + counted(*outcome.archiveBytes, "byte", "bytes");
+    say(line + ", " + inSeconds(outcome.time));
+}
+
+int run(const Arguments& arguments) {
+    try {
+        const auto result = carryOut(arguments);
+        if (const auto* error = std::get_if<vesk::standin::PendingError>(&result)) {
+            complain(error->className + ": " + error->message);
+            return raised;
+        }
+        if (!arguments.quiet) sayOutcome(arguments, std::get<Outcome>(result));
+        return done;
+    } catch (const Interruption& interruption) {
+        complain(arguments.verb == Verb::make ? "interrupted; the archive was not written"
+                                              : "interrupted; the destination is as it was");
+        return signalled + interruption.signal;
+    } catch (const ModuleError& error) {
+        complain(error.what());
+        return cannotRun;
+    }
+}
+
+int runWords(int argc, char** argv) {
+    const auto parsed = parseArguments(argc, argv);
+    if (const auto* information = std::get_if<Information>(&parsed)) {
+        writeText(STDOUT_FILENO, information->text);
+        return done;
+    }
+    if (const auto* error = std::get_if<UsageError>(&parsed)) {
+        complain(error->message);
+        say(error->hint);
+        return wrongUsage;
+    }
+    return run(std::get<Arguments>(parsed));
+}
+
+// A vector that would outgrow its largest size says length_error: that is too little memory, too.
+int notEnoughMemory() {
+    complain(
+        "not enough memory: archives are held in memory whole; free some or handle less at once");
+    return cannotRun;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    prepareStandardStreams();
+    noteInterruptions();
+    try {
+        return runWords(argc, argv);
+    } catch (const std::bad_alloc&) {
+        return notEnoughMemory();
+    } catch (const std::length_error&) {
+        return notEnoughMemory();
+    } catch (const std::exception& failure) {
+        complain(std::string("the archive module failed: ") + failure.what());
+        return cannotRun;
+    }
+}

@@ -1,0 +1,651 @@
+# SPDX-License-Identifier: MIT
+"""The promises of vesk-archive: exit statuses, streams, names, formats, signals, the live line.
+
+Run by ctest, which names the files under test in the environment. All names are bytes: the
+program promises nothing about their encoding.
+"""
+
+import collections
+import contextlib
+import gzip
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import signal
+import subprocess
+import tarfile
+import tempfile
+import time
+import unittest
+import unittest.mock
+
+PROGRAM = os.environb[b"VESK_ARCHIVE"]
+MODULE = os.environb[b"VESK_MODULE"]
+PATIENCE = 60  # seconds until a hanging program is given up
+
+Result = collections.namedtuple("Result", "status out err")
+
+TWO_FILES = {b"a": b"alpha", b"sub/b": b"beta"}
+UNPACKING_CALLS = 7  # archive, after reading, destination, twice for each of two entries
+MAKING_CALLS = 8  # archive, source, after collecting, twice for each of two entries, at the end
+
+SUMMARY = rb", \d+\.\d\d s\n"
+
+
+def environment(fault=None, call=1, **changes):
+    """The test's environment; with a fault, the host call of that number goes wrong."""
+    variables = os.environ | {"LC_ALL": "C.UTF-8", "TERM": "xterm"} | changes
+    if fault:
+        variables.update(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_FAULT=fault,
+                         VESK_FAULT_CALL=str(call))
+    return variables
+
+
+def start(words, cwd, env=None, **options):
+    streams = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    streams.update(options)
+    program = streams.pop("program", PROGRAM)
+    return subprocess.Popen([program, *words], cwd=cwd, env=env or environment(), **streams)
+
+
+def finish(process):
+    """Ends the program's input and returns what it left behind."""
+    try:
+        out, err = process.communicate(timeout=PATIENCE)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.communicate()
+        raise
+    return Result(process.returncode, out, err)
+
+
+def wait_until(condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > deadline:
+            raise TimeoutError
+        time.sleep(0.01)
+
+
+def status_line(process, name):
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return re.search(rf"^{name}:\s*(\w+)", status, re.MULTILINE).group(1)
+
+
+def catches(process, number):
+    """Whether the process has a handler for the signal."""
+    return int(status_line(process, "SigCgt"), 16) >> (number - 1) & 1
+
+
+def tree(path):
+    """The regular files below a directory, as a name-to-bytes map."""
+    files = {}
+    for directory, _, names in os.walk(path):
+        for name in names:
+            file = os.path.join(directory, name)
+            files[os.path.relpath(file, path)] = pathlib.Path(os.fsdecode(file)).read_bytes()
+    return files
+
+
+class CommandLineTest(unittest.TestCase):
+    """An empty working directory for every test."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="vesk commandline ")
+        self.addCleanup(directory.cleanup)
+        self.cwd = os.fsencode(directory.name)
+
+    def path(self, name):
+        return os.path.join(self.cwd, name)
+
+    def write(self, name, contents=b""):
+        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+        with open(self.path(name), "wb") as file:
+            file.write(contents)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def write_tree(self, name, files):
+        for file, contents in files.items():
+            self.write(os.path.join(name, file), contents)
+
+    def write_archive(self, name, files, mode="w"):
+        """An archive made by Python's tarfile."""
+        self.write(name)
+        self.write_tree(b"archived", files)
+        with tarfile.open(os.fsdecode(self.path(name)), mode, format=tarfile.USTAR_FORMAT) as made:
+            for file in files:
+                made.add(os.fsdecode(self.path(b"archived/" + file)), os.fsdecode(file))
+        shutil.rmtree(self.path(b"archived"))
+
+    def run_program(self, *words, **options):
+        return finish(start(words, self.cwd, **options))
+
+    def listing(self):
+        return sorted(os.listdir(self.cwd))
+
+
+class SuccessTest(CommandLineTest):
+    def test_made_archive_holds_the_files_and_the_summary_tells_entries_bytes_and_seconds(self):
+        self.write_tree(b"src", TWO_FILES)
+        result = self.run_program(b"make", b"src", b"out.tar")
+        self.assertEqual((result.status, result.out), (0, b""))
+        # Two headers, two data blocks and two blocks of end marker.
+        self.assertRegex(result.err, rb"\Amade out.tar: 2 entries, 3072 bytes" + SUMMARY + rb"\Z")
+        with tarfile.open(os.fsdecode(self.path(b"out.tar"))) as made:
+            names = [member.name for member in made]
+            self.assertEqual([made.extractfile(name).read() for name in names], [b"alpha", b"beta"])
+
+    def test_unpacked_tree_is_the_archive_s_and_the_summary_tells_entries_bytes_and_seconds(self):
+        self.write_archive(b"in.tar", TWO_FILES)
+        result = self.run_program(b"unpack", b"in.tar", b"dest")
+        self.assertEqual((result.status, result.out), (0, b""))
+        # tarfile fills its last record of 10240 bytes.
+        self.assertRegex(result.err,
+                         rb"\Aunpacked in.tar to dest: 2 entries, 10240 bytes" + SUMMARY + rb"\Z")
+        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
+        self.assertEqual(self.listing(), [b"dest", b"in.tar"])
+
+    def test_entries_are_counted_and_named_in_the_right_number(self):
+        for count, words in [(0, b": 0 entries, "), (1, b": 1 entry, "), (3, b": 3 entries, ")]:
+            for format in [b"tar", b"tgz"]:
+                with self.subTest(count=count, format=format):
+                    source, archive = b"src%d" % count, b"%d.%s" % (count, format)
+                    os.makedirs(self.path(source), exist_ok=True)
+                    self.write_tree(source, {b"%d" % name: b"x" for name in range(count)})
+                    made = self.run_program(b"make", source, archive)
+                    self.assertIn(words, made.err)
+                    unpacked = self.run_program(b"unpack", archive, archive + b".d")
+                    self.assertIn(words, unpacked.err)
+
+    def test_an_archive_without_a_size_is_summed_up_without_one(self):
+        self.write(b"file", b"x")
+        result = self.run_program(b"make", b"--overwrite", b"--format=tar", b"file", b"/dev/null")
+        self.assertEqual(result.status, 0)
+        self.assertRegex(result.err, rb"\Amade /dev/null: 1 entry" + SUMMARY)
+
+    def test_an_archive_inside_the_destination_is_summed_up_with_its_size(self):
+        self.write_archive(b"dest/in.tar", TWO_FILES)
+        result = self.run_program(b"unpack", b"--overwrite", b"dest/in.tar", b"dest")
+        self.assertIn(b"2 entries, 10240 bytes", result.err)
+        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
+
+    def test_quiet_says_nothing_on_success_and_errors_all_the_same(self):
+        self.write_tree(b"src", TWO_FILES)
+        rows = [((b"make", b"src", b"out.tar"), 0, b""),
+                ((b"unpack", b"out.tar", b"dest"), 0, b""),
+                ((b"make", b"none", b"new.tar"), 1,
+                 b"vesk-archive: IOException: Archive source does not exist\n")]
+        for words, status, err in rows:
+            with self.subTest(words=words):
+                result = self.run_program(*words, b"--quiet")
+                self.assertEqual(result, (status, b"", err))
+
+
+class FormatTest(CommandLineTest):
+    GZIP, PLAIN = b"\x1f\x8b", b"fi"  # the one entry is named "file"
+
+    def test_a_new_archive_has_the_format_of_its_name_unless_one_is_given(self):
+        self.write(b"file")
+        rows = [(b"a.tar", [], self.PLAIN), (b"a.tgz", [], self.GZIP), (b"a.tar.gz", [], self.GZIP),
+                (b".tgz", [], self.GZIP), (b"b.tar", [b"--format=tgz"], self.GZIP),
+                (b"b.tgz", [b"--format", b"tar"], self.PLAIN),
+                (b"c", [b"--format", b"tgz"], self.GZIP),
+                (b"d.zip", [b"--format", b"tar"], self.PLAIN)]
+        for name, options, beginning in rows:
+            with self.subTest(name=name):
+                self.assertEqual(self.run_program(b"make", b"file", name, *options).status, 0)
+                self.assertEqual(self.read(name)[:2], beginning)
+
+    def test_a_name_that_tells_no_format_is_wrong_usage_and_the_message_names_the_option(self):
+        self.write(b"file")
+        for name in [b"a.zip", b"a", b"a.gz", b"tar", b"a.tar.xz", b"a.TAR", b""]:
+            with self.subTest(name=name):
+                result = self.run_program(b"make", b"file", name)
+                self.assertEqual((result.status, result.out), (2, b""))
+                self.assertEqual(result.err,
+                                 b"vesk-archive: the name '" + name + b"' tells no format: "
+                                 b"add --format tar or --format tgz\n"
+                                 b"Try 'vesk-archive make --help'.\n")
+                self.assertEqual(self.listing(), [b"file"])
+
+    def test_unpacking_goes_by_what_the_archive_begins_with(self):
+        for name, mode in [(b"gzip.tar", "w:gz"), (b"plain.tgz", "w"), (b"gzip", "w:gz"),
+                           (b"plain", "w")]:
+            with self.subTest(name=name):
+                self.write_archive(name, TWO_FILES, mode)
+                self.assertEqual(self.run_program(b"unpack", name, name + b".d").status, 0)
+                self.assertEqual(tree(self.path(name + b".d")), TWO_FILES)
+
+    def test_a_given_format_wins_over_what_the_archive_begins_with(self):
+        self.write_archive(b"plain", TWO_FILES)
+        self.write(b"gzip", gzip.compress(bytes(5000), 0))
+        for name, format in [(b"plain", b"tgz"), (b"gzip", b"tar")]:
+            with self.subTest(name=name):
+                result = self.run_program(b"unpack", name, b"dest", b"--format", format)
+                self.assertEqual(result.status, 1)
+                self.assertEqual(self.run_program(b"unpack", name, name + b".d").status, 0)
+
+    def test_archives_that_cannot_be_looked_into_are_left_to_the_module(self):
+        os.mkfifo(self.path(b"fifo"))
+        os.mkdir(self.path(b"directory"))
+        self.write(b"empty")
+        self.write(b"byte", b"\x1f")
+        missing, unmarked = b"Archive file does not exist", b"TAR archive has no end marker"
+        for name, message in [(b"fifo", missing), (b"directory", missing), (b"none", missing),
+                              (b"", b"Archive path is required"), (b"empty", unmarked),
+                              (b"byte", unmarked)]:
+            with self.subTest(name=name):
+                result = self.run_program(b"unpack", name, b"dest")
+                self.assertEqual(result,
+                                 (1, b"", b"vesk-archive: IOException: " + message + b"\n"))
+
+
+class NamesTest(CommandLineTest):
+    NAMES = [b"with space", b"new\nline", b"qu'o\"te", b"\xff\xfe", "\u00e4\u4e2d".encode(),
+             b"[a,b]", b"{a}", b"make", b"unpack", b"%s", b"@file", b"a=b", b"#", b"$(x)", b"*"]
+    DASHED = [b"-", b"-dash", b"--", b"--help", b"--format=tgz", b"-h", b"++"]
+
+    def round_trip(self, name, *mark):
+        self.write_tree(name, TWO_FILES)
+        self.assertEqual(self.run_program(b"make", b"--format=tar", *mark, name, name + b".x"),
+                         (0, b"", unittest.mock.ANY))
+        result = self.run_program(b"unpack", *mark, name + b".x", name + b".d")
+        self.assertRegex(result.err, b"\\Aunpacked " + re.escape(name + b".x to " + name + b".d:"))
+        self.assertEqual(list(tree(self.path(name + b".d")).values()), list(TWO_FILES.values()))
+
+    def test_names_of_any_bytes_are_taken_as_they_are(self):
+        for name in self.NAMES:
+            with self.subTest(name=name):
+                self.round_trip(name)
+
+    def test_after_two_dashes_every_word_is_a_name(self):
+        for name in self.NAMES + self.DASHED:
+            with self.subTest(name=name):
+                self.round_trip(name, b"--")
+
+
+class FailureTest(CommandLineTest):
+    def test_the_module_s_exception_is_told_on_standard_error_with_status_1(self):
+        self.write(b"file")
+        self.write(b"old.tar", b"old")
+        self.write(b"dest/old")
+        self.write(b"good.tar", bytes(1024))
+        rows = [((b"make", b"none", b"a.tar"), b"Archive source does not exist"),
+                ((b"make", b"", b"a.tar"), b"Source path is required"),
+                ((b"make", b"file", b"", b"--format=tgz"), b"Archive path is required"),
+                ((b"make", b"file", b"old.tar"), b"Archive already exists"),
+                ((b"unpack", b"good.tar", b""), b"Destination path is required"),
+                ((b"unpack", b"good.tar", b"dest"), b"Destination already exists"),
+                ((b"unpack", b"old.tar", b"new"), b"TAR archive has no end marker")]
+        for words, message in rows:
+            with self.subTest(words=words):
+                result = self.run_program(*words)
+                self.assertEqual(result,
+                                 (1, b"", b"vesk-archive: IOException: " + message + b"\n"))
+        self.assertEqual(self.listing(), [b"dest", b"file", b"good.tar", b"old.tar"])
+        self.assertEqual(self.read(b"old.tar"), b"old")
+
+    def test_overwrite_replaces_the_archive_and_the_destination(self):
+        self.write_tree(b"src", TWO_FILES)
+        self.write(b"out.tar", b"old")
+        self.write(b"dest/old")
+        self.assertEqual(self.run_program(b"make", b"src", b"out.tar", b"--overwrite").status, 0)
+        unpacked = self.run_program(b"unpack", b"--overwrite", b"out.tar", b"dest")
+        self.assertEqual(unpacked.status, 0)
+        self.assertEqual(sorted(tree(self.path(b"dest")).values()), [b"alpha", b"beta"])
+
+    def test_a_message_passes_through_a_pipe_unchanged(self):
+        name = b"src/\x1b[31m\n\xff\x07'"
+        self.write(name)
+        process = start((b"make", b"src", b"a.tar"), self.cwd, environment("wait", 3))
+        process.stdout.read(1)  # the entries have been collected
+        os.remove(self.path(name))
+        self.assertEqual(finish(process).err,
+                         b"vesk-archive: IOException: Cannot read file: " + name + b"\n")
+
+    def test_wrong_usage_is_explained_in_two_lines_with_status_2(self):
+        self.write(b"file")
+        program, make, unpack = b"vesk-archive", b"vesk-archive make", b"vesk-archive unpack"
+        rows = [((), program), ((b"--",), program), ((b"list", b"a.tar"), program),
+                ((b"--nonsense",), program), ((b"make",), make), ((b"make", b"file"), make),
+                ((b"make", b"file", b"a.tar", b"extra"), make),
+                ((b"make", b"file", b"a.tar", b"make"), make),
+                ((b"make", b"file", b"a.tar", b"--nonsense"), make),
+                ((b"make", b"file", b"a.tar", b"--overwrite=no"), make),
+                ((b"make", b"file", b"a.tar", b"--format", b"zip"), make),
+                ((b"make", b"file", b"a.tar", b"--format"), make),
+                ((b"make", b"file", b"a.tar", b"--format=tar", b"--format=tgz"), make),
+                ((b"make", b"-x", b"a.tar"), make), ((b"unpack", b"a.tar"), unpack),
+                ((b"unpack", b"a.tar", b"dest", b"--list"), unpack),
+                ((b"unpack", b"a.tar", b"dest", b"--module"), unpack)]
+        for words, helped in rows:
+            with self.subTest(words=words):
+                result = self.run_program(*words)
+                self.assertEqual((result.status, result.out), (2, b""))
+                self.assertRegex(result.err, rb"\Avesk-archive: [^\n]+\nTry '" + helped +
+                                 rb" --help'\.\n\Z")
+                self.assertEqual(self.listing(), [b"file"])
+
+
+class InformationTest(CommandLineTest):
+    def test_help_goes_to_standard_output_and_shows_an_example(self):
+        rows = [((b"--help",), rb"Example: vesk-archive make "),
+                ((b"make", b"--help"), rb"Example: vesk-archive make "),
+                ((b"unpack", b"--help"), rb"Example: vesk-archive unpack ")]
+        for words, example in rows:
+            with self.subTest(words=words):
+                result = self.run_program(*words)
+                self.assertEqual((result.status, result.err), (0, b""))
+                self.assertIn(example, result.out)
+
+    def test_the_verbs_help_names_every_option(self):
+        for verb in [b"make", b"unpack"]:
+            out = self.run_program(verb, b"--help").out
+            for option in [b"--format tar|tgz", b"--overwrite", b"--quiet", b"--module PATH"]:
+                with self.subTest(verb=verb, option=option):
+                    self.assertIn(option, out)
+
+    def test_unpack_s_help_says_how_to_list(self):
+        out = self.run_program(b"unpack", b"--help").out
+        self.assertIn(b"tar tvf", out)
+        self.assertIn(b"tar tzvf", out)
+
+    def test_the_version_is_the_project_s(self):
+        version = b"vesk-archive " + os.environb[b"VESK_VERSION"] + b"\n"
+        self.assertEqual(self.run_program(b"--version"), (0, version, b""))
+
+
+class ModuleTest(CommandLineTest):
+    def make(self, *options, **how):
+        self.write(b"file")
+        return self.run_program(b"make", b"--overwrite", b"file", b"a.tar", *options, **how)
+
+    def test_a_module_that_cannot_be_used_is_status_3_and_the_message_names_the_way_out(self):
+        self.write(b"garbage", b"no library")
+        rows = [(b"none.so", rb"cannot load the archive module: .*none\.so.*"),
+                (b"garbage", rb"cannot load the archive module: .*garbage.*"),
+                (os.environb[b"VESK_INCOMPLETE_MODULE"],
+                 rb"the file '.*' has no function vesk_io_archives_TgzArchiver_unpackArchive")]
+        for module, problem in rows:
+            with self.subTest(module=module):
+                result = self.make(b"--module", module)
+                self.assertEqual((result.status, result.out), (3, b""))
+                self.assertRegex(result.err, rb"\Avesk-archive: " + problem +
+                                 rb"; name the module's file with --module PATH\n\Z")
+                self.assertNotIn(b"a.tar", self.listing())
+
+    def test_a_module_is_loaded_from_the_path_given(self):
+        for name in [b"bare.so", b"with space/m.so", b"./dotted.so", b"\xff.so"]:
+            with self.subTest(name=name):
+                os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+                shutil.copy(MODULE, self.path(name))
+                self.assertEqual(self.make(b"--module", name).status, 0)
+
+    def test_a_program_finds_the_module_of_its_installation_wherever_that_is_moved(self):
+        root = self.path(b"moved tree")
+        directory = os.path.join(root, b"bin", os.environb[b"VESK_MODULE_DIRECTORY"])
+        os.makedirs(os.path.join(root, b"bin"))
+        os.makedirs(os.path.normpath(directory))
+        program = shutil.copy(PROGRAM, os.path.join(root, b"bin"))
+        result = self.make(program=program)
+        self.assertEqual(result.status, 3)
+        self.assertIn(b"libvesk_io_archives.so", result.err)
+        shutil.copy(MODULE, os.path.normpath(directory))
+        self.assertEqual(self.make(program=program).status, 0)
+
+
+class BrokenStreamTest(CommandLineTest):
+    ROWS = [((b"make", b"file", b"a.tar"), 0), ((b"make", b"none", b"b.tar"), 1),
+            ((b"make", b"file"), 2), ((b"make", b"file", b"b.tar", b"--module=none"), 3)]
+
+    def test_a_closed_standard_error_changes_no_status(self):
+        self.write(b"file")
+        for words, status in self.ROWS:
+            with self.subTest(words=words):
+                result = self.run_program(*words, preexec_fn=lambda: os.close(2))
+                self.assertEqual(result.status, status)
+
+    def test_a_broken_pipe_as_standard_error_changes_no_status(self):
+        self.write(b"file")
+        for words, status in self.ROWS:
+            with self.subTest(words=words):
+                reading, writing = os.pipe()
+                os.close(reading)
+                result = self.run_program(*words, stderr=writing)
+                os.close(writing)
+                self.assertEqual(result.status, status)
+
+    def test_no_file_of_the_program_takes_the_place_of_a_closed_stream(self):
+        self.write(b"file")
+        process = start((b"make", b"file", b"a.tar"), self.cwd, environment("wait", 3),
+                        preexec_fn=lambda: os.close(2))
+        process.stdout.read(1)
+        self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/2"), "/dev/null")
+        self.assertEqual(finish(process).status, 0)
+
+
+class InterruptionTest(CommandLineTest):
+    """Signals and lack of memory at every single host call, as the real module makes them."""
+
+    UNPACK = (b"unpack", b"--overwrite", b"in.tar", b"dest")
+    MAKE = (b"make", b"--overwrite", b"src", b"in.tar")
+    UNTOUCHED = {"unpack": b"vesk-archive: interrupted; the destination is as it was\n",
+                 "make": b"vesk-archive: interrupted; the archive was not written\n"}
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"src", TWO_FILES)
+        self.write_archive(b"in.tar", TWO_FILES)
+
+    def assert_nothing_is_left(self, words, calls, fault, status, err, dest=None):
+        before = tree(self.cwd), self.listing()
+        for call in range(1, calls + 1):
+            with self.subTest(words=words, fault=fault, call=call):
+                result = self.run_program(*words, env=environment(fault, call))
+                self.assertEqual(result, (status, b"", err))
+                self.assertEqual((tree(self.cwd), self.listing()), before)
+        # One call later there is nothing left to go wrong: every call has been tried.
+        result = self.run_program(*words, env=environment(fault, calls + 1))
+        self.assertEqual(result.status, 0)
+
+    def test_a_signal_in_the_middle_of_unpacking_leaves_no_staging_and_no_destination(self):
+        for fault, status in [("SIGINT", 130), ("SIGTERM", 143), ("SIGHUP", 129)]:
+            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, fault, status,
+                                        self.UNTOUCHED["unpack"])
+            shutil.rmtree(self.path(b"dest"))
+
+    def test_a_signal_in_the_middle_of_unpacking_leaves_the_old_destination(self):
+        self.write(b"dest/old", b"old")
+        self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, "SIGINT", 130,
+                                    self.UNTOUCHED["unpack"])
+
+    def test_a_signal_in_the_middle_of_making_leaves_the_old_archive(self):
+        self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "SIGINT", 130, self.UNTOUCHED["make"])
+
+    def test_lack_of_memory_is_status_3_and_leaves_nothing(self):
+        err = (b"vesk-archive: not enough memory: archives are held in memory whole; "
+               b"free some or handle less at once\n")
+        for fault in ["bad_alloc", "length_error"]:
+            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, fault, 3, err)
+            shutil.rmtree(self.path(b"dest"))
+            self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, fault, 3, err)
+
+    def waiting_unpack(self):
+        process = start(self.UNPACK, self.cwd, environment("wait", UNPACKING_CALLS))
+        self.assertEqual(process.stdout.read(1), b".")
+        wait_until(lambda: status_line(process, "State") == "S")
+        return process
+
+    def test_a_signal_from_another_process_is_heeded_at_the_next_host_call(self):
+        process = self.waiting_unpack()
+        self.assertEqual(len(self.listing()), 3, "a staging directory is being filled")
+        process.send_signal(signal.SIGINT)
+        wait_until(lambda: not catches(process, signal.SIGINT))
+        self.assertEqual(finish(process), (130, b"", self.UNTOUCHED["unpack"]))
+        self.assertEqual(self.listing(), [b"in.tar", b"src"])
+
+    def test_a_second_signal_ends_the_program_at_once(self):
+        process = self.waiting_unpack()
+        process.send_signal(signal.SIGINT)
+        wait_until(lambda: not catches(process, signal.SIGINT))
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
+        finish(process)
+
+    def test_a_signal_that_was_ignored_at_the_start_stays_ignored(self):
+        for name in ["SIGINT", "SIGTERM", "SIGHUP"]:
+            with self.subTest(signal=name):
+                ignore = lambda: signal.signal(getattr(signal, name), signal.SIG_IGN)
+                result = self.run_program(*self.UNPACK, env=environment(name, UNPACKING_CALLS),
+                                          preexec_fn=ignore)
+                self.assertEqual(result.status, 0)
+
+
+class TerminalTest(CommandLineTest):
+    """Standard error on a pseudo-terminal."""
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"src", TWO_FILES)
+
+    def start_on_terminal(self, *words, env=None):
+        self.terminal, program_end = pty.openpty()
+        self.addCleanup(os.close, self.terminal)
+        process = start(words, self.cwd, env, stderr=program_end)
+        os.close(program_end)
+        return process
+
+    def shown_until(self, pattern):
+        shown = b""
+        deadline = time.monotonic() + PATIENCE
+        while not re.search(pattern, shown):
+            self.assertLess(time.monotonic(), deadline, shown)
+            if select.select([self.terminal], [], [], PATIENCE)[0]:
+                shown += os.read(self.terminal, 4096)
+        return shown
+
+    def rest_shown(self, process, status=0):
+        self.assertEqual(finish(process).status, status)
+        shown = b""
+        with contextlib.suppress(OSError):  # EIO: the program has ended, its end is closed
+            while data := os.read(self.terminal, 4096):
+                shown += data
+        return shown
+
+
+class LiveLineTest(TerminalTest):
+    LINE = rb"\r\x1b\[K(making|unpacking): (1 entry|0 entries) so far, \d+ s"
+    MAKE = (b"make", b"src", b"a.tar")
+    MADE = rb"made a\.tar: 2 entries, 3072 bytes, \d+\.\d\d s"
+    ONE_IS_DONE, OTHER_IS_UNREAD = 7, 5  # numbers of calls
+    TIME_ENOUGH = 1.2  # seconds, for a line that would be shown after half a second
+
+    def start_slow_making(self, *options, call=ONE_IS_DONE, **changes):
+        env = environment("wait", call, **changes)
+        return self.start_on_terminal(*self.MAKE, *options, env=env)
+
+    def test_long_making_shows_a_line_that_is_redrawn_and_erased_at_the_end(self):
+        beginning = time.monotonic()
+        process = self.start_slow_making()
+        shown = self.shown_until(self.LINE)
+        self.assertGreaterEqual(time.monotonic() - beginning, 0.5)
+        shown += self.shown_until(rb"(making: 1 entry so far, \d+ s\r\x1b\[K){2}")
+        self.assertRegex(shown, rb"\A(" + self.LINE + rb"){3,}")
+        self.assertRegex(self.rest_shown(process), rb"\r\x1b\[K" + self.MADE + rb"\r\n\Z")
+
+    def test_long_unpacking_shows_the_line_too(self):
+        self.write_archive(b"in.tar", TWO_FILES)
+        process = self.start_on_terminal(b"unpack", b"in.tar", b"dest",
+                                         env=environment("wait", UNPACKING_CALLS))
+        self.shown_until(rb"unpacking: 1 entry so far, \d+ s")
+        self.assertRegex(self.rest_shown(process), rb"\r\x1b\[Kunpacked in\.tar to dest: ")
+
+    def test_the_line_has_no_colours_whether_or_not_they_are_declined(self):
+        for changes in [{}, {"NO_COLOR": "1"}]:
+            with self.subTest(changes=changes):
+                process = self.start_slow_making(b"--overwrite", **changes)
+                shown = self.shown_until(self.LINE) + self.rest_shown(process)
+                self.assertNotIn(b"\x1b", shown.replace(b"\r\x1b[K", b""))
+
+    def test_the_line_is_erased_before_an_error(self):
+        process = self.start_slow_making(call=self.OTHER_IS_UNREAD)
+        self.shown_until(self.LINE)
+        os.remove(self.path(b"src/sub/b"))
+        self.assertRegex(self.rest_shown(process, 1),
+                         rb"\r\x1b\[Kvesk-archive: IOException: Cannot read file: src/sub/b\r\n\Z")
+
+    def test_the_line_is_erased_when_interrupted(self):
+        process = self.start_slow_making()
+        self.shown_until(self.LINE)
+        process.send_signal(signal.SIGINT)
+        wait_until(lambda: not catches(process, signal.SIGINT))
+        self.assertRegex(self.rest_shown(process, 130),
+                         rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written\r\n\Z")
+
+    def shown_of_slow_making(self, *options, **changes):
+        process = self.start_slow_making(*options, **changes)
+        process.stdout.read(1)
+        time.sleep(self.TIME_ENOUGH)
+        return self.rest_shown(process)
+
+    def test_a_quiet_program_shows_nothing(self):
+        self.assertEqual(self.shown_of_slow_making(b"--quiet"), b"")
+
+    def test_a_terminal_that_cannot_redraw_gets_the_summary_only(self):
+        for terminal in ["dumb", ""]:
+            with self.subTest(TERM=terminal):
+                shown = self.shown_of_slow_making(b"--overwrite", TERM=terminal)
+                self.assertRegex(shown, rb"\A" + self.MADE + rb"\r\n\Z")
+
+    def test_a_pipe_gets_the_summary_only(self):
+        process = start(self.MAKE, self.cwd, environment("wait", self.ONE_IS_DONE))
+        process.stdout.read(1)
+        time.sleep(self.TIME_ENOUGH)
+        self.assertRegex(finish(process).err, rb"\A" + self.MADE + rb"\n\Z")
+
+
+class HostileNameTest(TerminalTest):
+    """What a terminal is shown of names that would drive it."""
+
+    ROWS = [(b"\x1b[31m", rb"\033[31m"), (b"a\nb", rb"a\012b"), (b"\r\x07\x7f", rb"\015\007\177"),
+            (b"\xff\x9b", rb"\377\233"), ("\u009b31m".encode(), rb"\302\23331m"),
+            (b"\xe4\xb8", rb"\344\270"), ("\u00e4\u4e2d".encode(), "\u00e4\u4e2d".encode())]
+
+    def test_a_summary_shows_control_characters_as_octal_digits(self):
+        for name, shown in self.ROWS:
+            with self.subTest(name=name):
+                process = self.start_on_terminal(b"make", b"src", name + b".tar")
+                self.assertIn(b"made " + shown + b".tar: 2 ", self.rest_shown(process))
+
+    def test_a_usage_error_shows_control_characters_as_octal_digits(self):
+        for name, shown in self.ROWS:
+            with self.subTest(name=name):
+                process = self.start_on_terminal(b"make", b"src", name)
+                self.assertIn(b"the name '" + shown + b"' tells", self.rest_shown(process, 2))
+
+    def test_the_module_s_message_shows_control_characters_as_octal_digits(self):
+        for name, shown in self.ROWS:
+            with self.subTest(name=name):
+                self.write(b"names/" + name)
+                process = self.start_on_terminal(b"make", b"names", b"a.tar",
+                                                 env=environment("wait", 3))
+                process.stdout.read(1)  # the entries have been collected
+                os.remove(self.path(b"names/" + name))
+                self.assertEqual(self.rest_shown(process, 1),
+                                 b"vesk-archive: IOException: Cannot read file: names/" + shown +
+                                 b"\r\n")
+
+    def test_in_a_locale_without_them_other_than_ascii_characters_are_escaped(self):
+        process = self.start_on_terminal(b"make", b"src", "\u00e4.tar".encode(),
+                                         env=environment(LC_ALL="C"))
+        self.assertIn(rb"made \303\244.tar: ", self.rest_shown(process))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
