@@ -23,22 +23,23 @@ ByteBuffer zipReadFileBytes(const std::filesystem::path& path) {
     std::ifstream file(path.native(), std::ios::binary | std::ios::in);
     if (file.fail()) return raiseUnreadable(path);
 
-    file.seekg(0, std::ios::end);
+    std::streambuf& content = *file.rdbuf();
     // A size that cannot be told comes as -1, which is above the bound once it is unsigned.
-    const auto size = static_cast<std::uint64_t>(std::streamoff(file.tellg()));
+    const std::streamoff end = content.pubseekoff(0, std::ios::end, std::ios::in);
+    const auto size = static_cast<std::uint64_t>(end);
     if (size > 0xFFFFFFFF) {
         raiseFailure("ZIP entry is too large for ZIP32");
         return {};
     }
-    file.seekg(0, std::ios::beg);
+    if (std::streamoff(content.pubseekoff(0, std::ios::beg, std::ios::in)) != 0) {
+        return raiseUnreadable(path);
+    }
 
     ByteBuffer bytes(static_cast<std::size_t>(size));
-    std::streamsize delivered = 0;
     if (size > 0) {
         file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
-        delivered = file.gcount();
+        if (file.fail() || file.gcount() != end) return raiseUnreadable(path);
     }
-    if (file.fail() || static_cast<std::uint64_t>(delivered) != size) return raiseUnreadable(path);
     return bytes;
 }
 
