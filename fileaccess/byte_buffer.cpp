@@ -9,44 +9,14 @@
 #include <stdexcept>
 #include <utility>
 
-#if __has_include(<sys/mman.h>)
-#include <sys/mman.h>
-#endif
+#include "fileaccess/large_pages.h"
 
 namespace vesk::io::archives {
 
 namespace {
 
-// Touching fresh memory page by page costs more than copying it, so large blocks ask for large
-// pages where the system has them. This is advice only: the bytes are the same where an assumption
-// made here about the allocator or the system does not hold.
-enum : std::size_t {
-    pageSize = 4096,
-    largePageSize = 2 << 20,
-    largeBlock = 1 << 20,
-    allocatorMargin = 16,  // its own bytes before a block, and at most as many after it
-    maxSize = std::numeric_limits<std::ptrdiff_t>::max(),  // pointers cannot differ by more
-};
-
-// Makes a large block and the allocator's bytes around it fill whole large pages: such a mapping
-// begins at one, and keeps them when it is moved to grow.
-std::size_t largePageCapacity(std::size_t capacity) {
-    if (capacity < largeBlock || capacity > maxSize - largePageSize) return capacity;
-    const std::size_t pages = (capacity + 2 * allocatorMargin + largePageSize - 1) / largePageSize;
-    return pages * largePageSize - 2 * allocatorMargin;
-}
-
-// The allocator's bytes around a block are advised too: a mapping that is advised in part falls
-// into pieces and can no longer be moved in one go.
-void preferLargePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
-#ifdef MADV_HUGEPAGE
-    if (size < largeBlock) return;
-    const std::uintptr_t inPage =
-        (reinterpret_cast<std::uintptr_t>(block) - allocatorMargin) % pageSize;
-    const std::size_t before = inPage + allocatorMargin;
-    madvise(static_cast<char*>(block) - before, before + size + allocatorMargin, MADV_HUGEPAGE);
-#endif
-}
+// Pointers into an object cannot differ by more.
+enum : std::size_t { maxSize = std::numeric_limits<std::ptrdiff_t>::max() };
 
 }  // namespace
 

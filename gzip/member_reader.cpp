@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include "fileaccess/large_pages.h"
 #include "gzip/member_format.h"
 #include "module/host/failure.h"
 
@@ -95,19 +96,22 @@ struct GzipTrailer {
     std::uint32_t isize;
 };
 
-// An empty string with room for the content, so that it does not grow by copying. A declared size
-// is believed only as far as the payload can expand.
-std::string roomFor(std::uint64_t isize, std::uint64_t payloadSize) {
-    std::string content;
-    content.reserve(std::min(isize, payloadSize * gzipMaxExpansion));
-    return content;
+std::string withRoomFor(std::uint64_t size) {
+    std::string text;
+    text.reserve(size);
+    preferLargePages(text.data(), text.capacity());
+    return text;
 }
 
 bool inflatePayload(std::string payload, const GzipTrailer& trailer, std::string& content,
                     std::string& errorText) {
     const std::uint64_t payloadSize = payload.size();
     std::istringstream in(std::move(payload), std::ios::binary);
-    std::ostringstream out(roomFor(trailer.isize, payloadSize), std::ios::binary);
+    // Room for all of it, so that it does not grow by copying. A declared size is believed only as
+    // far as the payload can expand.
+    std::ostringstream out(
+        withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * gzipMaxExpansion)),
+        std::ios::binary);
     std::uint32_t crc = 0;
     if (!vesk::runtime::zip::inflateRaw(in, payloadSize, trailer.isize, out, crc, errorText)) {
         return false;
@@ -131,8 +135,9 @@ bool gzipReadMember(ByteBuffer member, std::string& content, std::string& errorT
 
     const std::uint8_t* const payloadEnd = member.data() + header.payloadEnd;
     const GzipTrailer trailer{uint32At(payloadEnd), uint32At(payloadEnd + 4)};
-    std::string payload(reinterpret_cast<const char*>(member.data()) + header.position,
-                        header.payloadEnd - header.position);
+    std::string payload = withRoomFor(header.payloadEnd - header.position);
+    payload.append(reinterpret_cast<const char*>(member.data()) + header.position,
+                   header.payloadEnd - header.position);
     member = ByteBuffer();
     return inflatePayload(std::move(payload), trailer, content, errorText);
 }
