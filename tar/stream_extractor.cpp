@@ -73,7 +73,8 @@ bool makeEntry(std::uint8_t typeflag, const fs::path& target, std::span<const st
 }
 
 // Extracts the entry with the header `block` and moves `rest`, which begins right after that block,
-// past the entry's data and padding.
+// past the entry's data and padding. `root` is in its normal form, and stays so with a safe name in
+// its own normal form below it.
 bool extractEntry(HeaderBlock block, std::span<const std::uint8_t>& rest, const fs::path& root,
                   std::string& errorText) {
     if (readOctal<TarChksum>(block) != tarHeaderChecksum(block)) {
@@ -89,7 +90,7 @@ bool extractEntry(HeaderBlock block, std::span<const std::uint8_t>& rest, const 
     const std::span<const std::uint8_t> data = rest.first(static_cast<std::size_t>(*size));
     rest = rest.subspan(data.size());
 
-    const fs::path target = (root / Vesk_runtimeFsPath(entryName.c_str())).lexically_normal();
+    const fs::path target = root / Vesk_runtimeFsPath(entryName.c_str()).lexically_normal();
     if (!makeEntry(*TarTypeflag::in(block.data()), target, data, errorText)) return false;
 
     const std::size_t padding = tarPaddingAfter(*size);
@@ -102,13 +103,14 @@ bool extractEntry(HeaderBlock block, std::span<const std::uint8_t>& rest, const 
 
 bool tarExtractArchiveBytes(std::span<const std::uint8_t> archive, const fs::path& root,
                             std::string& errorText) {
+    const fs::path normalRoot = root.lexically_normal();
     std::span<const std::uint8_t> rest = archive;
     while (rest.size() >= tarBlockSize) {
         const HeaderBlock block = rest.first<tarBlockSize>();
         if (isZeroBlock(block)) return true;
 
         rest = rest.subspan(tarBlockSize);
-        if (!extractEntry(block, rest, root, errorText)) return false;
+        if (!extractEntry(block, rest, normalRoot, errorText)) return false;
     }
     return reportFailure(errorText, "TAR archive has no end marker");
 }
