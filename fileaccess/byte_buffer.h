@@ -9,7 +9,7 @@ namespace vesk::io::archives {
 
 /// Owns its bytes; moves, never copies. Sizes are in bytes. No member touches memory that is about
 /// to be overwritten, and growth lets the allocator move pages instead of copying them. Allocation
-/// failure is std::bad_alloc; a size that no buffer can have is
+/// failure is std::bad_alloc; room that no buffer can have is
 /// std::length_error("vector::reserve").
 class ByteBuffer {
 public:
