@@ -4,8 +4,6 @@
 
 #include <unistd.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -27,18 +25,25 @@ constexpr const char* erasure = "\r\033[K";
 ProgressLine::ProgressLine(std::string doing, const std::atomic<std::uint64_t>& entries)
     : doing_(std::move(doing)), entries_(entries) {
     try {
-        thread_ = std::jthread([this](const std::stop_token& end) { redrawUntil(end); });
+        thread_ = std::thread([this] { redrawUntilEnd(); });
     } catch (const std::system_error&) {
         // No thread to be had: the work is done all the same, only unseen.
     }
 }
 
-void ProgressLine::redrawUntil(const std::stop_token& end) {
-    std::mutex mutex;
-    std::condition_variable_any ended;
-    std::unique_lock lock(mutex);
+ProgressLine::~ProgressLine() {
+    {
+        const std::lock_guard lock(mutex_);
+        end_ = true;
+    }
+    endChanged_.notify_one();
+    if (thread_.joinable()) thread_.join();
+}
+
+void ProgressLine::redrawUntilEnd() {
+    std::unique_lock lock(mutex_);
     const auto pause = [&](std::chrono::milliseconds duration) {
-        return !ended.wait_for(lock, end, duration, [&] { return end.stop_requested(); });
+        return !endChanged_.wait_for(lock, duration, [&] { return end_; });
     };
     if (!pause(firstDrawn)) return;
     do {

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -17,18 +19,21 @@ class ProgressLine {
 public:
     /// `doing` begins the line. `entries` is read on another thread and must outlive the line.
     ProgressLine(std::string doing, const std::atomic<std::uint64_t>& entries);
+    ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
 private:
-    void redrawUntil(const std::stop_token& end);
+    void redrawUntilEnd();
     void draw() const;
 
     std::string doing_;
     const std::atomic<std::uint64_t>& entries_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    // Last, so that the thread ends before what it reads.
-    std::jthread thread_;
+    std::mutex mutex_;
+    std::condition_variable endChanged_;
+    bool end_ = false;  // guarded by mutex_
+    std::thread thread_;
 };
 
 }  // namespace vesk::commandline
