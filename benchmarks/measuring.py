@@ -1,0 +1,291 @@
+# SPDX-License-Identifier: MIT
+"""Measuring one job on one data set: every contender in turn, round after round."""
+import hashlib
+import os
+import shutil
+import subprocess
+import tempfile
+
+from contenders import VESK, Where, contenders_of
+
+MEMORY_FILE_SYSTEM = "/dev/shm"
+FEW_ROUNDS = 3
+
+
+def run(words, **options):
+    """Runs a command of the benchmark's own and returns its output; raises with what it said."""
+    result = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+    if result.returncode != 0:
+        said = result.stderr.decode(errors="replace").strip()
+        raise SystemExit(f"bench: failed: {' '.join(map(str, words))}\n{said}")
+    return result.stdout
+
+
+def file_names(source):
+    """Names of the files below `source`, in byte order."""
+    return sorted(run(["find", source, "-type", "f", "-printf", r"%P\0"]).split(b"\0")[:-1])
+
+
+class Workspace:
+    """The directories and programs of a run, and the data and archives that its jobs share."""
+
+    def __init__(self, build, directory):
+        self.build = build
+        self.directory = directory
+        self.archives = set()
+        os.makedirs(f"{directory}/data", exist_ok=True)
+        os.makedirs(f"{directory}/spent", exist_ok=True)
+        self.programs = {
+            "vesk": f"{build}/bin/vesk-archive",
+            "python": "/usr/bin/python3",
+            "tarfile": os.path.join(
+                os.path.dirname(os.path.abspath(__file__)), "tarfile_contender.py"
+            ),
+        }
+
+    def fingerprint(self):
+        """Tells builds apart, so that results of two of them never share a table."""
+        digest = hashlib.sha256()
+        for name in (
+            "bin/vesk-archive",
+            "lib/libvesk_io_archives.so",
+            "lib/libvesk_standin_host.so",
+        ):
+            with open(f"{self.build}/{name}", "rb") as file:
+                digest.update(file.read())
+        return digest.hexdigest()
+
+    def source(self, data_set):
+        return f"{self.directory}/data/{data_set.name}"
+
+    def prepare(self, data_set):
+        """Makes the data set unless an earlier run left it whole."""
+        source = self.source(data_set)
+        if os.path.exists(source + ".names"):
+            return
+        shutil.rmtree(source, ignore_errors=True)
+        os.mkdir(source)
+        data_set.fill(source)
+        with open(source + ".names", "wb") as file:
+            file.writelines(name + b"\0" for name in file_names(source))
+
+    def archive(self, data_set, suffix):
+        """Returns an archive of a data set, made once in each run, since vesk-archive makes it."""
+        source = self.source(data_set)
+        archive = source + suffix
+        if archive in self.archives:
+            return archive
+        if suffix == ".6.tgz":
+            with open(archive, "wb") as file, open(self.archive(data_set, ".tar"), "rb") as tar:
+                subprocess.run(["gzip", "-6"], stdin=tar, stdout=file, check=True)
+        elif suffix:
+            form = suffix.lstrip(".")
+            run(
+                [
+                    self.programs["vesk"],
+                    "make",
+                    "--quiet",
+                    "--overwrite",
+                    "--format",
+                    form,
+                    source,
+                    archive,
+                ]
+            )
+        self.archives.add(archive)
+        return archive
+
+    def forget(self, data_set):
+        """Deletes a data set and its archives, which would fill the disk, or puts it by."""
+        source = self.source(data_set)
+        for suffix in (".names", ".tar", ".tgz", ".6.tgz"):
+            if os.path.exists(source + suffix):
+                os.remove(source + suffix)
+            self.archives.discard(source + suffix)
+        if data_set.few_files:
+            shutil.rmtree(source, ignore_errors=True)
+        elif os.path.exists(source):
+            os.rename(source, f"{self.new_output()}/source")
+
+    def new_output(self, parent=None):
+        return tempfile.mkdtemp(prefix="output-", dir=parent or f"{self.directory}/spent")
+
+    def delete_spent(self):
+        """Deletes what was put by: many trees at once, since each file may wait for the disk."""
+        trees = run(
+            ["find", f"{self.directory}/spent", "-mindepth", "3", "-maxdepth", "3", "-print0"]
+        )
+        run(["xargs", "-0", "-r", "-P", "32", "-n", "16", "rm", "-rf"], input=trees)
+        shutil.rmtree(f"{self.directory}/spent")
+        os.mkdir(f"{self.directory}/spent")
+        os.sync()
+
+    def sizes(self, data_set):
+        source = self.source(data_set)
+        with open(source + ".names", "rb") as file:
+            names = file.read().split(b"\0")[:-1]
+        sizes = [os.path.getsize(os.path.join(source.encode(), name)) for name in names]
+        return {"files": len(sizes), "bytes": sum(sizes), "largest": max(sizes)}
+
+
+class Contest:
+    """One job on one data set. Outputs get new names, and trees of many files are put by when the
+    job is done: for minutes after they are deleted, some file systems are several times slower at
+    making new ones, and unevenly so. In memory that does not matter, and room is short."""
+
+    def __init__(self, workspace, job, data_set, quick, memory):
+        self.workspace, self.job, self.data_set = workspace, job, data_set
+        self.quick, self.memory = quick, memory
+        self.contenders = contenders_of(job, data_set, quick, memory)
+        self.rounds = {contender.name: self.rounds_of(contender) for contender in self.contenders}
+
+    def rounds_of(self, contender):
+        if self.data_set.name == "large" and "tgz" in self.job.name:
+            return 1  # for its memory; no goal is set for the time
+        few = self.quick or self.memory or contender.where == Where.EXTRA
+        return min(self.data_set.rounds, FEW_ROUNDS) if few else self.data_set.rounds
+
+    def measure(self):
+        self.archive = self.workspace.archive(self.data_set, self.job.archive)
+        self.output = self.workspace.new_output(MEMORY_FILE_SYSTEM if self.memory else None)
+        try:
+            self.check_room()
+            result = self.workspace.sizes(self.data_set)
+            warm_up = {contender.name: self.warm_up(contender) for contender in self.contenders}
+            result["archive"] = self.made_size if self.job.makes else os.path.getsize(self.archive)
+            result["costs"] = self.timed_rounds(warm_up)
+            result["calls"] = self.system_calls()
+            return result
+        finally:
+            if self.memory or self.data_set.few_files:
+                shutil.rmtree(self.output)
+            else:
+                self.delete_archives()
+
+    def delete_archives(self):
+        for entry in os.scandir(self.output):
+            if entry.is_file():
+                os.remove(entry.path)
+
+    def warm_up(self, contender):
+        made = self.once(contender, "verified")
+        self.verify(contender, made["out"])
+        self.make_room("verified")
+        return made["cost"]
+
+    def timed_rounds(self, warm_up):
+        """Where one round is all there is time for, the warm-up is that round."""
+        costs = {name: [warm_up[name]] if self.rounds[name] == 1 else [] for name in warm_up}
+        for number in range(max(self.rounds.values())):
+            # Turned round each time, so that nobody always comes after the same neighbour.
+            order = self.contenders if number % 2 == 0 else self.contenders[::-1]
+            for contender in order:
+                if number < self.rounds[contender.name] and self.rounds[contender.name] > 1:
+                    costs[contender.name].append(self.once(contender, f"round{number}")["cost"])
+            self.make_room(f"round{number}")
+        return costs
+
+    def check_room(self):
+        kept = 1 if self.memory else max(self.rounds.values()) + 3
+        sizes = self.workspace.sizes(self.data_set)
+        needed = kept * len(self.contenders) * (sizes["bytes"] + 4096 * sizes["files"]) + (1 << 30)
+        if shutil.disk_usage(self.output).free < needed:
+            raise SystemExit(f"bench: {self.output} needs {needed / 1e9:.0f} GB of free space")
+
+    def make_room(self, label):
+        if not self.memory:
+            return
+        for name in os.listdir(self.output):
+            if label in name:
+                path = f"{self.output}/{name}"
+                shutil.rmtree(path) if os.path.isdir(path) else os.remove(path)
+
+    def command(self, contender, out):
+        """Returns the file for the standard output and the words, pipes among them."""
+        source = self.workspace.source(self.data_set)
+        values = {"source": source, "names": source + ".names", "archive": self.archive, "out": out}
+        words = [
+            word.format(**values, **self.workspace.programs) for word in contender.line.split()
+        ]
+        if words[-2] == ">":
+            return words[-1], words[:-2]
+        return "/dev/null", words
+
+    def once(self, contender, label, prefix=()):
+        """Runs a contender once and returns what it made and what it cost."""
+        out = f"{self.output}/{self.contenders.index(contender)}-{label}"
+        if "-C {out}" in contender.line:
+            os.mkdir(out)
+        stdout, words = self.command(contender, out)
+        words = [
+            *prefix,
+            *(w for word in words for w in ([word, *prefix] if word == "|" else [word])),
+        ]
+        os.sync()  # so that nobody pays for what the one before left unwritten
+        measure = f"{self.workspace.build}/bin/vesk-measure"
+        lines = (
+            run([measure, stdout, *words], cwd=self.workspace.source(self.data_set))
+            .decode()
+            .split("\n")
+        )
+        commands = [list(map(float, line.split())) for line in lines[1:-1]]
+        return {
+            "out": out,
+            "cost": {
+                "wall": float(lines[0].split()[1]),
+                "user": sum(command[1] for command in commands),
+                "system": sum(command[2] for command in commands),
+                "peak": int(max(command[3] for command in commands)) * 1024,
+                "faults": int(sum(command[4] for command in commands)),
+            },
+        }
+
+    def system_calls(self):
+        """Counts every system call of a contender, in runs of their own that are not timed."""
+        if self.data_set.name != "small" or self.memory:
+            return {}
+        calls = {}
+        traced = self.contenders[:1] if self.quick else self.contenders
+        for contender in traced:
+            report = f"{self.output}/calls"
+            strace = ("strace", "-f", "-c", "-U", "calls,name", "-A", "-o", report)
+            open(report, "w").close()
+            self.once(contender, "traced", strace)
+            with open(report) as file:
+                rows = [line.split() for line in file]
+            calls[contender.name] = sum(int(r[0]) for r in rows if len(r) == 2 and r[1] == "total")
+        return calls
+
+    def verify(self, contender, out):
+        if contender.name.startswith("cat"):
+            right = os.path.getsize(out) == self.workspace.sizes(self.data_set)["bytes"]
+        elif self.job.makes:
+            right = self.archive_is_right(contender, out)
+        else:
+            right = self.tree_is_right(out)
+        if not right:
+            raise SystemExit(f"bench: {contender.name} at {self.job.name} gave something else")
+        if contender.name == VESK and self.job.makes:
+            self.made_size = os.path.getsize(out)
+
+    def archive_is_right(self, contender, archive):
+        listed = run(["tar", "--quoting-style=literal", "-tf", archive]).split(b"\n")[:-1]
+        names = [name.removeprefix(b"./") for name in listed if not name.endswith(b"/")]
+        with open(self.workspace.source(self.data_set) + ".names", "rb") as file:
+            expected = file.read().split(b"\0")[:-1]
+        if contender.name != VESK:
+            return sorted(names) == expected
+        # Of empty files the names are everything.
+        return names == expected and (
+            self.data_set.series == "empty" or self.contents_are_right(archive)
+        )
+
+    def contents_are_right(self, archive):
+        tree = archive + ".unpacked-verified"
+        os.mkdir(tree)
+        run(["tar", "-xf", archive, "-C", tree])
+        return self.tree_is_right(tree)
+
+    def tree_is_right(self, tree):
+        run(["diff", "-r", "--no-dereference", "-q", self.workspace.source(self.data_set), tree])
+        return True

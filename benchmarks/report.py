@@ -1,0 +1,219 @@
+# SPDX-License-Identifier: MIT
+"""The page that shows a run: goals, a table for each job, growth, method, machine, commands."""
+import os
+import platform
+import subprocess
+
+import goals
+from contenders import JOBS, VESK
+from data_sets import DATA_SETS
+
+HEAD = """\
+# Performance
+
+How `vesk-archive` compares with other programs that do the same work on the same data. Written by
+`scripts/bench`; run that to get the page for your machine, or `scripts/bench --quick` for the main
+ratios in under two minutes.
+
+Every time below is a ratio: the median of vesk-archive's wall times over the median of the other's,
+so 0.50 means half the time. The spread after it is the lowest and the highest ratio among the pairs
+of one round each. Times of different machines cannot be compared; ratios of one run can.
+"""
+
+METHOD = """\
+## Method
+
+- All contenders of a job run in turn, round after round, and the order is turned round each time.
+  Each runs once beforehand, to warm the caches, and what that gave is checked: archives are listed,
+  and ours also unpacked by GNU tar; trees are compared with the source byte by byte. Where the
+  column "rounds" says 1, that run is the one shown.
+- A whole process is timed, or a whole pipeline, from before the first start to after the last end.
+  User and system time are summed over a pipeline, page faults (those without reading) too; peak
+  memory is that of its largest process. `sync` is run before each, outside the time.
+- Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
+  many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
+  For the same reason, wait some minutes between two runs.
+- Outputs lie on the file system of the sources; in the tables "in memory", on a memory file system.
+- System calls are counted by `strace -f -c` in a run of their own, all calls, start-up included.
+- vesk-archive holds archives in memory whole and writes compressed ones as stored blocks; the others
+  stream, and those that compress give smaller archives for their time.
+- GNU tar and bsdtar archive directories, too. Unpacking with vesk-archive is all or nothing: it goes
+  to a staging directory, which then takes its place.
+"""
+
+
+def table(head, rows):
+    """Returns a Markdown table; all columns but the first are flush right."""
+    lines = [head, ["---"] + ["---:"] * (len(head) - 1), *rows]
+    return "".join("| " + " | ".join(line) + " |\n" for line in lines)
+
+
+def ratio_text(result, contender, value="wall"):
+    ratio, low, high = goals.compare(result, contender, value)
+    return f"{ratio:.2f} ({low:.2f} to {high:.2f})"
+
+
+def plain_ratio(result, contender, value):
+    ratio = goals.compare(result, contender, value)[0]
+    return "-" if ratio != ratio else f"{ratio:.2f}"
+
+
+def contender_row(result, contender):
+    ours = contender == VESK
+    calls = result["calls"].get(contender)
+    return [
+        contender,
+        "1" if ours else ratio_text(result, contender),
+        "1" if ours else plain_ratio(result, contender, "user"),
+        "1" if ours else plain_ratio(result, contender, "system"),
+        f"{goals.peak(result, contender) / 1e6:.1f}",
+        "-" if calls is None else f"{calls / result['files']:.2f}",
+        f"{goals.median_of(result, contender, 'faults'):,.0f}",
+        str(len(result["costs"][contender])),
+    ]
+
+
+JOB_HEAD = [
+    "vesk-archive against",
+    "time",
+    "user",
+    "system",
+    "peak MB",
+    "calls/file",
+    "page faults",
+    "rounds",
+]
+
+
+def job_section(job, place, results):
+    text = ""
+    for data_set in DATA_SETS:
+        result = results.get((job.name + place, data_set.name))
+        if result and not data_set.series:
+            where = ", in memory" if place else ""
+            rows = [contender_row(result, contender) for contender in result["costs"]]
+            text += f"\n{data_set.name}{where}:\n\n" + table(JOB_HEAD, rows)
+    return text
+
+
+def unit_time(result, scale):
+    return goals.median_of(result, VESK, "wall") / scale
+
+
+def growth_row(job, data_set, result, base):
+    other = [contender for contender in result["costs"] if contender != VESK][0]
+    growth = unit_time(result, data_set.scale) / unit_time(*base)
+    return [
+        f"{job.name}, {data_set.what}",
+        f"{growth:.2f}" if growth < 100 else f"{growth:,.0f}",
+        f"{other}: {ratio_text(result, other)}",
+        f"{goals.peak(result) / 1e6:.1f}",
+    ]
+
+
+def growth_section(results, series, base_name, title):
+    head = ["", f"cost for each {title}, against {base_name}", "time against", "peak MB"]
+    rows = []
+    members = [data_set for data_set in DATA_SETS if data_set.series == series]
+    for job in JOBS:
+        base = next((d for d in members if d.name == base_name), None)
+        base_result = results.get((job.name, base_name))
+        for data_set in members:
+            result = results.get((job.name, data_set.name))
+            if result and base_result:
+                rows.append(growth_row(job, data_set, result, (base_result, base.scale)))
+    return table(head, rows) if rows else ""
+
+
+def first_line(*words):
+    try:
+        output = subprocess.run(
+            words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False
+        )
+        return output.stdout.decode(errors="replace").split("\n")[0].strip()
+    except OSError:
+        return f"{words[0]}: not found"
+
+
+def field(path, key):
+    with open(path) as file:
+        return next(
+            (line.split(":", 1)[1].strip() for line in file if line.startswith(key)), "unknown"
+        )
+
+
+def machine(directory):
+    memory = int(field("/proc/meminfo", "MemTotal").split()[0]) * 1024
+    disk = first_line("findmnt", "-n", "-o", "FSTYPE,OPTIONS", "-T", directory)
+    release = platform.freedesktop_os_release().get("PRETTY_NAME", "unknown")
+    facts = [
+        f"Processor: {field('/proc/cpuinfo', 'model name')}, {os.cpu_count()} logical",
+        f"Memory: {memory / 1e9:.1f} GB",
+        f"System: {release}, Linux {platform.release()}, {platform.machine()}",
+        f"File system: {disk}",
+        f"User: {'root' if os.geteuid() == 0 else 'an ordinary user'}"
+        " (as root, tar also sets owners and permissions when it unpacks)",
+    ]
+    return "".join(f"- {fact}\n" for fact in facts)
+
+
+def versions(workspace):
+    programs = [
+        (workspace.programs["vesk"], "--version"),
+        ("c++", "--version"),
+        ("tar", "--version"),
+        ("bsdtar", "--version"),
+        ("cp", "--version"),
+        ("gzip", "--version"),
+        ("pigz", "--version"),
+        ("igzip", "--version"),
+        (workspace.programs["python"], "--version"),
+        ("strace", "--version"),
+    ]
+    return "".join(f"- {first_line(*words)}\n" for words in programs)
+
+
+def commands():
+    text = ""
+    for job in JOBS:
+        text += f"\n{job.name}: {job.what}\n\n"
+        for contender in job.contenders:
+            line = contender.line.replace("{vesk}", "vesk-archive").replace("{python}", "python3")
+            line = line.replace("{tarfile}", "benchmarks/tarfile_contender.py")
+            text += f"    {line}\n"
+    return text
+
+
+def data(results):
+    text = ""
+    for data_set in DATA_SETS:
+        sizes = next((r for (_, name), r in results.items() if name == data_set.name), None)
+        if sizes:
+            text += f"- `{data_set.name}`: {data_set.what}"
+            text += f" ({sizes['files']:,} files, {sizes['bytes'] / 1e6:,.1f} MB)\n"
+    return text
+
+
+def goal_section(results):
+    judged = goals.verdicts(results)
+    reached = sum(verdict.reached for verdict in judged)
+    rows = [[v.what, v.goal, v.measured, "reached" if v.reached else "**missed**"] for v in judged]
+    text = f"\n## Goals: {reached} of {len(judged)} reached\n\n"
+    return text + table(["", "goal", "measured", ""], rows)
+
+
+def page(results, workspace, command, circumstances):
+    """Returns the whole page. `results` by job, with "@memory" appended there, and data set."""
+    text = HEAD + "\n## Data\n\n" + data(results) + goal_section(results)
+    for job in JOBS:
+        sections = job_section(job, "", results) + job_section(job, "@memory", results)
+        if sections:
+            text += f"\n## {job.name}: {job.what}\n{sections}"
+    growth = growth_section(results, "empty", "empty-10000", "file")
+    growth += "\n" if growth else ""
+    growth += growth_section(results, "single", "single-64MiB", "byte")
+    if growth:
+        text += "\n## Growth\n\n" + growth
+    text += "\n" + METHOD + "\n## Machine and versions\n\n" + machine(workspace.directory)
+    text += circumstances + "\n" + versions(workspace)
+    return text + f"\n## Commands\n\nThis page: `{command}`\n" + commands()
