@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+// zlib as the second opinion on raw DEFLATE data.
+#include "fuzz/inflate_model.h"
+
+#include <zlib.h>
+
+#include <array>
+
+#include "fuzz/require.h"
+
+namespace vesk::fuzzing {
+
+namespace {
+
+// zlib says in these bits of data_type where it has stopped.
+enum : int { afterBlock = 128, afterBlockHeader = 256 };
+
+// A stop within one byte looks like no progress; there are at most three in a row.
+constexpr int enoughIdleCalls = 4;
+
+// zlib tells by its message alone what is wrong with the data.
+bool isAboutCodes(const char* message) {
+    const std::string text = message == nullptr ? "" : message;
+    return text.ends_with(" set") || text == "invalid code -- missing end-of-block";
+}
+
+Inflated::End endOf(int status, const z_stream& stream) {
+    if (status == Z_STREAM_END) return Inflated::End::complete;
+    if (status == Z_BUF_ERROR) return Inflated::End::truncated;
+    return isAboutCodes(stream.msg) ? Inflated::End::doubtful : Inflated::End::invalid;
+}
+
+}  // namespace
+
+Inflated inflateWithZlib(std::string_view packed) {
+    z_stream stream{};
+    require(inflateInit2(&stream, -15) == Z_OK, "zlib is ready");
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+    stream.avail_in = static_cast<uInt>(packed.size());
+
+    Inflated result{};
+    result.inBlockHeader = true;
+    std::array<char, 65536> piece;
+    int status = Z_OK;
+    for (int idle = 0; status == Z_OK || (status == Z_BUF_ERROR && idle < enoughIdleCalls);) {
+        stream.next_out = reinterpret_cast<Bytef*>(piece.data());
+        stream.avail_out = piece.size();
+        status = inflate(&stream, Z_TREES);
+        result.content.append(piece.data(), piece.size() - stream.avail_out);
+        if ((stream.data_type & afterBlock) != 0) result.inBlockHeader = true;
+        if ((stream.data_type & afterBlockHeader) != 0) result.inBlockHeader = false;
+        idle = status == Z_BUF_ERROR ? idle + 1 : 0;
+    }
+    result.end = endOf(status, stream);
+    result.unused = stream.avail_in;
+    inflateEnd(&stream);
+    return result;
+}
+
+std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declaredSize) {
+    const std::uint64_t size = inflated.content.size();
+    std::set<std::string> refusals;
+    if (size > declaredSize) refusals.insert("DEFLATE output is longer than its declared size");
+    switch (inflated.end) {
+        // A block's header may be judged as it comes or when it is complete.
+        case Inflated::End::invalid:
+            refusals.insert("Invalid DEFLATE data");
+            if (inflated.inBlockHeader) refusals.insert("Truncated DEFLATE data");
+            break;
+        case Inflated::End::truncated:
+            refusals.insert("Truncated DEFLATE data");
+            if (inflated.inBlockHeader) refusals.insert("Invalid DEFLATE data");
+            break;
+        case Inflated::End::doubtful:
+            break;
+        case Inflated::End::complete:
+            if (!refusals.empty()) break;
+            if (inflated.unused != 0) {
+                refusals.insert("Unexpected data after DEFLATE stream");
+            } else if (size < declaredSize) {
+                refusals.insert("DEFLATE output is shorter than its declared size");
+            }
+    }
+    return refusals;
+}
+
+}  // namespace vesk::fuzzing
