@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// The C allocator of a test executable, and so of the libraries that it loads: it counts what is
+// allocated and fails on demand.
+#pragma once
+
+#include <cstddef>
+
+#include "tests/faults/call_owner.h"
+
+namespace vesk::testing {
+
+/// Whether the allocations after the first one that fails fail, too.
+enum class FaultReach { once, fromThenOn };
+
+/// What the allocator saw while faults were armed.
+struct AllocationReport {
+    std::size_t requests = 0;           ///< allocations that were asked for
+    std::size_t failures = 0;           ///< those of them that failed
+    CallOwner owner = CallOwner::none;  ///< of the first one that failed
+    bool walking = false;  ///< the last one that failed was for std::filesystem to walk a directory
+};
+
+/// From now on, the allocation with the number `number`, counted from 1, fails; none with 0. Only
+/// for as long as this process has a single thread.
+void armAllocationFaults(std::size_t number, FaultReach reach);
+
+/// Ends what armAllocationFaults began.
+AllocationReport disarmAllocationFaults();
+
+/// Returns how many blocks are allocated and not yet freed.
+std::size_t liveAllocations();
+
+/// Begins to observe how far the allocated bytes rise above what they are now.
+void startPeak();
+
+/// Returns by how many bytes they rose at most since startPeak.
+std::size_t peakBytes();
+
+}  // namespace vesk::testing

@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: MIT
+// Every allocation fails once: the call ends in std::bad_alloc or in one documented message, with
+// everything released and the destination as it was.
+//
+// One way out is closed. In libstdc++ 12 the functions _Dir::advance(bool, std::error_code&) and
+// _Dir::open_subdir(bool, bool, std::error_code&) of std::filesystem are noexcept although they put
+// paths together. recursive_directory_iterator's constructor, its increment(std::error_code&) and
+// remove_all(path, std::error_code&) rest on them: when memory runs out there, the standard library
+// ends the process. Such cases are counted apart, and nothing else may end so.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <new>
+#include <optional>
+#include <regex>
+#include <set>
+
+#include "tests/faults/allocation_faults.h"
+#include "tests/faults/archive_calls.h"
+#include "tests/faults/in_child.h"
+#include "tests/faults/raise_count.h"
+#include "tests/support/memory_dir.h"
+#include "tests/support/open_files.h"
+
+namespace vesk::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The messages that the standard library may turn a failed allocation of the module's into: it
+/// reports the failure of a C function that it calls, such as fopen, like any other failure.
+const std::set<std::string> messagesOfTheModule = {
+    "IOException: Cannot enumerate archive source", "IOException: Cannot read file: FILE",
+    "IOException: Cannot create archive", "IOException: Cannot write TAR entry"};
+
+class AllocationFaults : public ::testing::TestWithParam<ArchiveCall> {
+protected:
+    AllocationFaults() {
+        writeSource(root_ / "source");
+        writeFile(root_ / splitName(), std::string(5000, 's'));
+        writeFile(root_ / "archive.tar", streamToUnpack());
+        writeFile(root_ / "archive.tgz", memberOf(streamToUnpack()));
+        fs::create_directory(root_ / "work");
+        prepare();
+        // The call that shows what is to come also lets the libraries allocate what they keep.
+        GetParam()(from(), to());
+        if (auto error = standin::takePendingError()) throw std::runtime_error(error->message);
+        complete_ = destination();
+        prepare();
+        old_ = destination();
+    }
+
+    /// A new archive is made of a tree, one that replaces another of a single file.
+    fs::path from() const {
+        if (GetParam().makes) return root_ / (GetParam().replaces ? splitName() : "source");
+        return root_ / (GetParam().gzip ? "archive.tgz" : "archive.tar");
+    }
+    fs::path to() const { return root_ / "work/parent/destination"; }
+
+    /// Makes the destination's surroundings what they are before a call.
+    void prepare() const {
+        fs::remove_all(root_ / "work");
+        fs::create_directory(root_ / "work");
+        if (!GetParam().replaces) return;
+        if (GetParam().makes) {
+            writeFile(to(), "the old archive");
+        } else {
+            writeTree(to(), {{"old", "tree"}, {"directory/older", "still"}});
+        }
+    }
+
+    /// What is at the destination: one file without a name, or a tree, or nothing.
+    std::optional<Tree> destination() const {
+        if (!fs::exists(to())) return std::nullopt;
+        return fs::is_directory(to()) ? readTree(to()) : Tree{{"", readFile(to())}};
+    }
+
+    void sweep(FaultReach reach);
+
+private:
+    std::size_t countAllocations();
+    std::string run(std::size_t number, FaultReach reach) const;
+    std::string judge(const std::string& ending, const AllocationReport& report) const;
+    std::string judgeMessage(const std::string& ending, CallOwner owner) const;
+    std::string judgeDestination(const std::string& ending) const;
+    std::string judgeNextCall() const;
+    std::string judgeSurroundings(const std::string& ending) const;
+
+    const std::unique_ptr<TempDir> directory_ = makeMemoryDir();
+    const TempDir& root_ = *directory_;
+    std::optional<Tree> old_;
+    std::optional<Tree> complete_;
+};
+
+/// Returns how the call ended: "done", "bad_alloc", or the message that was raised.
+std::string endingOf(const ArchiveCall& call, const fs::path& from, const fs::path& to,
+                     std::size_t number, FaultReach reach, AllocationReport& report) {
+    bool exhausted = false;
+    armAllocationFaults(number, reach);
+    try {
+        call(from, to);
+    } catch (const std::bad_alloc&) {
+        exhausted = true;
+    }
+    report = disarmAllocationFaults();
+    const auto error = standin::takePendingError();
+    if (exhausted) return error ? "defect: bad_alloc and a message" : "bad_alloc";
+    if (!error) return raiseCount == 0 ? "done" : "defect: a raise without a message";
+    if (raiseCount != 1) return "defect: raised more than once";
+    return error->className + ": " + error->message;
+}
+
+std::string atTermination() {
+    return disarmAllocationFaults().walking ? "terminated" : "defect: terminated outside a walk";
+}
+
+/// Runs the call with the given fault and returns a verdict: "done", an ending that is as it should
+/// be, or a text that begins with "defect".
+std::string AllocationFaults::run(std::size_t number, FaultReach reach) const {
+    const fs::path source = from();
+    const fs::path target = to();
+    callOwner();                   // allocates, the first time, what it uses later, too
+    std::string ending(300, ' ');  // has its memory now, so that it does not count as a leak
+    AllocationReport report;
+    raiseCount = 0;
+    const std::ptrdiff_t descriptors = openFileCount();
+    const std::size_t live = liveAllocations();
+
+    ending.assign(endingOf(GetParam(), source, target, number, reach, report));
+    const std::size_t leaked = liveAllocations() - live;
+    if (leaked != 0) return "defect: " + std::to_string(leaked) + " blocks leaked after " + ending;
+    if (openFileCount() != descriptors) return "defect: descriptors left open after " + ending;
+    return judge(ending, report);
+}
+
+std::string AllocationFaults::judge(const std::string& ending,
+                                    const AllocationReport& report) const {
+    if (report.failures == 0) return ending == "done" ? "done" : "defect: no fault but " + ending;
+    if (ending.starts_with("defect")) return ending;
+    std::string verdict = (report.owner == CallOwner::module ? "module: " : "host: ") +
+                          judgeMessage(ending, report.owner) + judgeDestination(ending);
+    standin::abandonStaging();
+    verdict += judgeNextCall();
+    return verdict + judgeSurroundings(ending);
+}
+
+std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner owner) const {
+    if (ending == "bad_alloc" || (ending == "done" && owner == CallOwner::host)) return ending;
+    const std::regex file("file: " + root_.path().native() + ".*");
+    const std::string text = std::regex_replace(ending, file, "file: FILE");
+    const bool known = owner == CallOwner::module && messagesOfTheModule.contains(text);
+    return known ? text : "defect: " + text;
+}
+
+/// The destination is as it was, with two exceptions: a file stream that has opened, and truncated,
+/// the archive allocates its buffer after that; and an old tree that has been replaced but cannot
+/// be deleted fails nothing.
+std::string AllocationFaults::judgeDestination(const std::string& ending) const {
+    const std::optional<Tree> now = destination();
+    if (ending == "done") return now == complete_ ? "" : ", defect: destination incomplete";
+    if (now == old_) return "";
+    const bool truncated = GetParam().makes && now == Tree{{"", ""}} && ending == "bad_alloc";
+    return truncated ? ", archive truncated" : ", defect: destination changed";
+}
+
+/// What is beside the destination: nothing, or the rest of an old tree that has been replaced.
+std::string AllocationFaults::judgeSurroundings(const std::string& ending) const {
+    for (const auto& entry : fs::directory_iterator(to().parent_path())) {
+        const std::string name = entry.path().filename().native();
+        const bool rest = name.starts_with(".destination.vesk-unpacking-replacing-");
+        if (name != "destination" && !(rest && ending == "done")) return ", defect: left " + name;
+    }
+    return "";
+}
+
+/// Makes the call again, without faults, in the state in which the last one left everything.
+std::string AllocationFaults::judgeNextCall() const {
+    if (!old_) fs::remove(to());
+    GetParam()(from(), to());
+    if (standin::takePendingError()) return ", defect: the next call fails";
+    if (destination() != complete_) return ", defect: the next call gives something else";
+    return "";
+}
+
+/// Returns the number of allocations of a call that none fails.
+std::size_t AllocationFaults::countAllocations() {
+    prepare();
+    return std::stoul(inChild([&] {
+        const fs::path source = from();
+        const fs::path target = to();
+        armAllocationFaults(0, FaultReach::once);
+        GetParam()(source, target);
+        return std::to_string(disarmAllocationFaults().requests);
+    }));
+}
+
+void AllocationFaults::sweep(FaultReach reach) {
+    const std::size_t allocations = countAllocations();
+    std::map<std::string, std::size_t> verdicts;
+    for (std::size_t number = 1; number <= allocations + 1; ++number) {
+        prepare();
+        const std::string verdict = inChild([&] { return run(number, reach); }, atTermination);
+        EXPECT_EQ(verdict.find("defect"), std::string::npos)
+            << "fault " << number << ": " << verdict;
+        EXPECT_EQ(verdict.find("child failed"), std::string::npos) << "fault " << number;
+        EXPECT_EQ(verdict == "done", number > allocations) << "fault " << number;
+        ++verdicts[verdict];
+    }
+    EXPECT_LE(verdicts["module: bad_alloc, archive truncated"], GetParam().makes ? 1U : 0U);
+    for (const auto& [verdict, count] : verdicts) {
+        std::printf("%5zu %s\n", count, verdict.c_str());
+    }
+}
+
+TEST_P(AllocationFaults, OneFailsAndNothingIsLeakedOrChanged) {
+    sweep(FaultReach::once);
+}
+
+TEST_P(AllocationFaults, AllFailFromOneOnAndNothingIsLeakedOrChanged) {
+    sweep(FaultReach::fromThenOn);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryFunction, AllocationFaults, ::testing::ValuesIn(archiveCalls),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+
+}  // namespace vesk::testing

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// Faults that the system itself makes: no room, limits of the process, and files that change while
+// they are read.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/faults/archive_calls.h"
+#include "tests/faults/file_faults.h"
+#include "tests/faults/in_child.h"
+#include "tests/support/temp_dir.h"
+
+namespace vesk::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string text(100000, 't');
+
+/// Returns the message that the call raised, with the test's directory as ROOT, or "done".
+std::string endingOf(const ArchiveCall& call, const fs::path& root, const fs::path& from,
+                     const fs::path& to) {
+    call(from, to);
+    const auto error = standin::takePendingError();
+    if (!error) return "done";
+    std::string message = error->message;
+    const std::size_t found = message.find(root.native());
+    return found == std::string::npos ? message
+                                      : message.replace(found, root.native().size(), "ROOT");
+}
+
+/// Leaves less room than the files of these tests need: a file system of 64 KiB or, where this
+/// process may not mount one, files of at most 64 KiB.
+void leaveLittleRoom(const fs::path& directory) {
+    if (unshare(CLONE_NEWNS) == 0 && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k") == 0) {
+        return;
+    }
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{65536, 65536};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+void limitFileSize(const fs::path& /*directory*/) {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{2048, 2048};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+/// Lets `count` more files be open than there are.
+void allowDescriptors(rlim_t count) {
+    const int lowest = dup(STDIN_FILENO);
+    close(lowest);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = static_cast<rlim_t>(lowest) + count;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void allowDescriptorsAgain() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void allowNoDescriptor(const fs::path& /*directory*/) {
+    allowDescriptors(0);
+}
+
+void allowOneDescriptor(const fs::path& /*directory*/) {
+    allowDescriptors(1);
+}
+
+/// A call from `from` to work/new in a process that has been restricted, how it ends, and what is
+/// in the work directory then.
+struct Restriction {
+    const char* name;
+    void (*restrict)(const fs::path& workDirectory);
+    bool makes;
+    const char* from;
+    const char* ending;
+    const char* left;
+};
+
+// clang-format off
+const std::vector<Restriction> restrictions = {
+    {"MakeWithLittleRoom", leaveLittleRoom, true, "file", "Cannot finalize archive", "new"},
+    {"UnpackWithLittleRoom", leaveLittleRoom, false, "packed", "Cannot finalize TAR entry", ""},
+    {"MakeWithSmallFilesOnly", limitFileSize, true, "tree", "Cannot finalize archive", "new"},
+    {"UnpackWithSmallFilesOnly", limitFileSize, false, "packed", "Cannot finalize TAR entry", ""},
+    {"MakeFromFileWithoutDescriptors", allowNoDescriptor, true, "file",
+     "Cannot read file: ROOT/file", ""},
+    {"MakeFromTreeWithoutDescriptors", allowNoDescriptor, true, "tree",
+     "Cannot enumerate archive source", ""},
+    {"MakeFromTreeWithOneDescriptor", allowOneDescriptor, true, "tree",
+     "Cannot enumerate archive source", ""},
+    {"UnpackWithoutDescriptors", allowNoDescriptor, false, "packed",
+     "Cannot read file: ROOT/packed", ""},
+    {"MakeFromFileWithOneDescriptor", allowOneDescriptor, true, "file", "done", "new"},
+    {"UnpackWithOneDescriptor", allowOneDescriptor, false, "packed", "done", "new"},
+};
+
+/// A change right before the module makes the file call `call`, and how its own call ends.
+struct Change {
+    const char* name;
+    bool makes;
+    const char* from;
+    const char* call;
+    void (*change)(const fs::path& root);
+    const char* ending;
+};
+
+const std::vector<Change> changes = {
+    {"SourceFileShrinks", true, "file", "read file",
+     [](const fs::path& root) { fs::resize_file(root / "file", 99999); },
+     "Cannot read file: ROOT/file"},
+    {"SourceFileVanishes", true, "tree", "fopen tree/sub/file",
+     [](const fs::path& root) { fs::remove(root / "tree/sub/file"); },
+     "Cannot read file: ROOT/tree/sub/file"},
+    {"DirectoryVanishesBeforeItIsOpened", true, "tree", "openat tree/sub",
+     [](const fs::path& root) { fs::remove_all(root / "tree/sub"); },
+     "Cannot enumerate archive source"},
+    {"DirectoryVanishesOnceItIsOpen", true, "tree", "readdir tree/sub",
+     [](const fs::path& root) { fs::remove_all(root / "tree/sub"); }, "done"},
+    {"ArchiveShrinks", false, "packed", "read packed",
+     [](const fs::path& root) { fs::resize_file(root / "packed", 20); },
+     "Cannot read file: ROOT/packed"},
+    {"StagingDirectoryVanishes", false, "packed", "create work/STAGING/large",
+     [](const fs::path& root) { fs::remove_all(*fs::directory_iterator(root / "work")); },
+     "Cannot write TAR entry"},
+};
+// clang-format on
+
+class RealFaults : public ::testing::TestWithParam<bool> {
+protected:
+    RealFaults() { reset(); }
+
+    void reset() const {
+        const std::string stream = tarEntry("large", text) + tarEnd();
+        writeFile(root_ / "file", text);
+        writeFile(root_ / "packed", GetParam() ? memberOf(stream) : stream);
+        fs::remove_all(root_ / "tree");
+        writeTree(root_ / "tree", {{"sub/file", text}});
+        fs::remove_all(root_ / "work");
+        fs::create_directory(root_ / "work");
+    }
+
+    const ArchiveCall& call(bool makes) const {
+        return archiveCalls[(GetParam() ? 4 : 0) + (makes ? 0 : 2)];
+    }
+
+    std::string endingOf(bool makes, const char* from) const {
+        return testing::endingOf(call(makes), root_.path(), root_ / from, root_ / "work/new");
+    }
+
+    /// Returns the names in the work directory.
+    std::string left() const {
+        std::string names;
+        for (const auto& entry : fs::directory_iterator(root_ / "work"))
+            names += entry.path().filename().native();
+        return names;
+    }
+
+    TempDir root_;
+};
+
+}  // namespace
+
+TEST_P(RealFaults, FullDeviceEndsInCannotFinalizeArchive) {
+    const ArchiveCall& replacing = archiveCalls[GetParam() ? 5 : 1];
+    for (const char* const source : {"file", "tree"}) {
+        EXPECT_EQ(testing::endingOf(replacing, root_.path(), root_ / source, "/dev/full"),
+                  "Cannot finalize archive");
+    }
+}
+
+TEST_P(RealFaults, RestrictedProcessGetsTheMessageOfTheStep) {
+    for (const Restriction& row : restrictions) {
+        SCOPED_TRACE(row.name);
+        reset();
+        const std::string report = inChild([&] {
+            row.restrict(root_ / "work");
+            const std::string ending = endingOf(row.makes, row.from);
+            allowDescriptorsAgain();
+            return ending + ", left: " + left();
+        });
+        EXPECT_EQ(report, std::string(row.ending) + ", left: " + row.left);
+    }
+}
+
+TEST_P(RealFaults, ChangesOnTheWayEndInTheMessageOfTheStep) {
+    for (const Change& row : changes) {
+        SCOPED_TRACE(row.name);
+        reset();
+        bool changed = false;
+        armFileFaults(root_.path(), {0, 0}, [&](const std::string& call) {
+            if (call != row.call || changed) return;
+            changed = true;
+            row.change(root_.path());
+        });
+        const std::string ending = endingOf(row.makes, row.from);
+        disarmFileFaults();
+        EXPECT_TRUE(changed);
+        EXPECT_EQ(ending, row.ending);
+        EXPECT_EQ(left(), ending == "done" ? "new" : "");
+    }
+}
+
+TEST_P(RealFaults, FileThatGrowsIsArchivedAtTheSizeThatWasAsked) {
+    ASSERT_EQ(endingOf(true, "file"), "done");
+    const std::string before = readFile(root_ / "work/new");
+    fs::remove(root_ / "work/new");
+    armFileFaults(root_.path(), {0, 0}, [&](const std::string& call) {
+        if (call == "read file") writeFile(root_ / "file", text + "more");
+    });
+    const std::string ending = endingOf(true, "file");
+    disarmFileFaults();
+    EXPECT_EQ(ending, "done");
+    EXPECT_EQ(fs::file_size(root_ / "file"), 100004U);
+    EXPECT_TRUE(readFile(root_ / "work/new") == before);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothContainers, RealFaults, ::testing::Bool(),
+                         [](const auto& row) { return std::string(row.param ? "Tgz" : "Tar"); });
+
+}  // namespace vesk::testing

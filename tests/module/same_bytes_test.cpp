@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+// The user, the umask, the environment and the locale of the process leave no trace in an archive.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <locale>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "tests/support/module_calls.h"
+#include "tests/support/ordinary_user.h"
+#include "tests/support/recording_host.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/tree.h"
+
+namespace vesk::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Sizes of more than three digits, decimal and octal, which a locale might group; names that a
+/// locale might sort otherwise or take for broken text.
+const Tree tree = {{"Beta", std::string(1234567, 'b')},
+                   {"alpha", std::string(70000, 'a')},
+                   {"\xC3\xA4pfel", "umlaut"},
+                   {"\xFF", "no character"},
+                   {"sub/Zeta", ""},
+                   {"sub/eta", "e"}};
+
+class SameBytes : public ::testing::TestWithParam<Container> {
+protected:
+    SameBytes() {
+        writeTree(root_ / "source", tree);
+        // Everybody may read the source, and write archives beside it.
+        fs::permissions(root_.path(), fs::perms::all);
+        for (const auto& entry : fs::recursive_directory_iterator(root_ / "source"))
+            fs::permissions(entry.path(), fs::perms::others_read | fs::perms::others_exec,
+                            fs::perm_options::add);
+        expected_ = archive("expected");
+    }
+
+    /// Makes an archive of the source and returns its bytes.
+    std::string archive(const char* name) const {
+        RecordingHost host;
+        makeArchive(GetParam(), (root_ / "source").c_str(), (root_ / name).c_str(), true);
+        if (host.pendingMessage) throw std::runtime_error(*host.pendingMessage);
+        return readFile(root_ / name);
+    }
+
+    TempDir root_;
+    std::string expected_;
+};
+
+/// Sets an environment variable, or unsets it, for as long as it lives.
+class Variable {
+public:
+    Variable(const char* name, const char* value) : name_(name) {
+        if (const char* before = std::getenv(name)) before_ = before;
+        set(value);
+    }
+    ~Variable() { set(before_ ? before_->c_str() : nullptr); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+private:
+    void set(const char* value) {
+        if (value == nullptr) {
+            unsetenv(name_);
+        } else {
+            setenv(name_, value, 1);
+        }
+    }
+
+    const char* name_;
+    std::optional<std::string> before_;
+};
+
+/// Makes a locale the one of C and C++ for as long as it lives.
+class GlobalLocale {
+public:
+    explicit GlobalLocale(const std::locale& locale) : before_(std::locale::global(locale)) {}
+    ~GlobalLocale() {
+        std::locale::global(before_);
+        std::setlocale(LC_ALL, "C");
+    }
+    GlobalLocale(const GlobalLocale&) = delete;
+    GlobalLocale& operator=(const GlobalLocale&) = delete;
+
+private:
+    std::locale before_;
+};
+
+/// The locale that the environment names; the plain one where it is not installed.
+std::locale environmentLocale() {
+    try {
+        return std::locale("");
+    } catch (const std::runtime_error&) {
+        return std::locale::classic();
+    }
+}
+
+/// Writes 1234 as "1.2.3.4".
+struct GroupedDigits : std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\1"; }
+};
+
+}  // namespace
+
+TEST_P(SameBytes, UmaskChangesNothing) {
+    for (const mode_t mask : {0000U, 0077U, 0022U, 0177U}) {
+        const mode_t before = umask(mask);
+        const std::string bytes = archive(("umask-" + std::to_string(mask)).c_str());
+        umask(before);
+        EXPECT_TRUE(bytes == expected_) << std::oct << mask;
+    }
+}
+
+TEST_P(SameBytes, UserChangesNothing) {
+    const std::string bytes = asOrdinaryUser([&] { return archive("as-ordinary-user"); });
+    EXPECT_TRUE(bytes == expected_) << bytes.substr(0, 100);
+}
+
+TEST_P(SameBytes, TimeZoneAndLanguageChangeNothing) {
+    for (const char* const zone : {"UTC0", "Pacific/Kiritimati", "<-12>12", ":/nowhere"}) {
+        for (const char* const language : {"C", "POSIX", "C.UTF-8", "de_CH.UTF-8"}) {
+            for (const char* const all : {"", "C", "en_US.UTF-8", "tr_TR"}) {
+                SCOPED_TRACE(std::string(zone) + ' ' + language + ' ' + all);
+                const Variable tz("TZ", zone);
+                const Variable lang("LANG", language);
+                const Variable lcAll("LC_ALL", all);
+                tzset();
+                std::setlocale(LC_ALL, "");
+                const GlobalLocale global(environmentLocale());
+                EXPECT_TRUE(archive("elsewhere") == expected_);
+            }
+        }
+    }
+    tzset();
+}
+
+TEST_P(SameBytes, LocaleThatGroupsDigitsChangesNothing) {
+    const GlobalLocale global(std::locale(std::locale::classic(), new GroupedDigits));
+    EXPECT_TRUE(archive("grouped") == expected_);
+}
+
+TEST_P(SameBytes, LocaleThatGroupsDigitsReadsTheSameTree) {
+    const GlobalLocale global(std::locale(std::locale::classic(), new GroupedDigits));
+    RecordingHost host;
+    unpackArchive(GetParam(), (root_ / "expected").c_str(), (root_ / "unpacked").c_str());
+    EXPECT_EQ(host.pendingMessage, std::nullopt);
+    EXPECT_TRUE(readTree(root_ / "unpacked") == tree);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothContainers, SameBytes,
+                         ::testing::Values(Container::tar, Container::tgz), [](const auto& row) {
+                             return std::string(row.param == Container::tar ? "Tar" : "Tgz");
+                         });
+
+}  // namespace vesk::testing
