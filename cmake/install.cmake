@@ -6,6 +6,13 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/VeskArchives)
 set(header_directory ${CMAKE_INSTALL_INCLUDEDIR}/vesk-archives)
 set(module_directory ${CMAKE_INSTALL_LIBDIR}/vesk/modules)
 
+# vesk_install_program(NAME): the program and its manual page.
+function(vesk_install_program name)
+    install(TARGETS ${name})
+    configure_file(docs/man/${name}.1.in ${PROJECT_BINARY_DIR}/${name}.1 @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
+
 # What a runtime includes to load the module, and to supply what it asks for.
 add_library(vesk_host_interface INTERFACE)
 target_compile_features(vesk_host_interface INTERFACE cxx_std_20)
@@ -20,6 +27,7 @@ set_target_properties(vesk_io_archives PROPERTIES
     EXPORT_NAME module INSTALL_RPATH "$ORIGIN/../..")
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
 
+vesk_install_program(vesk-host-check)
 if(NOT VESK_RUNTIME_LIBRARY)
     set_target_properties(vesk_standin_host PROPERTIES EXPORT_NAME standin_host)
     target_link_libraries(vesk_standin_host INTERFACE vesk_host_interface)
@@ -28,9 +36,7 @@ if(NOT VESK_RUNTIME_LIBRARY)
 
     set_target_properties(vesk-archive PROPERTIES
         INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-    install(TARGETS vesk-archive)
-    configure_file(docs/man/vesk-archive.1.in ${PROJECT_BINARY_DIR}/vesk-archive.1 @ONLY)
-    install(FILES ${PROJECT_BINARY_DIR}/vesk-archive.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    vesk_install_program(vesk-archive)
     install(FILES commandline/bash-completion/vesk-archive
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
@@ -47,6 +53,7 @@ set(CPACK_PACKAGE_NAME vesk-archives)
 set(CPACK_PACKAGE_CONTACT "Vesk archives maintainers <maintainers@example.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-permissions.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

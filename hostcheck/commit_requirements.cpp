@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// What the module relies on when it commits an extracted tree.
+#include <array>
+#include <string>
+
+#include "hostcheck/error_text.h"
+#include "hostcheck/requirement.h"
+#include "hostcheck/staged_tree.h"
+#include "hostcheck/wording.h"
+
+namespace vesk::hostcheck {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path prepareFilled(const Trial& trial, const fs::path& destination, bool overwrite = false) {
+    fs::path staging = prepare(trial, destination, overwrite);
+    fill(staging, sampleTree());
+    return staging;
+}
+
+void movesEverything(const Trial& trial) {
+    for (const fs::path& place : trial.places) {
+        const fs::path staging = prepareFilled(trial, place / "out");
+        commitSuccessfully(trial, staging, place / "out");
+        expectTree(sampleTree(), place / "out");
+    }
+}
+
+void movesAnEmptyTree(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    commitSuccessfully(trial, prepare(trial, destination), destination);
+    expect(fs::is_directory(destination), "a directory at the destination", "none");
+    expectTree({}, destination);
+}
+
+void leavesNothingToCleanUp(const Trial& trial) {
+    for (const fs::path& place : trial.places) {
+        const fs::path staging = prepareFilled(trial, place / "out");
+        if (!commit(trial, staging, place / "out").succeeded) continue;
+        expect(!fs::exists(staging), "nothing at " + inQuotes(staging.native()), "a directory");
+        expect(namesIn(place) == inQuotes("out"), "nothing but the destination in its directory",
+               namesIn(place));
+    }
+}
+
+void replacesADestination(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    fill(destination, {{"both", "old"}, {"old", "old"}});
+    const Tree extracted = {{"both", "new"}, {"new/", ""}, {"new/file", "new"}};
+    const fs::path staging = prepare(trial, destination, true);
+    fill(staging, extracted);
+    commitSuccessfully(trial, staging, destination);
+    // Whether old files stay beside the new ones is a line of its own.
+    fs::remove(destination / "old");
+    expectTree(extracted, destination);
+}
+
+void keepsNothingOld(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    fill(destination, {{"old", "old"}});
+    const fs::path staging = prepareFilled(trial, destination, true);
+    if (!commit(trial, staging, destination).succeeded) return;
+    expect(!fs::exists(destination / "old"), "nothing of the old tree", "old and new files mixed");
+}
+
+void leavesErrorAlone(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    const fs::path staging = prepareFilled(trial, destination);
+    const Answer answer = commit(trial, staging, destination, earlierText);
+    if (answer.succeeded) expectLeftAlone(answer.error);
+}
+
+/// Commits a staging directory that has vanished, which cannot succeed.
+Answer commitNothing(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    const fs::path staging = prepareFilled(trial, destination);
+    fs::remove_all(staging);
+    return commit(trial, staging, destination, earlierText);
+}
+
+void reportsFailure(const Trial& trial) {
+    expect(!commitNothing(trial).succeeded, "false when the staging directory has vanished",
+           "true");
+}
+
+void replacesErrorWhenItFails(const Trial& trial) {
+    const Answer answer = commitNothing(trial);
+    if (!answer.succeeded) expectReplaced(answer.error);
+}
+
+void sparesWhatAppeared(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    const fs::path staging = prepareFilled(trial, destination);
+    fill(destination, {{"other", "other"}});
+    commit(trial, staging, destination);
+    expect(readTree(destination) == Tree{{"other", "other"}},
+           "what appeared at the destination after it was found free", "another tree");
+}
+
+constexpr Weight requirement = Weight::requirement;
+constexpr const char* committing = "commitExtractionStaging";
+
+constexpr std::array<Requirement, 9> requirements = {{
+    {requirement, committing, "moves everything to the destination", movesEverything},
+    {requirement, committing, "moves an empty tree", movesAnEmptyTree},
+    {requirement, committing, "leaves nothing to clean up", leavesNothingToCleanUp},
+    {requirement, committing, "replaces an existing destination that may be replaced",
+     replacesADestination},
+    {Weight::advice, committing, "keeps nothing of what it replaces", keepsNothingOld},
+    {requirement, committing, "leaves the error text alone when it succeeds", leavesErrorAlone},
+    {requirement, committing, "reports when it cannot move the tree", reportsFailure},
+    {requirement, committing, "replaces the error text when it fails", replacesErrorWhenItFails},
+    {Weight::advice, committing, "spares what appeared at the destination meanwhile",
+     sparesWhatAppeared},
+}};
+
+}  // namespace
+
+std::span<const Requirement> commitRequirements() {
+    return requirements;
+}
+
+}  // namespace vesk::hostcheck

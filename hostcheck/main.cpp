@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// vesk-host-check: puts a runtime library to the test as a host of the archive module.
+//
+// Exit status: 0 every requirement holds; 1 one does not; 2 wrong usage; 3 the library cannot be
+// loaded, lacks a function, or cannot be tried out.
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <string_view>
+
+#include "hostcheck/report.h"
+
+using namespace vesk::hostcheck;
+
+namespace {
+
+constexpr int allHold = 0;
+constexpr int someFail = 1;
+constexpr int wrongUsage = 2;
+constexpr int cannotCheck = 3;
+
+constexpr const char* help =
+    "Checks whether a runtime library can be the host of the archive module.\n"
+    "Usage: vesk-host-check LIBRARY\n"
+    "       vesk-host-check --help | --version\n"
+    "\n"
+    "  LIBRARY    The shared library with the nine functions of host_runtime.h\n"
+    "\n"
+    "Prints one line for each requirement: pass, or FAIL with what was expected and what\n"
+    "came. Lines with note are advice. Exit status: 0 every requirement holds; 1 one does\n"
+    "not; 2 wrong usage; 3 the library cannot be loaded or lacks a function.\n";
+
+int complainOfUsage() {
+    std::fputs("vesk-host-check: name one library\nTry 'vesk-host-check --help'.\n", stderr);
+    return wrongUsage;
+}
+
+int check(const char* library) {
+    // A name without a slash would be searched for among the system's libraries.
+    switch (reportOn(std::filesystem::absolute(library))) {
+        case Finding::allHold:
+            return allHold;
+        case Finding::someFail:
+            return someFail;
+        case Finding::functionsMissing:
+            return cannotCheck;
+    }
+    return cannotCheck;
+}
+
+int run(std::string_view word) {
+    if (word == "--help") return std::fputs(help, stdout), allHold;
+    if (word == "--version") return std::puts("vesk-host-check " VESK_HOST_CHECK_VERSION), allHold;
+    if (word.empty() || word.front() == '-') return complainOfUsage();
+    return check(word.data());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return argc == 2 ? run(argv[1]) : complainOfUsage();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "vesk-host-check: %s\n", failure.what());
+        return cannotCheck;
+    }
+}

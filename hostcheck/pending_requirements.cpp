@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// What the module relies on when it raises an exception and asks whether one is pending.
+//
+// The class and the text that were recorded cannot be read back through the nine functions.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <system_error>
+
+#include "hostcheck/requirement.h"
+#include "hostcheck/wording.h"
+
+namespace vesk::hostcheck {
+
+namespace {
+
+constexpr const char* exceptionClass = "IOException";
+
+/// Whether the call returns is a line of its own, so that other lines go on when it throws.
+void raise(const Trial& trial, const char* className, const char* message) {
+    try {
+        trial.runtime.raise(className, message);
+    } catch (...) {
+    }
+}
+
+void expectPending(const Trial& trial) {
+    expect(trial.runtime.hasPendingError() != 0, "a pending exception", "none");
+}
+
+void raiseReturns(const Trial& trial) {
+    trial.runtime.raise(exceptionClass, "Archive already exists");
+}
+
+void raiseNeedsItsStringsNoLonger(const Trial& trial) {
+    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const page =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
+    char* const className = static_cast<char*>(page);
+    char* const message = std::strcpy(className, exceptionClass) + 64;
+    std::strcpy(message, "Cannot read file: photos/summer.jpg");
+    raise(trial, className, message);
+    mprotect(page, size, PROT_NONE);
+    trial.runtime.hasPendingError();
+}
+
+void raiseTakesAnEmptyMessage(const Trial& trial) {
+    raise(trial, exceptionClass, "");
+    expectPending(trial);
+}
+
+void raiseTakesAnyPath(const Trial& trial) {
+    std::string message = "Cannot read file: ";
+    for (int value = 1; value < 256; ++value)
+        message += static_cast<char>(value);
+    message.append(8192, 'x');
+    raise(trial, exceptionClass, message.c_str());
+    expectPending(trial);
+}
+
+void pendingIsZeroAtFirst(const Trial& trial) {
+    const int answer = trial.runtime.hasPendingError();
+    expect(answer == 0, "0", std::to_string(answer));
+}
+
+void pendingIsNonzeroAfterRaise(const Trial& trial) {
+    raise(trial, exceptionClass, "Archive source does not exist");
+    for (const char* which : {"first", "second", "third"}) {
+        expect(trial.runtime.hasPendingError() != 0, "nonzero",
+               std::string("0 when asked for the ") + which + " time");
+    }
+}
+
+constexpr std::array<Requirement, 6> requirements = {{
+    {Weight::requirement, "Vesk_raise", "returns to its caller", raiseReturns},
+    {Weight::requirement, "Vesk_raise", "needs its strings no longer once it has returned",
+     raiseNeedsItsStringsNoLonger},
+    {Weight::requirement, "Vesk_raise", "records an exception with an empty message",
+     raiseTakesAnEmptyMessage},
+    {Weight::requirement, "Vesk_raise", "takes a message with a path of any bytes and length",
+     raiseTakesAnyPath},
+    {Weight::requirement, "Vesk_hasPendingError", "is zero before anything was raised",
+     pendingIsZeroAtFirst},
+    {Weight::requirement, "Vesk_hasPendingError", "is nonzero after a raise, however often asked",
+     pendingIsNonzeroAfterRaise},
+}};
+
+}  // namespace
+
+std::span<const Requirement> pendingRequirements() {
+    return requirements;
+}
+
+}  // namespace vesk::hostcheck

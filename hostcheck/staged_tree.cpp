@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+// The steps of an extraction, for the trials of staging and commit.
+#include "hostcheck/staged_tree.h"
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "hostcheck/wording.h"
+
+namespace vesk::hostcheck {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void writeFile(const fs::path& path, const std::string& content) {
+    fs::create_directories(path.parent_path());
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    if (!file.flush()) throw std::runtime_error("cannot write " + inQuotes(path.native()));
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string manyBytes() {
+    std::string bytes;
+    for (unsigned i = 0; i < 300000; ++i)
+        bytes += static_cast<char>(i * 7 % 251);
+    return bytes;
+}
+
+/// Returns the first thing in which `came` is not `tree`; nothing when they are equal.
+std::string difference(const Tree& tree, const Tree& came) {
+    for (const auto& [name, content] : tree) {
+        const auto found = came.find(name);
+        if (found == came.end()) return "no " + inQuotes(name);
+        if (found->second != content) return "other content in " + inQuotes(name);
+    }
+    for (const auto& [name, content] : came)
+        if (!tree.contains(name)) return inQuotes(name) + ", which was not extracted";
+    return "";
+}
+
+}  // namespace
+
+fs::path prepare(const Trial& trial, const fs::path& destination, bool overwrite) {
+    fs::path staging;
+    std::string error;
+    const bool prepared = trial.runtime.prepareStaging(destination, overwrite, staging, error);
+    expect(prepared, "a staging directory", "false with the text " + inQuotes(error));
+    return staging;
+}
+
+Answer commit(const Trial& trial, const fs::path& staging, const fs::path& destination,
+              std::string error) {
+    const bool committed = trial.runtime.commitStaging(staging, destination, error);
+    return {committed, error};
+}
+
+void commitSuccessfully(const Trial& trial, const fs::path& staging, const fs::path& destination) {
+    const Answer answer = commit(trial, staging, destination);
+    expect(answer.succeeded, "a commit", "false with the text " + inQuotes(answer.error));
+}
+
+Tree sampleTree() {
+    return {{"a.txt", "alpha"},
+            {".hidden", "hidden"},
+            {"empty", ""},
+            {"hollow/", ""},
+            {"sub/", ""},
+            {"sub/many", manyBytes()},
+            {"sub/with space/", ""},
+            {"sub/with space/deeper/", ""},
+            {"sub/with space/deeper/-caf\xC3\xA9", "deep"}};
+}
+
+void fill(const fs::path& root, const Tree& tree) {
+    for (const auto& [name, content] : tree) {
+        if (name.ends_with('/')) {
+            fs::create_directories(root / name);
+        } else {
+            writeFile(root / name, content);
+        }
+    }
+}
+
+Tree readTree(const fs::path& root) {
+    Tree tree;
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(root, error), end; it != end; ++it) {
+        const std::string name = it->path().lexically_relative(root).native();
+        if (it->is_directory()) {
+            tree[name + "/"];
+        } else {
+            tree[name] = readFile(it->path());
+        }
+    }
+    return tree;
+}
+
+void expectTree(const Tree& tree, const fs::path& root) {
+    const std::string came = difference(tree, readTree(root));
+    expect(came.empty(), "all that was extracted and nothing else", came);
+}
+
+std::string namesIn(const fs::path& directory) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory))
+        names.insert(inQuotes(entry.path().filename().native()));
+    std::string text;
+    for (const std::string& name : names)
+        text += (text.empty() ? "" : ", ") + name;
+    return text.empty() ? "nothing" : text;
+}
+
+}  // namespace vesk::hostcheck

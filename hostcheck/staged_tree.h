@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// The steps of an extraction as the module takes them, with a sample tree, for the trials of
+// staging and commit.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+
+#include "hostcheck/requirement.h"
+
+namespace vesk::hostcheck {
+
+/// The answer of a staging function, and the error text after it.
+struct Answer {
+    bool succeeded;
+    std::string error;
+};
+
+/// Names with contents; directories end in a slash.
+using Tree = std::map<std::string, std::string>;
+
+/// Prepares staging for `destination` and returns the staging path. A refusal is a deviation.
+std::filesystem::path prepare(const Trial& trial, const std::filesystem::path& destination,
+                              bool overwrite = false);
+
+/// Commits `staging` to `destination`.
+Answer commit(const Trial& trial, const std::filesystem::path& staging,
+              const std::filesystem::path& destination, std::string error = "");
+
+/// Like commit; a failure is a deviation.
+void commitSuccessfully(const Trial& trial, const std::filesystem::path& staging,
+                        const std::filesystem::path& destination);
+
+/// What `fill` writes: nested, hidden and empty files, odd names, an empty directory.
+Tree sampleTree();
+
+/// Writes the tree below `root`, as an extraction does.
+void fill(const std::filesystem::path& root, const Tree& tree);
+
+/// Returns what is below `root`; nothing when there is no directory.
+Tree readTree(const std::filesystem::path& root);
+
+/// Deviates when `root` does not hold exactly `tree`.
+void expectTree(const Tree& tree, const std::filesystem::path& root);
+
+/// Returns the names in `directory`, between quotation marks.
+std::string namesIn(const std::filesystem::path& directory);
+
+}  // namespace vesk::hostcheck

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+// What the module relies on when it has staging prepared, and removed after a failure.
+#include <sys/stat.h>
+
+#include <array>
+#include <string>
+
+#include "hostcheck/error_text.h"
+#include "hostcheck/requirement.h"
+#include "hostcheck/staged_tree.h"
+#include "hostcheck/wording.h"
+
+namespace vesk::hostcheck {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void expectFresh(const fs::path& staging) {
+    expect(!staging.empty(), "the path of the staging directory", "an empty path");
+    expect(fs::is_directory(staging), "a directory at " + inQuotes(staging.native()), "none");
+    expect(fs::is_empty(staging), "an empty directory", namesIn(staging) + " in it");
+}
+
+void givesAnEmptyDirectory(const Trial& trial) {
+    for (const fs::path& place : trial.places)
+        expectFresh(prepare(trial, place / "out"));
+}
+
+void givesAnotherDirectory(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    fill(prepare(trial, destination), sampleTree());
+    expect(!fs::exists(prepare(trial, destination) / "a.txt"), "a directory of its own",
+           "the one that was left behind");
+}
+
+void takesARelativeDestination(const Trial& trial) {
+    const fs::path staging = prepare(trial, "out");
+    fill(staging, {{"a.txt", "alpha"}});
+    commitSuccessfully(trial, staging, "out");
+    expectTree({{"a.txt", "alpha"}}, trial.places.front() / "out");
+}
+
+void leavesErrorAlone(const Trial& trial) {
+    fs::path staging;
+    std::string error = earlierText;
+    if (trial.runtime.prepareStaging(trial.places.front() / "out", false, staging, error))
+        expectLeftAlone(error);
+}
+
+/// Existing things of each kind, one in each directory.
+void makeExisting(const fs::path& place) {
+    fill(place, {{"full/out/", ""}, {"full/out/old", "old"}, {"empty/out/", ""}, {"file/out", ""}});
+}
+
+/// Asks for staging without permission to replace what is there.
+Answer refuse(const Trial& trial, const fs::path& destination) {
+    fs::path staging;
+    std::string error = earlierText;
+    const bool prepared = trial.runtime.prepareStaging(destination, false, staging, error);
+    return {prepared, error};
+}
+
+void refusesAnExistingDestination(const Trial& trial) {
+    makeExisting(trial.places.front());
+    for (const char* kind : {"full", "empty", "file"}) {
+        expect(!refuse(trial, trial.places.front() / kind / "out").succeeded,
+               std::string("false for an existing destination (") + kind + ")", "true");
+    }
+}
+
+void leavesNothingWhenItRefuses(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    makeExisting(place);
+    const Tree before = readTree(place);
+    for (const char* kind : {"full", "empty", "file"}) {
+        const Answer answer = refuse(trial, place / kind / "out");
+        expect(answer.succeeded || readTree(place) == before, "everything as it was",
+               namesIn(place / kind) + " where the destination is");
+    }
+}
+
+void replacesErrorWhenItRefuses(const Trial& trial) {
+    makeExisting(trial.places.front());
+    const Answer answer = refuse(trial, trial.places.front() / "full/out");
+    if (!answer.succeeded) expectReplaced(answer.error);
+}
+
+dev_t fileSystemOf(const fs::path& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) throw std::system_error(errno, std::generic_category());
+    return status.st_dev;
+}
+
+void staysOnTheFileSystem(const Trial& trial) {
+    for (const fs::path& place : trial.places) {
+        const fs::path staging = prepare(trial, place / "out");
+        expect(fileSystemOf(staging) == fileSystemOf(place),
+               "a directory on the file system of " + inQuotes(place.native()),
+               inQuotes(staging.native()) + ", from where every file must be copied");
+    }
+}
+
+void leavesTheDestinationUntilCommit(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    const Tree oldTree = {{"old", "old"}};
+    fill(destination, oldTree);
+    trial.runtime.removeTree(prepare(trial, destination, true));
+    expect(readTree(destination) == oldTree, "the old tree after an extraction that failed",
+           readTree(destination).empty() ? "nothing" : "another tree");
+}
+
+void removesTheTree(const Trial& trial) {
+    for (const fs::path& place : trial.places) {
+        const fs::path staging = prepare(trial, place / "out");
+        fill(staging, sampleTree());
+        trial.runtime.removeTree(staging);
+        expect(!fs::exists(staging), "nothing at " + inQuotes(staging.native()),
+               "a directory with " + std::to_string(readTree(staging).size()) + " entries");
+    }
+}
+
+void removesNothingElse(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    fill(place, {{"neighbour", "kept"}, {"neighbours/", ""}, {"neighbours/one", "kept"}});
+    const Tree before = readTree(place);
+    const fs::path staging = prepare(trial, place / "out");
+    fill(staging, sampleTree());
+    trial.runtime.removeTree(staging);
+    for (const auto& [name, content] : before)
+        expect(fs::exists(place / name), inQuotes(name) + " as it was", "nothing there");
+}
+
+void removesWhatIsGone(const Trial& trial) {
+    const fs::path staging = prepare(trial, trial.places.front() / "out");
+    fs::remove_all(staging);
+    trial.runtime.removeTree(staging);
+}
+
+constexpr Weight requirement = Weight::requirement;
+constexpr const char* preparing = "prepareExtractionStaging";
+constexpr const char* removing = "removeExtractionTree";
+
+constexpr std::array<Requirement, 12> requirements = {{
+    {requirement, preparing, "gives an empty directory", givesAnEmptyDirectory},
+    {requirement, preparing, "gives another one when an earlier one was left behind",
+     givesAnotherDirectory},
+    {requirement, preparing, "takes a destination below the current directory",
+     takesARelativeDestination},
+    {requirement, preparing, "leaves the error text alone when it succeeds", leavesErrorAlone},
+    {requirement, preparing, "refuses an existing destination that may not be replaced",
+     refusesAnExistingDestination},
+    {requirement, preparing, "leaves nothing behind when it refuses", leavesNothingWhenItRefuses},
+    {requirement, preparing, "replaces the error text when it refuses", replacesErrorWhenItRefuses},
+    {Weight::advice, preparing, "stays on the destination's file system", staysOnTheFileSystem},
+    {Weight::advice, preparing, "leaves an existing destination as it is until the commit",
+     leavesTheDestinationUntilCommit},
+    {requirement, removing, "removes the whole tree", removesTheTree},
+    {requirement, removing, "removes nothing else", removesNothingElse},
+    {requirement, removing, "returns when there is nothing to remove", removesWhatIsGone},
+}};
+
+}  // namespace
+
+std::span<const Requirement> stagingRequirements() {
+    return requirements;
+}
+
+}  // namespace vesk::hostcheck

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Values in sentences.
+#include "hostcheck/wording.h"
+
+#include <array>
+#include <cstdio>
+
+namespace vesk::hostcheck {
+
+namespace {
+
+/// The most bytes of a text that are shown.
+constexpr std::size_t longestShown = 120;
+
+std::string escaped(char byte) {
+    std::array<char, 5> octal{};
+    std::snprintf(octal.data(), octal.size(), "\\%03o", static_cast<unsigned char>(byte));
+    return octal.data();
+}
+
+}  // namespace
+
+std::string inQuotes(std::string_view text) {
+    std::string shown = "\"";
+    for (const char byte : text.substr(0, longestShown)) {
+        const bool isPrintable = byte >= ' ' && byte <= '~';
+        shown += isPrintable ? std::string(1, byte) : escaped(byte);
+    }
+    return shown + (text.size() > longestShown ? "...\"" : "\"");
+}
+
+std::string hexadecimal(std::uint32_t value) {
+    std::array<char, 11> text{};
+    std::snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned>(value));
+    return text.data();
+}
+
+}  // namespace vesk::hostcheck

@@ -1,0 +1,279 @@
+# SPDX-License-Identifier: MIT
+"""vesk-host-check passes the stand-in host and finds exactly what is wrong with a wrong one.
+
+Run by ctest, which names the files under test in the environment. Each wrong host has one defect.
+"""
+
+import collections
+import concurrent.futures
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+PROGRAM = os.environ["VESK_HOST_CHECK"]
+STANDIN_HOST = os.environ["VESK_STANDIN_HOST"]
+MODULE = os.environ["VESK_MODULE"]
+WRONG_HOST = os.environ["VESK_WRONG_HOST"]
+NO_HOST = os.environ["VESK_NO_HOST"]
+PATIENCE = 600  # seconds until a hanging program is given up
+
+Result = collections.namedtuple("Result", "status out err")
+
+FUNCTIONS = ["Vesk_raise", "Vesk_hasPendingError", "Vesk_runtimeFsPath", "modeIsOverwrite",
+             "prepareExtractionStaging", "commitExtractionStaging", "removeExtractionTree",
+             "crc32Update", "inflateRaw"]
+
+RAISE, PENDING, PATH = "Vesk_raise: ", "Vesk_hasPendingError: ", "Vesk_runtimeFsPath: "
+PREPARE, COMMIT = "prepareExtractionStaging: ", "commitExtractionStaging: "
+REMOVE, CRC, INFLATE = "removeExtractionTree: ", "crc32Update: ", "inflateRaw: "
+
+RETURNS = RAISE + "returns to its caller"
+EMPTY_MESSAGE = RAISE + "records an exception with an empty message"
+ODD_MESSAGE = RAISE + "takes a message with a path of any bytes and length"
+NONZERO = PENDING + "is nonzero after a raise, however often asked"
+NAMES = PATH + "keeps a relative text relative, with its names"
+PUNCTUATION = PATH + "keeps spaces, control characters and punctuation"
+BYTES = PATH + "keeps bytes beyond ASCII, UTF-8 or not"
+DOTS = PATH + "keeps dots"
+REFUSAL_TEXT = PREPARE + "replaces the error text when it refuses"
+SAME_FILE_SYSTEM = PREPARE + "stays on the destination's file system"
+MOVES_EVERYTHING = COMMIT + "moves everything to the destination"
+SPARES = COMMIT + "spares what appeared at the destination meanwhile"
+FAILURE_TEXT = COMMIT + "replaces the error text when it fails"
+GZIP_CRC = CRC + "computes the CRC-32 of gzip and inverts nothing"
+COUNTS = CRC + "counts in 64 bits"
+SIZE = INFLATE + "refuses a wrong declared size"
+INFLATE_TEXT = INFLATE + "replaces the error text when it refuses"
+
+# Not a line about the library: printed in every report.
+NOT_CALLED = "modeIsOverwrite: is not called here, since only the runtime can make a handle"
+
+# The defect, the lines that fail, the lines that become notes.
+DEFECTS = [
+    ("raise throws", {RETURNS}, set()),
+    ("raise aborts", {RETURNS}, set()),
+    ("raise exits", {RETURNS}, set()),
+    ("raise hangs", {RETURNS}, set()),
+    ("raise keeps pointers", {RAISE + "needs its strings no longer once it has returned"}, set()),
+    ("raise drops empty messages", {EMPTY_MESSAGE}, set()),
+    ("raise drops odd messages", {ODD_MESSAGE}, set()),
+    ("pending from the start", {PENDING + "is zero before anything was raised"}, set()),
+    ("pending once", {NONZERO}, set()),
+    ("never pending", {EMPTY_MESSAGE, ODD_MESSAGE, NONZERO}, set()),
+    ("paths are cut", {NAMES}, set()),
+    ("backslashes become slashes", {PUNCTUATION}, set()),
+    ("paths are ASCII", {BYTES}, set()),
+    ("paths are normalised", {DOTS}, set()),
+    ("paths lose their root", set(), {PATH + "keeps an absolute text as it is"}),
+    ("staging holds a lock file", {PREPARE + "gives an empty directory"}, set()),
+    ("staging is shared", {PREPARE + "gives another one when an earlier one was left behind"},
+     set()),
+    ("relative destinations are refused",
+     {PREPARE + "takes a destination below the current directory"}, set()),
+    ("prepare clears the error text", {PREPARE + "leaves the error text alone when it succeeds"},
+     set()),
+    ("everything may be replaced",
+     {PREPARE + "refuses an existing destination that may not be replaced"}, {SPARES}),
+    ("refusal leaves a directory", {PREPARE + "leaves nothing behind when it refuses"}, set()),
+    ("prepare appends to the error text", {REFUSAL_TEXT}, set()),
+    ("prepare gives no message", {REFUSAL_TEXT}, set()),
+    ("prepare leaves the error text", {REFUSAL_TEXT}, set()),
+    ("staging is copied from elsewhere", set(), {SAME_FILE_SYSTEM}),
+    ("old tree goes first", set(),
+     {PREPARE + "leaves an existing destination as it is until the commit"}),
+    ("commit drops empty directories", {MOVES_EVERYTHING}, set()),
+    ("commit drops empty trees", {COMMIT + "moves an empty tree"}, set()),
+    ("commit leaves a file", {COMMIT + "leaves nothing to clean up"}, set()),
+    ("commit never replaces", {COMMIT + "replaces an existing destination that may be replaced"},
+     set()),
+    ("commit merges", set(), {COMMIT + "keeps nothing of what it replaces"}),
+    ("commit clears the error text", {COMMIT + "leaves the error text alone when it succeeds"},
+     set()),
+    ("commit claims success", {COMMIT + "reports when it cannot move the tree"}, set()),
+    ("commit appends to the error text", {FAILURE_TEXT}, set()),
+    ("commit gives no message", {FAILURE_TEXT}, set()),
+    ("commit leaves the error text", {FAILURE_TEXT}, set()),
+    ("commit replaces what appeared", set(), {SPARES}),
+    ("remove keeps directories", {REMOVE + "removes the whole tree"}, set()),
+    ("remove takes neighbours", {REMOVE + "removes nothing else"}, set()),
+    ("remove throws", {REMOVE + "returns when there is nothing to remove"}, set()),
+    ("crc inverts", {GZIP_CRC, COUNTS}, set()),
+    ("crc starts anew", {CRC + "continues over pieces"}, set()),
+    ("crc of nothing is 0", {CRC + "leaves the register as it is for no bytes"}, set()),
+    ("crc counts in 32 bits", {COUNTS}, set()),
+    ("inflate knows no stored blocks", {INFLATE + "decodes stored blocks"}, set()),
+    ("inflate knows no short fixed blocks", {INFLATE + "decodes fixed blocks"}, set()),
+    ("inflate knows no dynamic blocks", {INFLATE + "decodes dynamic blocks"}, set()),
+    ("inflate knows no empty blocks", {INFLATE + "decodes blocks without content"}, set()),
+    ("inflate copies from nearby only", {INFLATE + "copies from 32768 bytes back"}, set()),
+    ("inflate gives the register", {INFLATE + "gives the finished CRC-32 of its output"}, set()),
+    ("inflate clears the error text", {INFLATE + "leaves the error text alone when it succeeds"},
+     set()),
+    ("inflate accepts an early end", {INFLATE + "refuses data that ends early"}, set()),
+    ("inflate accepts anything", {INFLATE + "refuses what is no DEFLATE data"}, set()),
+    ("inflate appends to the error text", {INFLATE_TEXT}, set()),
+    ("inflate gives no message", {INFLATE_TEXT}, set()),
+    ("inflate leaves the error text", {INFLATE_TEXT}, set()),
+    ("inflate cuts at the declared size",
+     {INFLATE + "refuses a wrong declared size or decodes all the same"}, {SIZE}),
+    ("inflate ignores the size", set(), {SIZE}),
+    ("inflate ignores what follows", set(), {INFLATE + "refuses data after the final block"}),
+]
+
+# Defects that more than one line must notice.
+WIDE_DEFECTS = [
+    ("paths become absolute", {NAMES, PUNCTUATION, BYTES, DOTS}),
+    ("staging is renamed from elsewhere", {MOVES_EVERYTHING}),
+]
+
+# The end of the line that says what was expected and what came.
+EXPLANATIONS = [
+    ("raise throws", "; expected that the call returns; came an exception: IOException"),
+    ("raise aborts", "; expected that the call returns; came a crash: Aborted"),
+    ("raise exits",
+     "; expected that the call returns; came an end of the process with status 0"),
+    ("raise hangs", "; expected that the call returns; came no return within 20 seconds"),
+    ("never pending", "; expected nonzero; came 0 when asked for the first time"),
+    ("pending once", "; expected nonzero; came 0 when asked for the second time"),
+    ("paths are normalised", '; expected a relative path of ".", "a", "..", "b", "." '
+                             'from "./a/../b/."; came "b", ""'),
+    ("paths are ASCII",
+     r'; expected a relative path of "caf\303\251" from "caf\303\251"; came "caf??"'),
+    ("staging holds a lock file", '; expected an empty directory; came ".lock" in it'),
+    ("commit drops empty directories",
+     '; expected all that was extracted and nothing else; came no "hollow/"'),
+    ("commit appends to the error text", '; expected a message instead of "an earlier text"; came '
+     '"an earlier textCannot move extracted files to destination"'),
+    ("crc inverts", '; expected 0xe8b7be43 as the inverted register after "a"; came 0x3ab551ce'),
+    ("crc counts in 32 bits", '; expected 0xce7745fe as the inverted register after 4294967296 '
+     'zeros and "123456789"; came 0xe60914ae'),
+    ("inflate gives the register", "; expected 0x3610a686 after a stored block; came 0xc9ef5979"),
+    ("inflate ignores the size",
+     '; advised false for 454 bytes declared as 453; came true with 454 bytes, "0'),
+]
+
+
+def run(*words, defect=""):
+    done = subprocess.run([PROGRAM, *words], env=os.environ | {"VESK_DEFECT": defect},
+                          capture_output=True, timeout=PATIENCE, text=True, check=False)
+    return Result(done.returncode, done.stdout, done.stderr)
+
+
+def lines(result, verdict):
+    """What a report says passes, fails or is to be noted, without what was expected and came."""
+    found = re.findall(rf"^{verdict}  (.*)$", result.out, re.MULTILINE)
+    return {line.partition("; ")[0] for line in found} - {NOT_CALLED}
+
+
+class Reports(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        defects = [row[0] for row in DEFECTS + WIDE_DEFECTS]
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            results = pool.map(lambda defect: run(WRONG_HOST, defect=defect), defects)
+            cls.reports = dict(zip(defects, results))
+        cls.standin = run(STANDIN_HOST)
+
+    def test_the_stand_in_host_passes_every_line(self):
+        self.assertEqual((self.standin.status, self.standin.err), (0, ""))
+        self.assertEqual((lines(self.standin, "FAIL"), lines(self.standin, "note")), (set(), set()))
+        self.assertRegex(self.standin.out, r"\n51 requirements, 0 failed\n\Z")
+
+    def test_the_wrong_host_without_a_defect_passes_every_line(self):
+        self.assertEqual(run(WRONG_HOST), self.standin)
+
+    def test_each_defect_is_found_on_its_own_lines(self):
+        for defect, failing, notes in DEFECTS:
+            with self.subTest(defect=defect):
+                report = self.reports[defect]
+                self.assertEqual(lines(report, "FAIL"), failing)
+                self.assertEqual(lines(report, "note"), notes)
+                self.assertEqual(report.status, 1 if failing else 0)
+                self.assertIn(f"51 requirements, {len(failing)} failed\n", report.out)
+
+    def test_wide_defects_are_found_on_all_of_their_lines(self):
+        for defect, failing in WIDE_DEFECTS:
+            with self.subTest(defect=defect):
+                self.assertEqual(lines(self.reports[defect], "FAIL"), failing)
+                self.assertEqual(self.reports[defect].status, 1)
+
+    def test_every_line_has_been_seen_to_fail(self):
+        seen = set().union(*(failing | notes for _, failing, notes in DEFECTS))
+        presence = {f"{function}: is exported" for function in FUNCTIONS}
+        self.assertEqual(lines(self.standin, "pass"), seen | presence)
+
+    def test_a_line_says_what_was_expected_and_what_came(self):
+        for defect, explanation in EXPLANATIONS:
+            with self.subTest(defect=defect):
+                self.assertIn(explanation, self.reports[defect].out)
+
+    def test_nothing_stays_behind(self):
+        with tempfile.TemporaryDirectory() as directory:
+            os.environ["TMPDIR"] = directory
+            self.addCleanup(os.environ.pop, "TMPDIR")
+            for defect in ["", "raise aborts", "refusal leaves a directory"]:
+                run(WRONG_HOST, defect=defect)
+                self.assertEqual(os.listdir(directory), [])
+
+
+class Libraries(unittest.TestCase):
+    def test_a_library_without_the_functions_fails_a_line_for_each(self):
+        result = run(NO_HOST)
+        self.assertEqual(result.status, 3)
+        self.assertEqual(lines(result, "FAIL"), {f"{name}: is exported" for name in FUNCTIONS})
+        self.assertIn("FAIL  crc32Update: is exported; expected the symbol "
+                      "_ZN4vesk7runtime3zip11crc32UpdateEjPKhm; came none\n", result.out)
+        self.assertTrue(result.out.endswith("\n9 requirements, 9 failed\n"), result.out)
+
+    def test_what_cannot_be_loaded_is_said(self):
+        with tempfile.TemporaryDirectory() as directory:
+            text = pathlib.Path(directory, "text.so")
+            text.write_text("no library")
+            missing = pathlib.Path(directory, "missing.so")
+            rows = [(str(text), "", f"{text}: file too short"),
+                    (str(missing), "", f"{missing}: cannot open shared object file: No such file "
+                     "or directory"),
+                    (NO_HOST, "loading crashes", "a crash: Aborted")]
+            for library, defect, problem in rows:
+                with self.subTest(library=library):
+                    self.assertEqual(run(library, defect=defect), Result(
+                        3, "", f"vesk-host-check: cannot load the library: {problem}\n"))
+
+    def test_functions_of_a_needed_library_are_the_library_s(self):
+        # The built module has none of its own and needs the stand-in host.
+        self.assertEqual(run(MODULE).status, 0)
+
+    def test_a_name_without_a_slash_is_a_file_in_the_current_directory(self):
+        done = subprocess.run([PROGRAM, os.path.basename(NO_HOST)], cwd=os.path.dirname(NO_HOST),
+                              capture_output=True, text=True, check=False)
+        self.assertIn("9 requirements, 9 failed\n", done.stdout)
+
+    def test_without_room_for_trials_nothing_is_said_to_hold(self):
+        with tempfile.TemporaryDirectory() as directory:
+            os.environ["TMPDIR"] = directory + "/missing"
+            self.addCleanup(os.environ.pop, "TMPDIR")
+            result = run(STANDIN_HOST)
+        self.assertEqual(result.status, 3)
+        self.assertIn("vesk-host-check: ", result.err)
+
+
+class Usage(unittest.TestCase):
+    def test_wrong_usage_is_said(self):
+        for words in [(), (STANDIN_HOST, STANDIN_HOST), ("--unknown",), ("",), ("-x",)]:
+            with self.subTest(words=words):
+                self.assertEqual(run(*words), Result(
+                    2, "", "vesk-host-check: name one library\nTry 'vesk-host-check --help'.\n"))
+
+    def test_help_and_version_go_to_standard_output(self):
+        result = run("--help")
+        self.assertEqual((result.status, result.err), (0, ""))
+        self.assertIn("\nUsage: vesk-host-check LIBRARY\n", result.out)
+        self.assertEqual(run("--version"),
+                         Result(0, f"vesk-host-check {os.environ['VESK_VERSION']}\n", ""))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

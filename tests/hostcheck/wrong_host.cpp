@@ -1,0 +1,303 @@
+// SPDX-License-Identifier: MIT
+// A host with the one defect that VESK_DEFECT names; in all else it does as the stand-in host does.
+#include <dlfcn.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "module/host/host_runtime.h"
+#include "tests/support/loaded_library.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool has(std::string_view defect) {
+    const char* const chosen = std::getenv("VESK_DEFECT");
+    return chosen != nullptr && chosen == defect;
+}
+
+// The stand-in host's own version of `function`, found by the name that this library exports.
+template <typename Function>
+Function* standIn(Function* function) {
+    static void* const library = vesk::testing::loadLibrary(VESK_STANDIN_HOST_PATH);
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(function), &info) == 0) std::abort();
+    return reinterpret_cast<Function*>(vesk::testing::findSymbol(library, info.dli_sname));
+}
+
+const char* keptMessage = nullptr;
+
+void doWrongAfterRaise(std::string_view message) {
+    if (has("raise throws")) throw std::runtime_error("IOException");
+    // Once only, or every line would wait for it.
+    if (message != "Archive already exists") return;
+    if (has("raise aborts")) std::abort();
+    if (has("raise exits")) _exit(0);
+    if (has("raise hangs")) pause();
+}
+
+bool isAscii(std::string_view text) {
+    return text.find_first_not_of(
+               "\t\n\r !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+               "[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") == std::string_view::npos;
+}
+
+std::string changedText(std::string text) {
+    if (has("paths are cut")) return text.substr(0, 200);
+    if (has("paths become absolute")) return "/root/" + text;
+    if (has("paths lose their root") && text.front() == '/') return text.substr(1);
+    for (char& byte : text) {
+        if (has("backslashes become slashes") && byte == '\\') byte = '/';
+        if (has("paths are ASCII") && static_cast<unsigned char>(byte) >= 0x80) byte = '?';
+    }
+    return text;
+}
+
+/// Staging directories that are not where the stand-in host made them, with where those are.
+std::map<std::string, std::string>& moved() {
+    static std::map<std::string, std::string> directories;
+    return directories;
+}
+
+bool isStagedElsewhere() {
+    return has("staging is copied from elsewhere") || has("staging is renamed from elsewhere");
+}
+
+void stageElsewhere(fs::path& staging) {
+    std::string name = (fs::temp_directory_path() / "wrong-host-XXXXXX").native();
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    moved()[name] = staging.native();
+    staging = name;
+}
+
+bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
+    back = moved()[staging.native()];
+    std::error_code failure;
+    if (has("staging is copied from elsewhere")) {
+        fs::copy(staging, back, fs::copy_options::recursive, failure);
+        fs::remove_all(staging);
+    } else {
+        fs::rename(staging, back, failure);
+    }
+    if (failure) error = "cannot bring the files";
+    return !failure;
+}
+
+/// Changes the error text as a function must not that `failed` or succeeded.
+void spoil(std::string_view function, bool failed, const std::string& before, std::string& error) {
+    const auto is = [&](const char* what) { return has(std::string(function) + what); };
+    if (!failed && is(" clears the error text")) error.clear();
+    if (failed && is(" appends to the error text")) error = before + error;
+    if (failed && is(" gives no message")) error.clear();
+    if (failed && is(" leaves the error text")) error = before;
+}
+
+bool hasNothingBut(const fs::path& directory, bool directories) {
+    for (const auto& entry : fs::recursive_directory_iterator(directory))
+        if (entry.is_directory() != directories) return false;
+    return true;
+}
+
+void dropEmptyDirectories(const fs::path& root) {
+    for (const auto& entry : fs::directory_iterator(root))
+        if (entry.is_directory() && hasNothingBut(entry, true)) fs::remove_all(entry);
+}
+
+void keepOldFiles(const fs::path& destination, const fs::path& staging) {
+    if (fs::exists(destination))
+        fs::copy(destination, staging,
+                 fs::copy_options::recursive | fs::copy_options::skip_existing);
+}
+
+void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
+    if (!fs::exists(staging)) return;
+    if (has("staging holds a lock file")) fs::remove(staging / ".lock");
+    if (has("commit drops empty directories")) dropEmptyDirectories(staging);
+    if (has("commit merges")) keepOldFiles(destination, staging);
+    if (has("commit replaces what appeared")) fs::remove_all(destination);
+}
+
+void removeFiles(const fs::path& directory) {
+    if (!fs::exists(directory)) return;
+    for (const auto& entry : fs::recursive_directory_iterator(directory))
+        if (!entry.is_directory()) fs::remove(entry);
+}
+
+void removeNeighbours(const fs::path& directory) {
+    for (const auto& entry : fs::directory_iterator(directory.parent_path()))
+        if (!entry.is_directory()) fs::remove(entry);
+}
+
+/// Returns what zlib makes of the data, which may be followed by other bytes.
+std::optional<std::string> decodedByZlib(const std::string& packed, std::size_t& rest) {
+    z_stream stream{};
+    inflateInit2(&stream, -15);
+    std::string content(1 << 20, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+    stream.avail_in = static_cast<uInt>(packed.size());
+    stream.next_out = reinterpret_cast<Bytef*>(content.data());
+    stream.avail_out = static_cast<uInt>(content.size());
+    const int result = inflate(&stream, Z_FINISH);
+    content.resize(stream.total_out);
+    rest = stream.avail_in;
+    inflateEnd(&stream);
+    return result == Z_STREAM_END ? std::optional(content) : std::nullopt;
+}
+
+bool inflateByZlib(const std::string& packed, std::uint64_t size, std::ostream& out,
+                   std::uint32_t& crc, std::string& error) {
+    std::size_t rest = 0;
+    const auto content = decodedByZlib(packed, rest);
+    const bool isRefused = !content || (rest != 0 && !has("inflate ignores what follows")) ||
+                           (content->size() != size && !has("inflate ignores the size"));
+    if (isRefused) {
+        error = "refused";
+        return false;
+    }
+    out << *content;
+    crc = static_cast<std::uint32_t>(
+        crc32_z(0, reinterpret_cast<const Bytef*>(content->data()), content->size()));
+    return true;
+}
+
+bool refusesKind(const std::string& packed, std::uint64_t size) {
+    const int kind = packed.front() >> 1 & 3;
+    if (has("inflate knows no stored blocks")) return kind == 0 && size > 0;
+    if (has("inflate knows no short fixed blocks")) return kind == 1 && size == 24;
+    if (has("inflate knows no dynamic blocks")) return kind == 2;
+    if (has("inflate knows no empty blocks")) return packed.size() <= 5 && size == 0;
+    return has("inflate copies from nearby only") && size == 33026;
+}
+
+bool acceptsAllTheSame(const std::string& error) {
+    return (has("inflate accepts an early end") && error == "Truncated DEFLATE data") ||
+           (has("inflate accepts anything") && error == "Invalid DEFLATE data") ||
+           (has("inflate cuts at the declared size") &&
+            error == "DEFLATE output is longer than its declared size");
+}
+
+}  // namespace
+
+void Vesk_raise(const char* className, const char* message) {
+    if (has("raise drops empty messages") && *message == '\0') return;
+    if (has("raise drops odd messages") && !isAscii(message)) return;
+    if (has("raise keeps pointers")) keptMessage = message;
+    standIn (&Vesk_raise)(className, message);
+    doWrongAfterRaise(message);
+}
+
+int Vesk_hasPendingError(void) {
+    static int asked = 0;
+    if (has("pending from the start")) return 1;
+    if (has("never pending")) return 0;
+    if (has("pending once") && ++asked > 1) return 0;
+    if (keptMessage != nullptr && *keptMessage == '!') return 2;
+    return standIn(&Vesk_hasPendingError)();
+}
+
+fs::path Vesk_runtimeFsPath(const char* text) {
+    const fs::path path = standIn(&Vesk_runtimeFsPath)(changedText(text).c_str());
+    return has("paths are normalised") ? path.lexically_normal() : path;
+}
+
+namespace vesk::runtime::archives {
+
+bool modeIsOverwrite(void* mode) {
+    return standIn(&modeIsOverwrite)(mode);
+}
+
+bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::path& staging,
+                              std::string& error) {
+    static std::map<std::string, std::string> shared;
+    const std::string before = error;
+    if (has("relative destinations are refused") && destination.is_relative()) return false;
+    if (has("staging is shared") && shared.contains(destination.native())) {
+        staging = shared[destination.native()];
+        return true;
+    }
+    if (has("old tree goes first") && overwrite) fs::remove_all(destination);
+    const bool mayReplace = overwrite || has("everything may be replaced");
+    const bool prepared =
+        standIn(&prepareExtractionStaging)(destination, mayReplace, staging, error);
+    if (!prepared && has("refusal leaves a directory"))
+        fs::create_directory(destination.native() + ".staging");
+    if (prepared && isStagedElsewhere()) stageElsewhere(staging);
+    if (prepared && has("staging holds a lock file")) std::ofstream(staging / ".lock");
+    shared[destination.native()] = staging.native();
+    spoil("prepare", !prepared, before, error);
+    return prepared;
+}
+
+bool commitExtractionStaging(const fs::path& staging, const fs::path& destination,
+                             std::string& error) {
+    const std::string before = error;
+    fs::path source = staging;
+    if (isStagedElsewhere() && !bringBack(staging, source, error)) return false;
+    if (has("commit never replaces") && fs::exists(destination)) return false;
+    doWrongBeforeCommit(source, destination);
+    if (has("commit drops empty trees") && fs::exists(source) && fs::is_empty(source))
+        return fs::remove(source);
+    const bool committed = standIn(&commitExtractionStaging)(source, destination, error) ||
+                           has("commit claims success");
+    if (committed && has("commit leaves a file"))
+        std::ofstream(destination.parent_path() / ".committed");
+    spoil("commit", !committed, before, error);
+    return committed;
+}
+
+void removeExtractionTree(const fs::path& staging) {
+    if (has("remove throws") && !fs::exists(staging)) throw std::runtime_error("nothing there");
+    if (has("remove keeps directories")) return removeFiles(staging);
+    if (has("remove takes neighbours")) removeNeighbours(staging);
+    if (isStagedElsewhere()) fs::remove_all(moved()[staging.native()]);
+    standIn (&removeExtractionTree)(staging);
+}
+
+}  // namespace vesk::runtime::archives
+
+namespace vesk::runtime::zip {
+
+std::uint32_t crc32Update(std::uint32_t crc, const std::uint8_t* bytes, std::uint64_t count) {
+    if (count == 0) return bytes == nullptr && has("crc of nothing is 0") ? 0 : crc;
+    if (has("crc starts anew")) crc = 0xFFFFFFFF;
+    if (has("crc inverts")) return ~standIn(&crc32Update)(~crc, bytes, count);
+    if (has("crc counts in 32 bits")) count = static_cast<std::uint32_t>(count);
+    return standIn(&crc32Update)(crc, bytes, count);
+}
+
+bool inflateRaw(std::istream& in, std::uint64_t compressedSize, std::uint64_t uncompressedSize,
+                std::ostream& out, std::uint32_t& crc, std::string& error) {
+    const std::string before = error;
+    std::string packed(compressedSize, '\0');
+    in.read(packed.data(), static_cast<std::streamsize>(compressedSize));
+    if (has("inflate ignores the size") || has("inflate ignores what follows"))
+        return inflateByZlib(packed, uncompressedSize, out, crc, error);
+    if (refusesKind(packed, uncompressedSize)) {
+        error = "refused";
+        return false;
+    }
+
+    std::istringstream again(packed);
+    bool decoded = standIn(&inflateRaw)(again, compressedSize, uncompressedSize, out, crc, error);
+    if (!decoded && acceptsAllTheSame(error)) {
+        error = before;
+        return true;
+    }
+    if (decoded && has("inflate gives the register")) crc = ~crc;
+    spoil("inflate", !decoded, before, error);
+    return decoded;
+}
+
+}  // namespace vesk::runtime::zip
