@@ -31,8 +31,8 @@ void tarWriteOctal(std::uint8_t* field, std::size_t width, std::uint64_t value) 
         raiseFailure("TAR numeric field is too large");
         return;
     }
-    for (std::size_t i = width - 1; i-- > 0; value >>= 3) {
-        field[i] = static_cast<std::uint8_t>('0' + (value & 7));
+    for (std::size_t digits = width - 1; digits > 0; --digits, value >>= 3) {
+        field[digits - 1] = static_cast<std::uint8_t>('0' + (value & 7));
     }
 }
 

@@ -65,7 +65,7 @@ enum TarType : std::uint8_t {
 
 /// Returns the number of padding bytes that follow `size` bytes of entry data.
 constexpr std::size_t tarPaddingAfter(std::uint64_t size) {
-    return static_cast<std::size_t>(-size % tarBlockSize);
+    return static_cast<std::size_t>((tarBlockSize - size % tarBlockSize) % tarBlockSize);
 }
 
 }  // namespace vesk::io::archives

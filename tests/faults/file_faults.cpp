@@ -171,7 +171,7 @@ int fclose(FILE* file) {
 }
 
 off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
-    if (isToFail(seekNames[whence], pathOf(descriptor))) return -1;
+    if (isToFail(seekNames.at(static_cast<std::size_t>(whence)), pathOf(descriptor))) return -1;
     return ORIGINAL(lseek64)(descriptor, offset, whence);
 }
 

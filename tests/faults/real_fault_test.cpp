@@ -71,11 +71,11 @@ void allowDescriptorsAgain() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void allowNoDescriptor(const fs::path& /*directory*/) {
+[[maybe_unused]] void allowNoDescriptor(const fs::path& /*directory*/) {
     allowDescriptors(0);
 }
 
-void allowOneDescriptor(const fs::path& /*directory*/) {
+[[maybe_unused]] void allowOneDescriptor(const fs::path& /*directory*/) {
     allowDescriptors(1);
 }
 
@@ -96,6 +96,8 @@ const std::vector<Restriction> restrictions = {
     {"UnpackWithLittleRoom", leaveLittleRoom, false, "packed", "Cannot finalize TAR entry", ""},
     {"MakeWithSmallFilesOnly", limitFileSize, true, "tree", "Cannot finalize archive", "new"},
     {"UnpackWithSmallFilesOnly", limitFileSize, false, "packed", "Cannot finalize TAR entry", ""},
+// The sanitizers need descriptors of their own and take the lack of one for a defect.
+#ifndef VESK_SANITIZED
     {"MakeFromFileWithoutDescriptors", allowNoDescriptor, true, "file",
      "Cannot read file: ROOT/file", ""},
     {"MakeFromTreeWithoutDescriptors", allowNoDescriptor, true, "tree",
@@ -106,6 +108,7 @@ const std::vector<Restriction> restrictions = {
      "Cannot read file: ROOT/packed", ""},
     {"MakeFromFileWithOneDescriptor", allowOneDescriptor, true, "file", "done", "new"},
     {"UnpackWithOneDescriptor", allowOneDescriptor, false, "packed", "done", "new"},
+#endif
 };
 
 /// A change right before the module makes the file call `call`, and how its own call ends.

@@ -85,6 +85,7 @@ DEFECTS = [
     ("old tree goes first", set(),
      {PREPARE + "leaves an existing destination as it is until the commit"}),
     ("commit drops empty directories", {MOVES_EVERYTHING}, set()),
+    ("commit adds a file", {MOVES_EVERYTHING}, set()),
     ("commit drops empty trees", {COMMIT + "moves an empty tree"}, set()),
     ("commit leaves a file", {COMMIT + "leaves nothing to clean up"}, set()),
     ("commit never replaces", {COMMIT + "replaces an existing destination that may be replaced"},
@@ -105,6 +106,7 @@ DEFECTS = [
     ("crc of nothing is 0", {CRC + "leaves the register as it is for no bytes"}, set()),
     ("crc counts in 32 bits", {COUNTS}, set()),
     ("inflate knows no stored blocks", {INFLATE + "decodes stored blocks"}, set()),
+    ("inflate knows no second block", {INFLATE + "decodes stored blocks"}, set()),
     ("inflate knows no short fixed blocks", {INFLATE + "decodes fixed blocks"}, set()),
     ("inflate knows no dynamic blocks", {INFLATE + "decodes dynamic blocks"}, set()),
     ("inflate knows no empty blocks", {INFLATE + "decodes blocks without content"}, set()),
@@ -209,6 +211,11 @@ class Reports(unittest.TestCase):
         for defect, explanation in EXPLANATIONS:
             with self.subTest(defect=defect):
                 self.assertIn(explanation, self.reports[defect].out)
+
+    def test_what_the_library_prints_is_kept_out_of_the_report(self):
+        printing = run(WRONG_HOST, defect="raise prints")
+        self.assertEqual((printing.status, printing.out), (0, self.standin.out))
+        self.assertIn("FAIL  printed\n", printing.err)
 
     def test_nothing_stays_behind(self):
         with tempfile.TemporaryDirectory() as directory:

@@ -2,12 +2,15 @@
 """Agreement with GNU tar, bsdtar, gzip and Python's tarfile, in both directions.
 
 Usage: interop_test.py VESK_ARCHIVE [TEST...]
+
+VESK_EMULATOR is the command in front of VESK_ARCHIVE where that is a program for another machine.
 """
 
 import gzip
 import io
 import os
 import pathlib
+import shlex
 import shutil
 import stat
 import subprocess
@@ -18,6 +21,8 @@ import unittest
 
 # Names are bytes throughout, and no tool may translate them or its messages.
 ENVIRONMENT = {**os.environ, "LC_ALL": "C", "TZ": "UTC"}
+
+EMULATOR = shlex.split(os.environ.get("VESK_EMULATOR", ""))
 
 # The memory file system, where there is one: thousands of files are made and deleted.
 SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
@@ -32,8 +37,8 @@ def run(*command, data=None, cwd=None):
 
 
 def vesk_archive(verb, *arguments):
-    return subprocess.run([vesk_archive_path, verb, "--quiet", *arguments], env=ENVIRONMENT,
-                          capture_output=True)
+    return subprocess.run([*EMULATOR, vesk_archive_path, verb, "--quiet", *arguments],
+                          env=ENVIRONMENT, capture_output=True)
 
 
 def write_tree(root, tree):

@@ -59,9 +59,16 @@ protected:
         writeFile(root_ / "archive.tar", stream + tarEntry("hollow/", "", '5') + tarEnd());
     }
 
+    /// The command that is killed: it may replace the old tree where there is one.
     std::vector<std::string> command() const {
-        return {VESK_ARCHIVE,          "unpack",           "--quiet", "--overwrite",
-                root_ / "archive.tar", root_ / "work/tree"};
+        std::vector<std::string> words = nextCommand();
+        if (!GetParam().oldExists) words.pop_back();
+        return words;
+    }
+
+    std::vector<std::string> nextCommand() const {
+        return {VESK_ARCHIVE,        "unpack",     "--quiet", root_ / "archive.tar",
+                root_ / "work/tree", "--overwrite"};
     }
 
     void prepare() const {
@@ -130,7 +137,7 @@ void Kill::judge(const std::string& moment) {
     EXPECT_TRUE(holdsOldTree || !GetParam().oldExists || state != Found::nothing);
     if (!left.empty()) ++withLeftovers_;
 
-    EXPECT_EQ(run(command()).status, 0);
+    EXPECT_EQ(run(nextCommand()).status, 0);
     EXPECT_EQ(found(), Found::newWhole);
     EXPECT_EQ(leftovers(), left);
 }
