@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "hostcheck/requirement.h"
 #include "hostcheck/wording.h"
@@ -34,10 +36,7 @@ std::string everyByte() {
 }
 
 void computesGzipCrc(const Trial& trial) {
-    const struct {
-        std::string bytes;
-        std::uint32_t crc;
-    } rows[] = {
+    const std::vector<std::pair<std::string, std::uint32_t>> rows = {
         {"a", 0xE8B7BE43},
         {"abc", 0x352441C2},
         {"123456789", 0xCBF43926},
@@ -45,9 +44,9 @@ void computesGzipCrc(const Trial& trial) {
         {std::string(32, '\xFF'), 0xFF6CAB0B},
         {everyByte(), 0x29058C73},
     };
-    for (const auto& row : rows) {
-        expectCrc(row.crc, ~update(trial, start, row.bytes),
-                  "as the inverted register after " + inQuotes(row.bytes));
+    for (const auto& [bytes, crc] : rows) {
+        expectCrc(crc, ~update(trial, start, bytes),
+                  "as the inverted register after " + inQuotes(bytes));
     }
 }
 

@@ -37,7 +37,7 @@ std::string verdictOn(const Deviation& deviation) {
 std::string verdict(const std::function<void()>& body) {
     try {
         body();
-        return std::string(1, holds);
+        return {holds};
     } catch (const Deviation& deviation) {
         return verdictOn(deviation);
     } catch (const std::exception& exception) {
@@ -72,6 +72,7 @@ std::optional<std::string> receive(int pipeEnd, Clock::time_point end) {
 }
 
 std::string howItEnded(int status) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): this program has one thread
     if (WIFSIGNALED(status)) return std::string("a crash: ") + strsignal(WTERMSIG(status));
     return "an end of the process with status " + std::to_string(WEXITSTATUS(status));
 }

@@ -29,7 +29,7 @@ std::string shown(const Components& components) {
 }
 
 Components componentsOf(const std::filesystem::path& path) {
-    return Components(path.begin(), path.end());
+    return {path.begin(), path.end()};
 }
 
 void expectConverted(const Trial& trial, std::initializer_list<Row> rows) {

@@ -76,6 +76,7 @@ const std::array<HostFunction, 9>& hostFunctions() {
 void* loadLibrary(const std::filesystem::path& library) {
     // All at once: a name that cannot be resolved is to be found here and not in some trial.
     void* const handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): its text is kept per thread
     if (handle == nullptr) throw std::runtime_error(dlerror());
     return handle;
 }

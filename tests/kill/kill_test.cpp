@@ -150,12 +150,15 @@ TEST_P(Kill, AtEverySystemCallLeavesAWholeTree) {
     ASSERT_EQ(found(), Found::newWhole);
     // The first half is the start of the program, the same with and without exchanges.
     const bool isRepetition = GetParam().exchange == Exchange::refused;
-    for (long stop = isRepetition ? undisturbed.stops / 2 : 1; stop <= undisturbed.stops; ++stop) {
+    long stop = isRepetition ? undisturbed.stops / 2 : 1;
+    // The number of calls may differ by one or two from run to run, so the end tells itself.
+    for (ProcessEnd end; end.status == -1; ++stop) {
         prepare();
-        const ProcessEnd end = runUntilStop(command(), GetParam().exchange, stop);
-        ASSERT_EQ(end.stops, stop);
+        end = runUntilStop(command(), GetParam().exchange, stop);
+        EXPECT_TRUE(end.status == -1 || end.status == 0) << end.status;
         judge("stop " + std::to_string(stop));
     }
+    EXPECT_GT(stop, undisturbed.stops / 10 * 9);
     EXPECT_GT(seen_[GetParam().oldExists ? Found::oldWhole : Found::nothing], 0);
     EXPECT_GT(seen_[Found::newWhole], 0);
     EXPECT_GT(withLeftovers_, 0);
