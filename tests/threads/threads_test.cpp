@@ -128,15 +128,16 @@ TEST(Threads, EachSeesItsOwnResultsAndItsOwnPendingException) {
         workers.push_back(std::make_unique<Worker>(number));
 
     std::latch together(threadCount);
-    {
-        std::vector<std::jthread> threads;
-        for (const auto& worker : workers) {
-            threads.emplace_back([&together, &worker] {
-                together.arrive_and_wait();
-                worker->work();
-            });
-        }
+    std::vector<std::thread> threads;
+    for (const auto& worker : workers) {
+        threads.emplace_back([&together, &worker] {
+            together.arrive_and_wait();
+            worker->work();
+        });
     }
+    for (std::thread& thread : threads)
+        thread.join();
+
     int calls = 0;
     for (const auto& worker : workers) {
         EXPECT_EQ(worker->problems(), std::vector<std::string>());
