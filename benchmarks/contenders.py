@@ -33,7 +33,7 @@ class Contender:
 
 def vesk_make(form):
     return Contender(
-        VESK, f"{{vesk}} make --quiet --format {form} {{source}} {{out}}", Where.GROWTH
+        VESK, f"{{vesk}} make --quiet --format {form} . {{out}}", Where.GROWTH
     )
 
 
