@@ -80,9 +80,9 @@ std::uint8_t* ByteBuffer::grownEnd(std::size_t count) {
         const std::size_t doubled = capacity_ > maxSize / 2 ? maxSize : capacity_ * 2;
         reserve(needed > doubled ? needed : doubled);
     }
-    std::uint8_t* const end = data_ + size_;
+    std::uint8_t* const oldEnd = data_ + size_;
     size_ = needed;
-    return end;
+    return oldEnd;
 }
 
 }  // namespace vesk::io::archives

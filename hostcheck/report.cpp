@@ -44,7 +44,6 @@ void Report::print(Weight weight, const char* function, const char* promise,
 
 /// Loading can crash, too, and is nothing that this process should be left with.
 void requireThatItLoads(const fs::path& library) {
-    std::string problem = "cannot load the library: ";
     const auto deviation = deviationInChild(
         [&] {
             try {
@@ -54,7 +53,7 @@ void requireThatItLoads(const fs::path& library) {
             }
         },
         loadingSeconds);
-    if (deviation) throw std::runtime_error(problem + deviation->came);
+    if (deviation) throw std::runtime_error("cannot load the library: " + deviation->came);
 }
 
 void checkPresence(const fs::path& library, Report& report) {

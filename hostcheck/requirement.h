@@ -34,11 +34,11 @@ inline void expect(bool holds, const std::string& expected, const std::string& c
 enum class Weight { requirement, advice };
 
 struct Requirement {
-    Weight weight;
-    const char* function;
+    Weight weight = Weight::requirement;
+    const char* function = nullptr;
     /// Reads on from the function's name.
-    const char* promise;
-    void (*check)(const Trial& trial);
+    const char* promise = nullptr;
+    void (*check)(const Trial& trial) = nullptr;
     /// Until the trial counts as hanging.
     unsigned seconds = 20;
 };
