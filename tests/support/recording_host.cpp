@@ -93,7 +93,7 @@ int Vesk_hasPendingError(void) {
 std::filesystem::path Vesk_runtimeFsPath(const char* text) {
     host().calls.push_back(std::string("Vesk_runtimeFsPath(") + text + ")");
     if (host().beforeRuntimeFsPath) host().beforeRuntimeFsPath(text);
-    return std::filesystem::path(text);
+    return host().runtimeFsPath.value_or(text);
 }
 
 namespace vesk::runtime::archives {

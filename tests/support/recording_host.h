@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -47,6 +48,8 @@ public:
     std::optional<std::string> inflateFailure;
     /// When set, inflateRaw gives back this CRC instead of the right one.
     std::optional<std::uint32_t> inflateCrc;
+    /// When set, Vesk_runtimeFsPath gives this path whatever the text.
+    std::optional<std::filesystem::path> runtimeFsPath;
     /// Called, when set, before the named function answers; may throw.
     std::function<void(const char* text)> beforeRuntimeFsPath;
     std::function<void()> beforeHasPendingError;

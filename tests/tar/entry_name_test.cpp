@@ -110,8 +110,7 @@ TEST(EntryName, RefusesByTheTextAloneBeforeAnyConversion) {
     }
 }
 
-// The rule against a root cannot be met here: a text that does not begin with "/" has none once it
-// is a path, unless a runtime converts it differently. "." alone is refused by two rules.
+// "." alone is refused by two rules.
 TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
     const char* const names[] = {
         ".",
@@ -139,6 +138,18 @@ TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
         const std::vector<std::string> converted = {"Vesk_runtimeFsPath("s + name + ")"};
         EXPECT_EQ(judgement.calls, converted) << name;
     }
+}
+
+// A text that does not begin with "/" has no root once it is a path, unless the runtime's
+// conversion gives it one.
+TEST(EntryName, RefusesARootThatTheConversionGives) {
+    RecordingHost host;
+    for (const char* const path : {"/etc/x", "//etc/x", "/"}) {
+        host.runtimeFsPath = path;
+        EXPECT_FALSE(tarIsSafeEntryName("etc/x")) << path;
+    }
+    host.runtimeFsPath = "etc/x";
+    EXPECT_TRUE(tarIsSafeEntryName("etc/x"));
 }
 
 }  // namespace
