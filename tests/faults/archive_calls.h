@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <ostream>
+#include <random>
 #include <string>
 
 #include "module/native_methods.h"
@@ -74,6 +75,15 @@ inline std::string streamToUnpack() {
 inline Tree unpackedTree() {
     return {
         {"directory/file", "content"}, {splitName(), "data"}, {"large", std::string(3000, 'z')}};
+}
+
+/// Returns `count` bytes that no compressor can shorten, the same each time.
+inline std::string noise(std::size_t count) {
+    std::mt19937 generator(1);
+    std::string bytes(count, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(generator());
+    return bytes;
 }
 
 /// Returns `stream` in a gzip member with every optional header field.

@@ -9,10 +9,12 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "tests/faults/archive_calls.h"
 #include "tests/faults/file_faults.h"
+#include "tests/faults/file_steps.h"
 #include "tests/faults/raise_count.h"
 #include "tests/support/memory_dir.h"
 #include "tests/support/open_files.h"
@@ -22,92 +24,6 @@ namespace vesk::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// A file operation and the message when it fails; none when its failure is of no account.
-struct Step {
-    const char* call;
-    const char* message;
-};
-
-/// Steps with the same call are in the order of the calls; the last stands for all further ones.
-struct Scenario {
-    const char* name;
-    const char* from;
-    const char* to;
-    bool makes;
-    std::vector<Step> steps;
-};
-
-std::ostream& operator<<(std::ostream& out, const Scenario& scenario) {
-    return out << scenario.name;
-}
-
-// clang-format off
-const std::vector<Scenario> scenarios = {
-    {"MakeFromTree", "source", "new/archive", true, {
-        {"stat new/archive", "Cannot inspect archive destination"},
-        {"stat new", "Cannot create archive parent directory"},
-        {"stat ROOT", nullptr},  // what is asked about an ancestor, its mkdir finds out, too
-        {"mkdir new", "Cannot create archive parent directory"},
-        {"stat source", "Archive source does not exist"},
-        // A failed look whether it is a file is followed by one whether it is a directory.
-        {"stat source", nullptr},
-        {"stat source", "Archive source must be a file or directory"},
-        {"openat source", "Cannot enumerate archive source"},
-        {"fdopendir source", "Cannot enumerate archive source"},
-        {"readdir source", "Cannot enumerate archive source"},
-        {"openat source/sub", "Cannot enumerate archive source"},
-        {"fdopendir source/sub", "Cannot enumerate archive source"},
-        {"readdir source/sub", "Cannot enumerate archive source"},
-        {"stat source/sub/link", "Cannot enumerate archive source"},
-        {"closedir source/sub", nullptr},
-        {"closedir source", nullptr},
-        {"fopen source/sub/link", "Cannot read file: ROOT/source/sub/link"},
-        {"seek to end linked", "ZIP entry is too large for ZIP32"},
-        {"seek linked", "Cannot read file: ROOT/source/sub/link"},
-        {"read linked", "Cannot read file: ROOT/source/sub/link"},
-        {"fclose linked", nullptr},
-        {"create new/archive", "Cannot create archive"},
-        {"writev new/archive", "Cannot finalize archive"},
-        {"fclose new/archive", "Cannot finalize archive"},
-    }},
-    {"MakeFromFile", "linked", "archive", true, {
-        {"stat archive", "Cannot inspect archive destination"},
-        {"stat ROOT", "Cannot create archive parent directory"},
-        {"stat linked", "Archive source does not exist"},
-        {"stat linked", "Archive source must be a file or directory"},
-        {"fopen linked", "Cannot read file: ROOT/linked"},
-        {"seek to end linked", "ZIP entry is too large for ZIP32"},
-        {"seek linked", "Cannot read file: ROOT/linked"},
-        {"read linked", "Cannot read file: ROOT/linked"},
-        {"fclose linked", nullptr},
-        {"create archive", "Cannot create archive"},
-        {"writev archive", "Cannot finalize archive"},
-        {"fclose archive", "Cannot finalize archive"},
-    }},
-    {"Unpack", "packed", "destination", false, {
-        {"stat packed", "Archive file does not exist"},
-        {"fopen packed", "Cannot read file: ROOT/packed"},
-        {"seek to end packed", "ZIP entry is too large for ZIP32"},
-        {"seek packed", "Cannot read file: ROOT/packed"},
-        {"read packed", "Cannot read file: ROOT/packed"},
-        {"fclose packed", nullptr},
-        {"stat STAGING/directory", "Cannot create TAR directory"},
-        {"stat STAGING", nullptr},
-        {"stat STAGING", nullptr},
-        {"stat STAGING", "Cannot create TAR entry directory"},
-        {"mkdir STAGING/directory", "Cannot create TAR directory"},
-        {"stat STAGING/deep", "Cannot create TAR entry directory"},
-        {"mkdir STAGING/deep", "Cannot create TAR entry directory"},
-        {"create STAGING/deep/small", "Cannot write TAR entry"},
-        {"write STAGING/deep/small", "Cannot finalize TAR entry"},
-        {"fclose STAGING/deep/small", "Cannot finalize TAR entry"},
-        {"create STAGING/large", "Cannot write TAR entry"},
-        {"writev STAGING/large", "Cannot finalize TAR entry"},
-        {"fclose STAGING/large", "Cannot finalize TAR entry"},
-    }},
-};
-// clang-format on
 
 /// The errors that each call returns in turn; 0 stands for fewer bytes than were asked for.
 constexpr std::array errors = {EIO, ENOSPC, EACCES, EMFILE, EINTR, 0};
@@ -120,9 +36,10 @@ std::string packed() {
            tarEntry("large", std::string(3000, 'l')) + tarEnd();
 }
 
-/// The calls that move bytes: they may move fewer than asked for, and are repeated after EINTR.
+/// The calls that move bytes: they may move fewer than asked for.
 bool movesBytes(const std::string& call) {
-    return call.starts_with("read ") || call.starts_with("write");
+    return call.starts_with("read ") || call.starts_with("write") || call.starts_with("fread ") ||
+           call.starts_with("fwrite ");
 }
 
 class FileFaults : public ::testing::TestWithParam<std::tuple<Scenario, bool>> {
@@ -205,7 +122,7 @@ void FileFaults::expectDestinationUntouched(const std::string& call) const {
 void FileFaults::inject(std::size_t number, const std::string& call, const char* message) {
     for (const int error : errors) {
         if (error == 0 && !movesBytes(call)) continue;
-        const bool retried = movesBytes(call) && (error == EINTR || error == 0);
+        const bool retried = movesBytes(call) && isRetried(call, error);
         const std::string expected = retried || message == nullptr ? "done" : message;
         SCOPED_TRACE(call + ", " + (error == 0 ? "half the bytes" : std::strerror(error)));
         prepare();
@@ -249,7 +166,7 @@ TEST_P(FileFaults, EveryErrorEndsInTheMessageOfItsStep) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFunction, FileFaults,
-                         ::testing::Combine(::testing::ValuesIn(scenarios), ::testing::Bool()),
+                         ::testing::Combine(::testing::ValuesIn(scenarios()), ::testing::Bool()),
                          [](const auto& row) {
                              return std::string(std::get<1>(row.param) ? "Tgz" : "Tar") +
                                     std::get<0>(row.param).name;

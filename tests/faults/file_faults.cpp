@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The wrappers around the C library's file functions that the standard library's file streams and
-// std::filesystem call.
+// The wrappers around the C library's file functions that the file streams and std::filesystem of
+// the two standard libraries call.
 #include "tests/faults/file_faults.h"
 
 #include <dirent.h>
@@ -89,7 +89,7 @@ int failed() {
     return -1;
 }
 
-constexpr std::array seekNames = {"seek", "tell", "seek to end"};
+constexpr std::array seekNames = {"seek", "step", "seek to end"};
 
 /// The C library's own function in place of which the one in `name` was called.
 template <typename Function>
@@ -164,6 +164,11 @@ FILE* fopen64(const char* path, const char* mode) {
     return ORIGINAL(fopen64)(path, mode);
 }
 
+FILE* fopen(const char* path, const char* mode) {
+    if (isToFail(*mode == 'r' ? "fopen" : "create", pathOf(path))) return nullptr;
+    return ORIGINAL(fopen)(path, mode);
+}
+
 int fclose(FILE* file) {
     const bool chosen = isToFail("fclose", pathOf(fileno(file)));
     const int result = ORIGINAL(fclose)(file);
@@ -173,6 +178,16 @@ int fclose(FILE* file) {
 off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
     if (isToFail(seekNames.at(static_cast<std::size_t>(whence)), pathOf(descriptor))) return -1;
     return ORIGINAL(lseek64)(descriptor, offset, whence);
+}
+
+int fseeko(FILE* file, off_t offset, int whence) {
+    if (isToFail(seekNames.at(static_cast<std::size_t>(whence)), pathOf(fileno(file)))) return -1;
+    return ORIGINAL(fseeko)(file, offset, whence);
+}
+
+off_t ftello(FILE* file) {
+    if (isToFail("tell", pathOf(fileno(file)))) return -1;
+    return ORIGINAL(ftello)(file);
 }
 
 ssize_t read(int descriptor, void* bytes, size_t count) {
@@ -195,6 +210,29 @@ ssize_t writev(int descriptor, const struct iovec* pieces, int count) {
     if (count > 1 && pieces[0].iov_len != 0) half = pieces[0];
     half.iov_len = (half.iov_len + 1) / 2;
     return ORIGINAL(writev)(descriptor, &half, 1);
+}
+
+size_t fread(void* bytes, size_t size, size_t count, FILE* file) {
+    const bool chosen = isToFail("fread", pathOf(fileno(file)));
+    if (chosen && errno != 0) return 0;
+    return ORIGINAL(fread)(bytes, size, chosen ? (count + 1) / 2 : count, file);
+}
+
+// To write nothing cannot fail; libc++ does so whenever it closes a file.
+size_t fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
+    const bool chosen = count != 0 && isToFail("fwrite", pathOf(fileno(file)));
+    if (chosen && errno != 0) return 0;
+    return ORIGINAL(fwrite)(bytes, size, chosen ? count / 2 : count, file);
+}
+
+int fflush(FILE* file) {
+    if (isToFail("fflush", [file] { return pathAt(fileno(file)); })) return EOF;
+    return ORIGINAL(fflush)(file);
+}
+
+DIR* opendir(const char* path) {
+    if (isToFail("opendir", pathOf(path))) return nullptr;
+    return ORIGINAL(opendir)(path);
 }
 
 DIR* fdopendir(int descriptor) {

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <random>
 
 #include "tests/faults/archive_calls.h"
 #include "tests/faults/in_child.h"
@@ -50,6 +49,13 @@ FILE* fopen64(const char* path, const char* mode) {
     return original(path, mode);
 }
 
+// Opens files for libc++.
+FILE* fopen(const char* path, const char* mode) {
+    static auto* const original = next(static_cast<decltype(&::fopen)>(nullptr), "fopen");
+    ++openCalls;
+    return original(path, mode);
+}
+
 }  // extern "C"
 
 namespace vesk::testing {
@@ -63,6 +69,14 @@ constexpr std::size_t mebibyte = 1024 * 1024;
 /// What a call of any kind may need: the decoder's pieces, streams, paths.
 constexpr std::size_t smallChange = 4 * mebibyte;
 
+/// How often the memory may hold an archive's output. The string streams of libc++ 14 copy the text
+/// that they are given, without its room, and the text that is taken from them.
+#ifdef _LIBCPP_VERSION
+constexpr std::size_t outputCopies = 3;
+#else
+constexpr std::size_t outputCopies = 1;
+#endif
+
 const ArchiveCall& unpackNew(bool gzip) {
     return archiveCalls[gzip ? 6 : 2];
 }
@@ -75,15 +89,6 @@ std::string headerClaiming(std::string_view size) {
 /// Returns a member with `payload` that claims to hold `length` bytes.
 std::string memberClaiming(const std::string& payload, std::uint32_t length) {
     return gzipHeader() + payload + littleEndian(0, 4) + littleEndian(length, 4);
-}
-
-/// Returns `count` bytes that no compressor can shorten, the same each time.
-std::string noise(std::size_t count) {
-    std::mt19937 generator(1);
-    std::string bytes(count, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>(generator());
-    return bytes;
 }
 
 /// An archive, how its extraction ends, and how many bytes of output it truly has.
@@ -189,7 +194,7 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
                 endingOf(unpackNew(row.gzip), root / "archive", root / "out");
             return std::to_string(peakMemory() - before) + ' ' + ending;
         });
-        const std::size_t bound = 3 * row.archive.size() + row.output + smallChange;
+        const std::size_t bound = 3 * row.archive.size() + outputCopies * row.output + smallChange;
         EXPECT_LT(std::stoul(report), bound);
         EXPECT_EQ(report.substr(report.find(' ') + 1), row.ending);
         std::printf("%-40s %9zu bytes, %9s of memory\n", row.name, row.archive.size(),

@@ -13,6 +13,7 @@
 
 #include "tests/faults/archive_calls.h"
 #include "tests/faults/file_faults.h"
+#include "tests/faults/file_steps.h"
 #include "tests/faults/in_child.h"
 #include "tests/support/temp_dir.h"
 
@@ -21,8 +22,10 @@ namespace vesk::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::literals;
 
-const std::string text(100000, 't');
+// Much more than a stream reads ahead, packed or not.
+const std::string text = noise(100000);
 
 /// Returns the message that the call raised, with the test's directory as ROOT, or "done".
 std::string endingOf(const ArchiveCall& call, const fs::path& root, const fs::path& from,
@@ -39,7 +42,7 @@ std::string endingOf(const ArchiveCall& call, const fs::path& root, const fs::pa
 /// Leaves less room than the files of these tests need: a file system of 64 KiB or, where this
 /// process may not mount one, files of at most 64 KiB.
 void leaveLittleRoom(const fs::path& directory) {
-    if (unshare(CLONE_NEWNS) == 0 && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    if (unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
         mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k") == 0) {
         return;
     }
@@ -116,24 +119,24 @@ struct Change {
     const char* name;
     bool makes;
     const char* from;
-    const char* call;
+    std::string call;
     void (*change)(const fs::path& root);
     const char* ending;
 };
 
 const std::vector<Change> changes = {
-    {"SourceFileShrinks", true, "file", "read file",
+    {"SourceFileShrinks", true, "file", readingFunction + " file"s,
      [](const fs::path& root) { fs::resize_file(root / "file", 99999); },
      "Cannot read file: ROOT/file"},
     {"SourceFileVanishes", true, "tree", "fopen tree/sub/file",
      [](const fs::path& root) { fs::remove(root / "tree/sub/file"); },
      "Cannot read file: ROOT/tree/sub/file"},
-    {"DirectoryVanishesBeforeItIsOpened", true, "tree", "openat tree/sub",
+    {"DirectoryVanishesBeforeItIsOpened", true, "tree", directoryFunction + " tree/sub"s,
      [](const fs::path& root) { fs::remove_all(root / "tree/sub"); },
      "Cannot enumerate archive source"},
     {"DirectoryVanishesOnceItIsOpen", true, "tree", "readdir tree/sub",
      [](const fs::path& root) { fs::remove_all(root / "tree/sub"); }, "done"},
-    {"ArchiveShrinks", false, "packed", "read packed",
+    {"ArchiveShrinks", false, "packed", readingFunction + " packed"s,
      [](const fs::path& root) { fs::resize_file(root / "packed", 20); },
      "Cannot read file: ROOT/packed"},
     {"StagingDirectoryVanishes", false, "packed", "create work/STAGING/large",
@@ -222,7 +225,7 @@ TEST_P(RealFaults, FileThatGrowsIsArchivedAtTheSizeThatWasAsked) {
     const std::string before = readFile(root_ / "work/new");
     fs::remove(root_ / "work/new");
     armFileFaults(root_.path(), {0, 0}, [&](const std::string& call) {
-        if (call == "read file") writeFile(root_ / "file", text + "more");
+        if (call == readingFunction + " file"s) writeFile(root_ / "file", text + "more");
     });
     const std::string ending = endingOf(true, "file");
     disarmFileFaults();

@@ -17,6 +17,13 @@ SOURCE = pathlib.Path(os.environ["VESK_SOURCE"])
 BUILD = pathlib.Path(os.environ["VESK_BUILD"])
 CMAKE = os.environ["VESK_CMAKE"]
 VERSION = os.environ["VESK_VERSION"]
+FLAGS = os.environ["VESK_CXX_FLAGS"]  # what is built from outside is for the same library
+
+# The Debian packages of the C++ library that the build is for, and what that may need besides.
+CXX_LIBRARY = {"libstdc++6"}
+if "-stdlib=libc++" in FLAGS:
+    CXX_LIBRARY = {"libc++1-14", "libc++abi1-14"}
+RUNTIME_SUPPORT = {"libgcc-s1", "libunwind-14"}
 
 # What the installed programs find in their environment: nothing that could lead them anywhere.
 BARE = {"LC_ALL": "C.UTF-8"}
@@ -95,8 +102,8 @@ def without_build_type(names):
 
 def configure(source, build, *settings):
     output(CMAKE, "-G", os.environ["VESK_GENERATOR"], "-S", source, "-B", build,
-           f"-DCMAKE_CXX_COMPILER={os.environ['VESK_COMPILER']}", "-DCMAKE_BUILD_TYPE=Release",
-           *settings)
+           f"-DCMAKE_CXX_COMPILER={os.environ['VESK_COMPILER']}", f"-DCMAKE_CXX_FLAGS={FLAGS}",
+           "-DCMAKE_BUILD_TYPE=Release", *settings)
 
 
 class ScratchTest(unittest.TestCase):
@@ -268,7 +275,7 @@ class DebianPackage(ScratchTest):
         self.assertEqual(self.field("Package"), "vesk-archives")
         self.assertEqual(self.field("Version"), VERSION)
         names = {part.split()[0] for part in self.field("Depends").split(",")}
-        self.assertEqual(names - {"libgcc-s1"}, {"libc6", "libstdc++6", "libisal2"})
+        self.assertEqual(names - RUNTIME_SUPPORT, {"libc6", "libisal2"} | CXX_LIBRARY)
 
     def test_it_installs_runs_and_is_removed_without_a_trace(self):
         root = self.fresh_directory()
@@ -299,8 +306,9 @@ class DebianPackage(ScratchTest):
 class ForeignRuntime(ScratchTest):
     def test_the_module_is_built_for_a_runtime_library_and_installed_without_the_stand_in(self):
         runtime = self.scratch / "libruntime.so"
-        output(os.environ["VESK_COMPILER"], "-shared", "-fPIC", "-std=c++20", f"-I{SOURCE}",
-               "-x", "c++", SOURCE / "tests/install/foreign_runtime.cpp", "-o", runtime)
+        output(os.environ["VESK_COMPILER"], *FLAGS.split(), "-shared", "-fPIC", "-std=c++20",
+               f"-I{SOURCE}", "-x", "c++", SOURCE / "tests/install/foreign_runtime.cpp",
+               "-o", runtime)
         build = self.scratch / "build for a runtime"
         configure(SOURCE, build, f"-DVESK_RUNTIME_LIBRARY={runtime}")
         output(CMAKE, "--build", build, "--parallel", "2")

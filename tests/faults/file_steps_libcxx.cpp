@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// What libc++ asks of the system.
+#include "tests/faults/file_steps.h"
+
+namespace vesk::testing {
+
+// clang-format off
+const std::vector<Scenario>& scenarios() {
+    static const std::vector<Scenario> rows = {
+        {"MakeFromTree", "source", "new/archive", true, {
+            {"stat new/archive", "Cannot inspect archive destination"},
+            {"stat new", "Cannot create archive parent directory"},
+            {"stat ROOT", "Cannot create archive parent directory"},
+            {"mkdir new", "Cannot create archive parent directory"},
+            {"stat source", "Archive source does not exist"},
+            // A failed look whether it is a file is followed by one whether it is a directory.
+            {"stat source", nullptr},
+            {"stat source", "Archive source must be a file or directory"},
+            {"opendir source", "Cannot enumerate archive source"},
+            {"readdir source", "Cannot enumerate archive source"},
+            {"opendir source/sub", "Cannot enumerate archive source"},
+            {"readdir source/sub", "Cannot enumerate archive source"},
+            {"stat source/sub/link", "Cannot enumerate archive source"},
+            {"closedir source/sub", nullptr},
+            {"closedir source", nullptr},
+            {"fopen source/sub/link", "Cannot read file: ROOT/source/sub/link"},
+            {"seek to end linked", "ZIP entry is too large for ZIP32"},
+            {"tell linked", "ZIP entry is too large for ZIP32"},
+            {"seek linked", "Cannot read file: ROOT/source/sub/link"},
+            {"tell linked", "Cannot read file: ROOT/source/sub/link"},
+            {"fread linked", "Cannot read file: ROOT/source/sub/link"},
+            {"step linked", nullptr},  // back over what was read ahead
+            {"fclose linked", nullptr},
+            {"create new/archive", "Cannot create archive"},
+            {"fwrite new/archive", "Cannot finalize archive"},
+            {"fflush new/archive", "Cannot finalize archive"},
+            {"fclose new/archive", "Cannot finalize archive"},
+        }},
+        {"MakeFromFile", "linked", "archive", true, {
+            {"stat archive", "Cannot inspect archive destination"},
+            {"stat ROOT", "Cannot create archive parent directory"},
+            {"stat linked", "Archive source does not exist"},
+            {"stat linked", "Archive source must be a file or directory"},
+            {"fopen linked", "Cannot read file: ROOT/linked"},
+            {"seek to end linked", "ZIP entry is too large for ZIP32"},
+            {"tell linked", "ZIP entry is too large for ZIP32"},
+            {"seek linked", "Cannot read file: ROOT/linked"},
+            {"tell linked", "Cannot read file: ROOT/linked"},
+            {"fread linked", "Cannot read file: ROOT/linked"},
+            {"step linked", nullptr},  // back over what was read ahead
+            {"fclose linked", nullptr},
+            {"create archive", "Cannot create archive"},
+            {"fwrite archive", "Cannot finalize archive"},
+            {"fflush archive", "Cannot finalize archive"},
+            {"fclose archive", "Cannot finalize archive"},
+        }},
+        {"Unpack", "packed", "destination", false, {
+            {"stat packed", "Archive file does not exist"},
+            {"fopen packed", "Cannot read file: ROOT/packed"},
+            {"seek to end packed", "ZIP entry is too large for ZIP32"},
+            {"tell packed", "ZIP entry is too large for ZIP32"},
+            {"seek packed", "Cannot read file: ROOT/packed"},
+            {"tell packed", "Cannot read file: ROOT/packed"},
+            {"fread packed", "Cannot read file: ROOT/packed"},
+            {"step packed", nullptr},  // back over what was read ahead
+            {"fclose packed", nullptr},
+            {"stat STAGING/directory", "Cannot create TAR directory"},
+            {"stat STAGING", "Cannot create TAR directory"},
+            {"stat STAGING", "Cannot create TAR entry directory"},
+            {"mkdir STAGING/directory", "Cannot create TAR directory"},
+            {"stat STAGING/deep", "Cannot create TAR entry directory"},
+            {"mkdir STAGING/deep", "Cannot create TAR entry directory"},
+            {"create STAGING/deep/small", "Cannot write TAR entry"},
+            {"fwrite STAGING/deep/small", "Cannot finalize TAR entry"},
+            {"fflush STAGING/deep/small", "Cannot finalize TAR entry"},
+            {"fclose STAGING/deep/small", "Cannot finalize TAR entry"},
+            {"create STAGING/large", "Cannot write TAR entry"},
+            {"fwrite STAGING/large", "Cannot finalize TAR entry"},
+            {"fflush STAGING/large", "Cannot finalize TAR entry"},
+            {"fclose STAGING/large", "Cannot finalize TAR entry"},
+        }},
+    };
+    return rows;
+}
+// clang-format on
+
+const char* const readingFunction = "fread";
+const char* const directoryFunction = "opendir";
+
+// Its streams are those of C, which take EINTR and a short write for what they are: an error.
+bool isRetried(const std::string& call, int error) {
+    return call.starts_with("fread ") && error == 0;
+}
+
+}  // namespace vesk::testing
