@@ -451,6 +451,14 @@ std::string messageBelowLimit(std::size_t limit, const fs::path& root, const std
     });
 }
 
+TEST(StreamExtractor, TakesItsRootInNormalForm) {
+    const TempDir root;
+    Extraction extraction;
+    extractInto(root / "absent/.." / "present", tarEntry("d/f", "data") + tarEnd(), extraction);
+    extraction.tree = readTree(root.path());
+    expectSuccess(extraction, {{"present/d/f", "data"}});
+}
+
 TEST(StreamExtractor, CannotFinalizeAFileThatOutgrowsTheDisk) {
     struct Row {
         const char* name;
