@@ -32,9 +32,7 @@ class Contender:
 
 
 def vesk_make(form):
-    return Contender(
-        VESK, f"{{vesk}} make --quiet --format {form} . {{out}}", Where.GROWTH
-    )
+    return Contender(VESK, f"{{vesk}} make --quiet --format {form} . {{out}}", Where.GROWTH)
 
 
 def vesk_unpack():

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,8 @@ class ScratchDirectory {
 public:
     ScratchDirectory() {
         std::string pattern = std::filesystem::temp_directory_path() / "long-archive-XXXXXX";
-        if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
+        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make " + pattern);
+        path_ = pattern;
     }
     ~ScratchDirectory() { std::filesystem::remove_all(path_); }
     ScratchDirectory(const ScratchDirectory&) = delete;

@@ -208,7 +208,7 @@ class Contest:
 
     def warm_up(self, contender):
         made = self.once(contender, "verified")
-        self.free_memory()
+        self.leave_memory_for_a_run()
         self.verify(contender, made["out"])
         self.make_room("verified")
         return made["cost"]
@@ -264,7 +264,7 @@ class Contest:
         os.sync()  # so that nobody pays for what the one before left unwritten
         measure = f"{self.workspace.build}/bin/vesk-measure"
         source = self.workspace.source(self.data_set)
-        self.free_memory()
+        self.leave_memory_for_a_run()
         lines = run([measure, stdout, *words], cwd=source).decode().split("\n")
         self.workspace.ballast.leave_free(0)
         commands = [list(map(float, line.split())) for line in lines[1:-1]]
@@ -279,7 +279,7 @@ class Contest:
             },
         }
 
-    def free_memory(self):
+    def leave_memory_for_a_run(self):
         """Leaves as much free as any contender takes, its output in the page cache included."""
         needed = 4 * self.sizes["bytes"] + 8192 * self.sizes["files"] + (256 << 20)
         self.workspace.ballast.leave_free(needed)

@@ -32,7 +32,8 @@ METHOD = """\
   memory is that of its largest process. `sync` is run before each, outside the time.
 - Between the runs the benchmark holds the free memory, and gives back what a run may take just
   before it: the host of a virtual machine may take back what lies free for some seconds, and whoever
-  gets such memory next pays for it, several times the length of the run.
+  gets such memory next pays for it, several times the length of the run. Nobody else should need
+  memory meanwhile.
 - Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
   For the same reason, wait some minutes between two runs.
