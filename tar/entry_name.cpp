@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <string_view>
 
 #include "module/host/host_runtime.h"
 
@@ -17,8 +18,15 @@ std::string readText(std::span<const std::uint8_t, tarBlockSize> block) {
     return std::string(begin, std::find(begin, begin + Field::width, 0));
 }
 
-bool isSafeElement(const std::string& element) {
-    return !element.empty() && element != "." && element != "..";
+// A path's own iterators end the process in libc++ when there is no memory for an element.
+bool isEveryElementSafe(std::string_view path) {
+    while (true) {
+        const std::size_t length = std::min(path.find('/'), path.size());
+        const std::string_view element = path.substr(0, length);
+        if (element.empty() || element == "." || element == "..") return false;
+        if (length == path.size()) return true;
+        path.remove_prefix(length + 1);
+    }
 }
 
 }  // namespace
@@ -43,9 +51,7 @@ bool tarIsSafeEntryName(const std::string& entryName) {
     // Normalisation folds every inner "..", so one that is left climbs out of the root.
     const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str()).lexically_normal();
     if (path == "." || path.has_root_path()) return false;
-    return std::all_of(path.begin(), path.end(), [](const std::filesystem::path& element) {
-        return isSafeElement(element.native());
-    });
+    return isEveryElementSafe(path.native());
 }
 
 }  // namespace vesk::io::archives
