@@ -129,7 +129,7 @@ def main():
     if not wanted:
         sys.exit("bench: nothing has that name; --list shows the names")
     directory = os.path.abspath(options.directory or f"{options.build}/../bench")
-    workspace = Workspace(options.build, directory)
+    workspace = Workspace(options.build, directory, options.quick)
     kept = f"{directory}/results-{'quick' if options.quick else 'full'}"
     if not options.only and not options.resume:
         shutil.rmtree(kept, ignore_errors=True)

@@ -3,14 +3,17 @@
 import hashlib
 import mmap
 import os
+import resource
 import shutil
 import subprocess
+import sys
 import tempfile
 
 from contenders import VESK, Where, contenders_of
 
 MEMORY_FILE_SYSTEM = "/dev/shm"
 FEW_ROUNDS = 3
+QUICK_BLOCKS = 32  # 2 GiB of ballast, which are taken in seconds
 
 
 def run(words, **options):
@@ -33,6 +36,34 @@ def free_memory():
         return next(int(line.split()[1]) for line in file if line.startswith("MemFree")) * 1024
 
 
+def tell_kernel(setting, value):
+    """Writes one of the system's settings, where the user may."""
+    path = f"/proc/sys/vm/{setting}"
+    if os.access(path, os.W_OK):
+        with open(path, "w") as file:
+            file.write(value)
+
+
+def clear_memory():
+    """Empties the caches and gathers what is free into large pages, so that every benchmark begins
+    with the same memory."""
+    os.sync()
+    tell_kernel("drop_caches", "3")
+    tell_kernel("compact_memory", "1")
+
+
+def uncache(path):
+    """Takes a file, or the files below a directory, out of the page cache once they are on the
+    disk: kept there, one output after another would break the free memory up into small pages."""
+    os.sync()
+    directories = os.walk(path) if os.path.isdir(path) else [("", [], [path])]
+    for directory, _, names in directories:
+        for name in names:
+            file = os.open(os.path.join(directory, name), os.O_RDONLY)
+            os.posix_fadvise(file, 0, 0, os.POSIX_FADV_DONTNEED)
+            os.close(file)
+
+
 class Ballast:
     """Memory that is held between the runs and given back for them, in use again and again.
 
@@ -41,36 +72,45 @@ class Ballast:
 
     BLOCK = 64 << 20
     SPARE = 256 << 20  # is left free all the time, for everything else
+    FAULTS = 256  # of a block in large pages at most; in small ones it is 16,384
 
-    def __init__(self):
-        self.blocks = []
+    def __init__(self, most):
+        self.most = most  # blocks
+        self.blocks = []  # in large pages, which is how they are given back
+        self.scattered = []  # the others, given back last
         self.content = b"\1" * self.BLOCK
 
-    def leave_free(self, wanted):
-        """Takes memory, or gives it back, until about `wanted` bytes more than the spare are free."""
-        surplus = free_memory() - wanted - self.SPARE
-        while surplus >= self.BLOCK:
-            self.blocks.append(self.block())
-            surplus -= self.BLOCK
-        while surplus < 0 and self.blocks:
-            self.blocks.pop().close()
-            surplus += self.BLOCK
+    def hold(self):
+        """Takes all free memory but the spare, or as much as there may be."""
+        free = free_memory() - self.SPARE
+        while free >= self.BLOCK and len(self.blocks) + len(self.scattered) < self.most:
+            self.take()
+            free -= self.BLOCK
 
-    def block(self):
+    def take(self):
         block = mmap.mmap(-1, self.BLOCK, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS)
         block.madvise(mmap.MADV_HUGEPAGE)
+        before = resource.getrusage(resource.RUSAGE_SELF).ru_minflt
         block.write(self.content)
-        return block
+        faults = resource.getrusage(resource.RUSAGE_SELF).ru_minflt - before
+        (self.blocks if faults <= self.FAULTS else self.scattered).append(block)
+
+    def give_back(self, wanted):
+        """Gives back at least `wanted` bytes, or what there is."""
+        while wanted > 0 and (self.blocks or self.scattered):
+            (self.blocks or self.scattered).pop().close()
+            wanted -= self.BLOCK
 
 
 class Workspace:
     """The directories and programs of a run, and the data and archives that its jobs share."""
 
-    def __init__(self, build, directory):
+    def __init__(self, build, directory, quick):
         self.build = build
         self.directory = directory
         self.archives = set()
-        self.ballast = Ballast()
+        clear_memory()
+        self.ballast = Ballast(QUICK_BLOCKS if quick else sys.maxsize)
         os.makedirs(f"{directory}/data", exist_ok=True)
         os.makedirs(f"{directory}/spent", exist_ok=True)
         self.programs = {
@@ -208,8 +248,9 @@ class Contest:
 
     def warm_up(self, contender):
         made = self.once(contender, "verified")
-        self.leave_memory_for_a_run()
+        self.give_back_memory()
         self.verify(contender, made["out"])
+        uncache(made["out"])
         self.make_room("verified")
         return made["cost"]
 
@@ -221,7 +262,7 @@ class Contest:
             order = self.contenders if number % 2 == 0 else self.contenders[::-1]
             for contender in order:
                 if number < self.rounds[contender.name] and self.rounds[contender.name] > 1:
-                    costs[contender.name].append(self.once(contender, f"round{number}")["cost"])
+                    costs[contender.name].append(self.cost_of(contender, f"round{number}"))
             self.make_room(f"round{number}")
         return costs
 
@@ -261,12 +302,13 @@ class Contest:
             *prefix,
             *(w for word in words for w in ([word, *prefix] if word == "|" else [word])),
         ]
+        self.workspace.ballast.hold()
         os.sync()  # so that nobody pays for what the one before left unwritten
         measure = f"{self.workspace.build}/bin/vesk-measure"
         source = self.workspace.source(self.data_set)
-        self.leave_memory_for_a_run()
+        self.give_back_memory()
         lines = run([measure, stdout, *words], cwd=source).decode().split("\n")
-        self.workspace.ballast.leave_free(0)
+        self.workspace.ballast.hold()
         commands = [list(map(float, line.split())) for line in lines[1:-1]]
         return {
             "out": out,
@@ -279,10 +321,15 @@ class Contest:
             },
         }
 
-    def leave_memory_for_a_run(self):
-        """Leaves as much free as any contender takes, its output in the page cache included."""
+    def cost_of(self, contender, label, prefix=()):
+        made = self.once(contender, label, prefix)
+        uncache(made["out"])
+        return made["cost"]
+
+    def give_back_memory(self):
+        """Gives back as much as any contender takes, its output in the page cache included."""
         needed = 4 * self.sizes["bytes"] + 8192 * self.sizes["files"] + (256 << 20)
-        self.workspace.ballast.leave_free(needed)
+        self.workspace.ballast.give_back(needed)
 
     def system_calls(self):
         """Counts every system call of a contender, in runs of their own that are not timed."""
@@ -297,7 +344,7 @@ class Contest:
             report = f"{self.output}/calls"
             strace = ("strace", "-f", "-c", "-U", "calls,name", "-A", "-o", report)
             open(report, "w").close()
-            self.once(contender, "traced", strace)
+            self.cost_of(contender, "traced", strace)
             with open(report) as file:
                 rows = [line.split() for line in file]
             calls[contender.name] = sum(int(r[0]) for r in rows if len(r) == 2 and r[1] == "total")

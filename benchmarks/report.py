@@ -30,14 +30,16 @@ METHOD = """\
 - A whole process is timed, or a whole pipeline, from before the first start to after the last end.
   User and system time are summed over a pipeline, page faults (those without reading) too; peak
   memory is that of its largest process. `sync` is run before each, outside the time.
-- Between the runs the benchmark holds the free memory, and gives back what a run may take just
-  before it: the host of a virtual machine may take back what lies free for some seconds, and whoever
-  gets such memory next pays for it, several times the length of the run. Nobody else should need
-  memory meanwhile.
+- Between the runs the benchmark holds the free memory, in large pages, and gives back what a run may
+  take just before it: the host of a virtual machine may take back what lies free for some seconds,
+  and whoever gets such memory next pays for it, several times the length of the run. It begins with
+  empty caches, and outputs leave the page cache once they have been measured: they would break the
+  free memory up, and vesk-archive was seen to take up to four times as long where it got none in
+  large pages. Nobody else should need memory meanwhile.
 - Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
   For the same reason, wait some minutes between two runs.
-- Outputs lie on the file system of the sources; in the tables "in memory", on a memory file system.
+- Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
 - System calls are counted by `strace -f -c` in a run of their own, all calls, start-up included.
 - vesk-archive holds archives in memory whole and writes compressed ones as stored blocks; the others
   stream, and those that compress give smaller archives for their time.
@@ -104,11 +106,11 @@ def unit_time(result, scale):
     return goals.median_of(result, VESK, "wall") / scale
 
 
-def growth_row(job, data_set, result, base):
+def growth_row(name, data_set, result, base):
     other = [contender for contender in result["costs"] if contender != VESK][0]
     growth = unit_time(result, data_set.scale) / unit_time(*base)
     return [
-        f"{job.name}, {data_set.what}",
+        f"{name}, {data_set.what}",
         f"{growth:.2f}" if growth < 100 else f"{growth:,.0f}",
         f"{other}: {ratio_text(result, other)}",
         f"{goals.peak(result) / 1e6:.1f}",
@@ -119,13 +121,15 @@ def growth_section(results, series, base_name, title):
     head = ["", f"cost for each {title}, against {base_name}", "time against", "peak MB"]
     rows = []
     members = [data_set for data_set in DATA_SETS if data_set.series == series]
+    base = next(data_set for data_set in members if data_set.name == base_name)
     for job in JOBS:
-        base = next((d for d in members if d.name == base_name), None)
-        base_result = results.get((job.name, base_name))
-        for data_set in members:
-            result = results.get((job.name, data_set.name))
-            if result and base_result:
-                rows.append(growth_row(job, data_set, result, (base_result, base.scale)))
+        for place in ("", "@memory"):
+            name = job.name + place
+            base_result = results.get((name, base_name))
+            for data_set in members:
+                result = results.get((name, data_set.name))
+                if result and base_result:
+                    rows.append(growth_row(name, data_set, result, (base_result, base.scale)))
     return table(head, rows) if rows else ""
 
 
