@@ -124,6 +124,8 @@ TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
         "a/../..",
         "a/../../x",
         "../..",
+        "../../x",
+        "../a/x",
         "..//x",
         "a/b/../../../x",  // leaves it
         "a/.",
