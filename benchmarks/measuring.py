@@ -6,14 +6,12 @@ import os
 import resource
 import shutil
 import subprocess
-import sys
 import tempfile
 
 from contenders import VESK, Where, contenders_of
 
 MEMORY_FILE_SYSTEM = "/dev/shm"
 FEW_ROUNDS = 3
-QUICK_BLOCKS = 32  # 2 GiB of ballast, which are taken in seconds
 
 
 def run(words, **options):
@@ -74,16 +72,16 @@ class Ballast:
     SPARE = 256 << 20  # is left free all the time, for everything else
     FAULTS = 256  # of a block in large pages at most; in small ones it is 16,384
 
-    def __init__(self, most):
-        self.most = most  # blocks
+    def __init__(self, wanted):
+        self.wanted = wanted
         self.blocks = []  # in large pages, which is how they are given back
         self.scattered = []  # the others, given back last
         self.content = b"\1" * self.BLOCK
 
     def hold(self):
-        """Takes all free memory but the spare, or as much as there may be."""
+        """Takes all free memory but the spare, if that is wanted."""
         free = free_memory() - self.SPARE
-        while free >= self.BLOCK and len(self.blocks) + len(self.scattered) < self.most:
+        while self.wanted and free >= self.BLOCK:
             self.take()
             free -= self.BLOCK
 
@@ -110,7 +108,8 @@ class Workspace:
         self.directory = directory
         self.archives = set()
         clear_memory()
-        self.ballast = Ballast(QUICK_BLOCKS if quick else sys.maxsize)
+        # Where the host has to fetch it first, it takes a minute or two that a quick run has not got.
+        self.ballast = Ballast(wanted=not quick)
         os.makedirs(f"{directory}/data", exist_ok=True)
         os.makedirs(f"{directory}/spent", exist_ok=True)
         self.programs = {

@@ -35,7 +35,8 @@ METHOD = """\
   and whoever gets such memory next pays for it, several times the length of the run. It begins with
   empty caches, and outputs leave the page cache once they have been measured: they would break the
   free memory up, and vesk-archive was seen to take up to four times as long where it got none in
-  large pages. Nobody else should need memory meanwhile.
+  large pages. Nobody else should need memory meanwhile. A quick run has no time to fetch and hold
+  the memory: on such a machine its ratios are rougher.
 - Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
   For the same reason, wait some minutes between two runs.
