@@ -249,7 +249,7 @@ class Contest:
         made = self.once(contender, "verified")
         self.give_back_memory()
         self.verify(contender, made["out"])
-        uncache(made["out"])
+        self.uncache(made["out"])
         self.make_room("verified")
         return made["cost"]
 
@@ -322,8 +322,13 @@ class Contest:
 
     def cost_of(self, contender, label, prefix=()):
         made = self.once(contender, label, prefix)
-        uncache(made["out"])
+        self.uncache(made["out"])
         return made["cost"]
+
+    def uncache(self, out):
+        """The few outputs of a quick run do not use up the free memory."""
+        if not self.quick:
+            uncache(out)
 
     def give_back_memory(self):
         """Gives back as much as any contender takes, its output in the page cache included."""
