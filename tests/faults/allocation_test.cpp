@@ -46,21 +46,22 @@ struct StandardLibrary {
 
 #ifdef _LIBCPP_VERSION
 const StandardLibrary library = {
-    {"IOException: Cannot enumerate archive source", "IOException: Cannot read file: FILE",
-     "IOException: Cannot create archive", "IOException: Cannot write TAR entry",
-     "IOException: Cannot store DEFLATE output"},
-    true,
-    false,
-    true,
-    true};
+    .messages = {"IOException: Cannot enumerate archive source",
+                 "IOException: Cannot read file: FILE", "IOException: Cannot create archive",
+                 "IOException: Cannot write TAR entry", "IOException: Cannot store DEFLATE output"},
+    .doesWithout = true,
+    .endsWalks = false,
+    .leavesWalksOpen = true,
+    .leavesStagingTree = true};
 #else
 const StandardLibrary library = {
-    {"IOException: Cannot enumerate archive source", "IOException: Cannot read file: FILE",
-     "IOException: Cannot create archive", "IOException: Cannot write TAR entry"},
-    false,
-    true,
-    false,
-    false};
+    .messages = {"IOException: Cannot enumerate archive source",
+                 "IOException: Cannot read file: FILE", "IOException: Cannot create archive",
+                 "IOException: Cannot write TAR entry"},
+    .doesWithout = false,
+    .endsWalks = true,
+    .leavesWalksOpen = false,
+    .leavesStagingTree = false};
 #endif
 
 class AllocationFaults : public ::testing::TestWithParam<ArchiveCall> {
@@ -221,6 +222,7 @@ std::string AllocationFaults::judgeDestination(const std::string& ending) const 
 /// staging tree whose removal had no memory either.
 std::string AllocationFaults::judgeSurroundings(const std::string& ending,
                                                 const AllocationReport& report) const {
+    std::string verdict;
     for (const auto& entry : fs::directory_iterator(to().parent_path())) {
         const std::string name = entry.path().filename().native();
         const bool rest =
@@ -228,9 +230,9 @@ std::string AllocationFaults::judgeSurroundings(const std::string& ending,
         const bool staging = library.leavesStagingTree && report.failures > 1 && ending != "done" &&
                              name.starts_with(".destination.vesk-unpacking-");
         if (name != "destination" && !rest && !staging) return ", defect: left " + name;
-        if (staging) return ", staging tree left";
+        if (staging) verdict = ", staging tree left";
     }
-    return "";
+    return verdict;
 }
 
 /// Makes the call again, without faults, in the state in which the last one left everything.
