@@ -23,9 +23,6 @@ enum : std::size_t {
     gzipStoredMax = 65535,  ///< content of one stored block
 };
 
-/// DEFLATE data decodes to at most this many times its size: 258 bytes from two bits.
-enum : std::uint64_t { gzipMaxExpansion = 1032 };
-
 /// Returns the CRC-32 of `count` bytes as the format stores it.
 inline std::uint32_t gzipCrc32(const std::uint8_t* bytes, std::uint64_t count) {
     return ~vesk::runtime::zip::crc32Update(0xFFFFFFFF, bytes, count);

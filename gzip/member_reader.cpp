@@ -96,6 +96,10 @@ struct GzipTrailer {
     std::uint32_t isize;
 };
 
+// How many times its size a payload is given room for before it is decoded: more than text or code
+// usually takes.
+constexpr std::uint64_t commonExpansion = 8;
+
 std::string withRoomFor(std::uint64_t size) {
     std::string text;
     text.reserve(size);
@@ -107,10 +111,10 @@ bool inflatePayload(std::string payload, const GzipTrailer& trailer, std::string
                     std::string& errorText) {
     const std::uint64_t payloadSize = payload.size();
     std::istringstream in(std::move(payload), std::ios::binary);
-    // Room for all of it, so that it does not grow by copying. A declared size is believed only as
-    // far as the payload can expand.
+    // Room for what usually comes, so that it does not grow by copying. Whatever is declared beyond
+    // that gets room as it comes, for the declared size may be a lie.
     std::ostringstream out(
-        withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * gzipMaxExpansion)),
+        withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * commonExpansion)),
         std::ios::binary);
     std::uint32_t crc = 0;
     if (!vesk::runtime::zip::inflateRaw(in, payloadSize, trailer.isize, out, crc, errorText)) {

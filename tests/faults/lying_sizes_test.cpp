@@ -71,12 +71,12 @@ constexpr std::size_t mebibyte = 1024 * 1024;
 /// What a call of any kind may need: the decoder's pieces, streams, paths.
 constexpr std::size_t smallChange = 4 * mebibyte;
 
-/// How often the memory may hold an archive's output. The string streams of libc++ 14 copy the text
-/// that they are given, without its room, and the text that is taken from them.
+/// How often the memory may hold an archive's output: twice, while the text that takes it grows. The
+/// string streams of libc++ 14 also copy the text that is taken from them.
 #ifdef _LIBCPP_VERSION
 constexpr std::size_t outputCopies = 3;
 #else
-constexpr std::size_t outputCopies = 1;
+constexpr std::size_t outputCopies = 2;
 #endif
 
 const ArchiveCall& unpackNew(bool gzip) {
@@ -209,18 +209,22 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
 }
 
 // Memory that is reserved and never used does not show above, but it can be refused.
-TEST(LyingSizes, NoMoreIsReservedThanThePayloadCanExpandTo) {
+TEST(LyingSizes, RoomIsTakenForThePayloadNotForTheDeclaredSize) {
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
-    writeFile(root / "archive", memberClaiming(rawDeflate("22 bytes when deflated"), 0xFFFFFFFF));
-    const std::string report = inChild([&] {
-        rlimit limit{};
-        getrlimit(RLIMIT_AS, &limit);
-        limit.rlim_cur = std::size_t{2048} * mebibyte;
-        setrlimit(RLIMIT_AS, &limit);
-        return endingOf(unpackNew(true), root / "archive", root / "out");
-    });
-    EXPECT_EQ(report, "DEFLATE output is shorter than its declared size");
+    const std::string few = "22 bytes when deflated";
+    for (const std::string& content : {few, noise(8 * mebibyte)}) {
+        SCOPED_TRACE(content.size());
+        writeFile(root / "archive", memberClaiming(rawDeflate(content), 0xFFFFFFFF));
+        const std::string report = inChild([&] {
+            rlimit limit{};
+            getrlimit(RLIMIT_AS, &limit);
+            limit.rlim_cur = std::size_t{512} * mebibyte;
+            setrlimit(RLIMIT_AS, &limit);
+            return endingOf(unpackNew(true), root / "archive", root / "out");
+        });
+        EXPECT_EQ(report, "DEFLATE output is shorter than its declared size");
+    }
 }
 
 // A directory in place of files: the million entries all are one object.
