@@ -3,8 +3,6 @@
 // these functions see every allocation.
 #include "tests/faults/allocation_faults.h"
 
-#include <malloc.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -33,9 +31,6 @@ struct Injection {
 
 Injection injection;
 std::atomic<std::size_t> liveBlocks = 0;
-std::atomic<std::size_t> liveBytes = 0;
-std::atomic<std::size_t> highestBytes = 0;
-std::size_t bytesAtStart = 0;
 
 void noteFailure(AllocationReport& report) {
     injection.busy = true;
@@ -58,19 +53,8 @@ bool isToFail() {
 }
 
 void* noteAllocated(void* block) {
-    if (block == nullptr) return nullptr;
-    ++liveBlocks;
-    const std::size_t bytes = liveBytes += malloc_usable_size(block);
-    std::size_t highest = highestBytes;
-    while (bytes > highest && !highestBytes.compare_exchange_weak(highest, bytes)) {
-    }
+    if (block != nullptr) ++liveBlocks;
     return block;
-}
-
-void noteFreed(void* block) {
-    if (block == nullptr) return;
-    --liveBlocks;
-    liveBytes -= malloc_usable_size(block);
 }
 
 }  // namespace
@@ -86,15 +70,6 @@ AllocationReport disarmAllocationFaults() {
 
 std::size_t liveAllocations() {
     return liveBlocks;
-}
-
-void startPeak() {
-    bytesAtStart = liveBytes;
-    highestBytes = bytesAtStart;
-}
-
-std::size_t peakBytes() {
-    return highestBytes - bytesAtStart;
 }
 
 }  // namespace vesk::testing
@@ -113,13 +88,9 @@ void* calloc(std::size_t count, std::size_t size) noexcept {
 
 void* realloc(void* block, std::size_t size) noexcept {
     if (isToFail()) return nullptr;
-    const std::size_t before = block == nullptr ? 0 : malloc_usable_size(block);
     void* const moved = __libc_realloc(block, size);
     // With a size of 0 the block has been freed and nothing is given back.
-    if (block != nullptr && (moved != nullptr || size == 0)) {
-        --liveBlocks;
-        liveBytes -= before;
-    }
+    if (block != nullptr && (moved != nullptr || size == 0)) --liveBlocks;
     return noteAllocated(moved);
 }
 
@@ -137,7 +108,7 @@ int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexce
 }
 
 void free(void* block) noexcept {
-    noteFreed(block);
+    if (block != nullptr) --liveBlocks;
     __libc_free(block);
 }
 

@@ -30,10 +30,4 @@ AllocationReport disarmAllocationFaults();
 /// Returns how many blocks are allocated and not yet freed.
 std::size_t liveAllocations();
 
-/// Begins to observe how far the allocated bytes rise above what they are now.
-void startPeak();
-
-/// Returns by how many bytes they rose at most since startPeak.
-std::size_t peakBytes();
-
 }  // namespace vesk::testing
