@@ -128,6 +128,11 @@ int lstat(const char* path, struct stat* status) noexcept {
     return ORIGINAL(lstat)(path, status);
 }
 
+int fstat64(int descriptor, struct stat64* status) noexcept {
+    if (isToFail("fstat", pathOf(descriptor))) return -1;
+    return ORIGINAL(fstat64)(descriptor, status);
+}
+
 int mkdir(const char* path, mode_t mode) noexcept {
     if (isToFail("mkdir", pathOf(path))) return -1;
     return ORIGINAL(mkdir)(path, mode);

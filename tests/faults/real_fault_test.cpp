@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,10 @@ std::string endingOf(const ArchiveCall& call, const fs::path& root, const fs::pa
 void leaveLittleRoom(const fs::path& directory) {
     if (unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
         mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k") == 0) {
+        std::fprintf(stderr, "a file system of 64 KiB\n");
         return;
     }
+    std::fprintf(stderr, "no file system may be mounted; files of at most 64 KiB\n");
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{65536, 65536};
     setrlimit(RLIMIT_FSIZE, &limit);
