@@ -6,8 +6,9 @@
 // not read; `mode` is handed to vesk::runtime::archives::modeIsOverwrite unseen. A function that
 // returns with no pending host exception has succeeded; one that failed has raised exactly one
 // `IOException`. Exceptions of the C++ standard library (std::bad_alloc, std::length_error) leave
-// the functions uncaught, with everything released. The functions share no state and may run at
-// the same time on any number of threads.
+// the functions uncaught, with everything released; libc++ 14 alone leaves a directory open when
+// memory runs out as the walk of a source opens it. The functions share no state and may run at the
+// same time on any number of threads.
 #pragma once
 
 extern "C" {
