@@ -6,9 +6,9 @@
 // not read; `mode` is handed to vesk::runtime::archives::modeIsOverwrite unseen. A function that
 // returns with no pending host exception has succeeded; one that failed has raised exactly one
 // `IOException`. Exceptions of the C++ standard library (std::bad_alloc, std::length_error) leave
-// the functions uncaught, with everything released; libc++ 14 alone leaves a directory open when
-// memory runs out as the walk of a source opens it. The functions share no state and may run at the
-// same time on any number of threads.
+// the functions uncaught, with everything released. Only when memory runs out while a directory is
+// walked, libstdc++ 12 ends the process, and libc++ 14 may leave that directory open. The functions
+// share no state and may run at the same time on any number of threads.
 #pragma once
 
 extern "C" {

@@ -71,8 +71,8 @@ constexpr std::size_t mebibyte = 1024 * 1024;
 /// What a call of any kind may need: the decoder's pieces, streams, paths.
 constexpr std::size_t smallChange = 4 * mebibyte;
 
-/// How often the memory may hold an archive's output: twice, while the text that takes it grows. The
-/// string streams of libc++ 14 also copy the text that is taken from them.
+/// How often the memory may hold an archive's output: twice, while the text that takes it grows.
+/// The string streams of libc++ 14 also copy the text that is taken from them.
 #ifdef _LIBCPP_VERSION
 constexpr std::size_t outputCopies = 3;
 #else
