@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "fuzz/block_codes.h"
 #include "fuzz/require.h"
 
 namespace vesk::fuzzing {
@@ -20,14 +21,20 @@ constexpr int enoughIdleCalls = 4;
 
 // zlib tells by its message alone what is wrong with the data.
 bool isAboutCodes(const char* message) {
-    const std::string text = message == nullptr ? "" : message;
-    return text.ends_with(" set") || text == "invalid code -- missing end-of-block";
+    return message != nullptr && std::string_view(message).ends_with(" set");
 }
 
-Inflated::End endOf(int status, const z_stream& stream) {
+Inflated::End endOf(int status, const char* message, bool isOverfull) {
     if (status == Z_STREAM_END) return Inflated::End::complete;
     if (status == Z_BUF_ERROR) return Inflated::End::truncated;
-    return isAboutCodes(stream.msg) ? Inflated::End::doubtful : Inflated::End::invalid;
+    return isAboutCodes(message) && !isOverfull ? Inflated::End::doubtful : Inflated::End::invalid;
+}
+
+// Where zlib stands in `packed` after a block, in bits.
+std::size_t bitPosition(std::string_view packed, const z_stream& stream) {
+    constexpr int unusedBits = 7;
+    return (packed.size() - stream.avail_in) * 8 -
+           static_cast<std::size_t>(stream.data_type & unusedBits);
 }
 
 }  // namespace
@@ -39,19 +46,24 @@ Inflated inflateWithZlib(std::string_view packed) {
     stream.avail_in = static_cast<uInt>(packed.size());
 
     Inflated result{};
+    result.content.reserve(packed.size());
     result.inBlockHeader = true;
     std::array<char, 65536> piece;
     int status = Z_OK;
+    std::size_t block = 0;
     for (int idle = 0; status == Z_OK || (status == Z_BUF_ERROR && idle < enoughIdleCalls);) {
         stream.next_out = reinterpret_cast<Bytef*>(piece.data());
         stream.avail_out = piece.size();
         status = inflate(&stream, Z_TREES);
         result.content.append(piece.data(), piece.size() - stream.avail_out);
-        if ((stream.data_type & afterBlock) != 0) result.inBlockHeader = true;
+        if ((stream.data_type & afterBlock) != 0) {
+            result.inBlockHeader = true;
+            block = bitPosition(packed, stream);
+        }
         if ((stream.data_type & afterBlockHeader) != 0) result.inBlockHeader = false;
         idle = status == Z_BUF_ERROR ? idle + 1 : 0;
     }
-    result.end = endOf(status, stream);
+    result.end = endOf(status, stream.msg, hasOverfullCode(packed, block));
     result.unused = stream.avail_in;
     inflateEnd(&stream);
     return result;
@@ -72,6 +84,10 @@ std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declare
             if (inflated.inBlockHeader) refusals.insert("Invalid DEFLATE data");
             break;
         case Inflated::End::doubtful:
+            refusals.insert({"Invalid DEFLATE data", "Truncated DEFLATE data",
+                             "Unexpected data after DEFLATE stream",
+                             "DEFLATE output is longer than its declared size",
+                             "DEFLATE output is shorter than its declared size"});
             break;
         case Inflated::End::complete:
             if (!refusals.empty()) break;

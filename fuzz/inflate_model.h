@@ -9,9 +9,8 @@
 
 namespace vesk::fuzzing {
 
-/// What zlib makes of a piece of DEFLATE data. `doubtful`: zlib refuses a block's set of codes, for
-/// instance as incomplete; a decoder may also take it and refuse only a code that is not in the
-/// set.
+/// What zlib makes of a piece of DEFLATE data. `doubtful`: zlib refuses a block's set of codes since
+/// it is not used up; a decoder may also take it and refuse only a code that is not in the set.
 struct Inflated {
     enum class End { complete, truncated, invalid, doubtful } end;
     bool inBlockHeader;   ///< the data ended, or was found invalid, inside a block's header
@@ -23,7 +22,7 @@ struct Inflated {
 Inflated inflateWithZlib(std::string_view packed);
 
 /// Returns the messages with which data of that kind may be refused when `declaredSize` bytes were
-/// announced; empty when it must be accepted. Not for doubtful data.
+/// announced; empty when it must be accepted.
 std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declaredSize);
 
 }  // namespace vesk::fuzzing

@@ -19,6 +19,8 @@
 
 namespace {
 
+using namespace std::literals;
+
 constexpr const char* invalid = "Invalid DEFLATE data";
 constexpr const char* truncated = "Truncated DEFLATE data";
 constexpr const char* tooShort = "DEFLATE output is shorter than its declared size";
@@ -285,6 +287,13 @@ TEST(Inflate, RefusesBrokenData) {
         {"too many short code lengths", {0x05, 0x00, 0x92, 0x04}},
         {"repeated length without a first", {0x05, 0x00, 0x02, 0x24}},
         {"more code lengths than codes", {0x05, 0x00, 0x80, 0xe4, 0xff, 0x1f}},
+        {"more literals than codes",
+         {0x05, 0xe0, 0x01, 0x09, 0x00, 0x00, 0x00, 0x80, 0x20, 0x6c, 0xd3, 0xff, 0xa3, 0x14}},
+        {"more distances than codes",
+         {0x05, 0xe2, 0x01, 0x09, 0x00, 0x00, 0x00, 0x80, 0x20, 0x6c, 0xf3, 0xff, 0x29, 0x55,
+          0x01}},
+        {"no code for the end of the block",
+         {0x05, 0xe0, 0x01, 0x09, 0x00, 0x00, 0x00, 0x80, 0x20, 0x6c, 0xd3, 0xff, 0xa7, 0x04}},
         {"garbage", std::vector<std::uint8_t>(40, 0xff)},
     };
     for (const Row& row : rows) {
@@ -293,6 +302,13 @@ TEST(Inflate, RefusesBrokenData) {
         data.append(40, '\0');
         expectFailure(inflate(data, 100), invalid);
     }
+}
+
+// zlib refuses such a block, unless it is for a single distance.
+TEST(Inflate, TakesSetsOfCodesThatAreNotUsedUp) {
+    expectDecodes("\x05\xe0\x01\x09\x00\x00\x00\x80\x20\x6c\xeb\xff\xa9\x44"s, "A");
+    expectDecodes("\x05\xe1\x01\x09\x00\x00\x00\x80\x20\x6c\xf3\xff\x29\x4b"s, "A");
+    expectDecodes("\x05\xe0\x01\x09\x00\x00\x00\x80\x20\x6c\xf3\xff\x29\x15"s, "A");
 }
 
 TEST(Inflate, RefusesBytesAfterTheFinalBlock) {
