@@ -9,8 +9,9 @@
 
 namespace vesk::fuzzing {
 
-/// What zlib makes of a piece of DEFLATE data. `doubtful`: zlib refuses a block's set of codes since
-/// it is not used up; a decoder may also take it and refuse only a code that is not in the set.
+/// What zlib makes of a piece of DEFLATE data. `doubtful`: zlib refuses a block's set of codes
+/// since it is not used up; a decoder may also take it and refuse only a code that is not in the
+/// set.
 struct Inflated {
     enum class End { complete, truncated, invalid, doubtful } end;
     bool inBlockHeader;   ///< the data ended, or was found invalid, inside a block's header

@@ -170,8 +170,8 @@ INSTANTIATE_TEST_SUITE_P(EveryWay, Kill, ::testing::ValuesIn(variants),
 
 class KillAtAnyTime : public Kill {};
 
-// How long a run takes changes with what else the machine does, so the moments are spread anew until
-// some have lain in the work and some after its end.
+// How long a run takes changes with what else the machine does, so the moments are spread anew
+// until some have lain in the work and some after its end.
 TEST_P(KillAtAnyTime, AtMomentsSpreadOverTheRunLeavesAWholeTree) {
     const char* const wanted = std::getenv("VESK_KILL_MOMENTS");
     const int moments = wanted != nullptr ? std::atoi(wanted) : 50;
