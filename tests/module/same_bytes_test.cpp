@@ -97,11 +97,12 @@ private:
     std::locale before_;
 };
 
-/// Locales of several countries, compiled for this machine; where LOCPATH names them, they can be
-/// used as if they were installed.
+/// Locales of several countries and one of none, compiled for this machine; where LOCPATH names
+/// them, they can be used as if they were installed.
 class CompiledLocales {
 public:
     CompiledLocales() {
+        compile("C", "UTF-8", "C.UTF-8");
         compile("de_CH", "UTF-8", "de_CH.UTF-8");
         compile("en_US", "UTF-8", "en_US.UTF-8");
         compile("tr_TR", "ISO-8859-9", "tr_TR");
