@@ -19,6 +19,11 @@
 #include "tests/support/temp_dir.h"
 #include "tests/support/tree.h"
 
+// The C library's newlocale loses the list of directories that it makes of LOCPATH.
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:argz_add_sep";
+}
+
 namespace vesk::testing {
 
 namespace {
