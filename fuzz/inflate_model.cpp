@@ -30,6 +30,24 @@ Inflated::End endOf(int status, const char* message, bool isOverfull) {
     return isAboutCodes(message) && !isOverfull ? Inflated::End::doubtful : Inflated::End::invalid;
 }
 
+// Tells whether zlib refuses each byte that may come next.
+bool refusesEveryByte(z_stream& stream) {
+    for (unsigned value = 0; value < 256; ++value) {
+        z_stream copy{};
+        require(inflateCopy(&copy, &stream) == Z_OK, "zlib can be copied");
+        auto byte = static_cast<Bytef>(value);
+        std::array<Bytef, 4096> output;
+        copy.next_in = &byte;
+        copy.avail_in = 1;
+        copy.next_out = output.data();
+        copy.avail_out = output.size();
+        const int status = inflate(&copy, Z_NO_FLUSH);
+        inflateEnd(&copy);
+        if (status != Z_DATA_ERROR) return false;
+    }
+    return true;
+}
+
 // Where zlib stands in `packed` after a block, in bits.
 std::size_t bitPosition(std::string_view packed, const z_stream& stream) {
     constexpr int unusedBits = 7;
@@ -64,6 +82,7 @@ Inflated inflateWithZlib(std::string_view packed) {
         idle = status == Z_BUF_ERROR ? idle + 1 : 0;
     }
     result.end = endOf(status, stream.msg, hasOverfullCode(packed, block));
+    result.hopeless = result.end == Inflated::End::truncated && refusesEveryByte(stream);
     result.unused = stream.avail_in;
     inflateEnd(&stream);
     return result;
@@ -74,14 +93,15 @@ std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declare
     std::set<std::string> refusals;
     if (size > declaredSize) refusals.insert("DEFLATE output is longer than its declared size");
     switch (inflated.end) {
-        // A block's header may be judged as it comes or when it is complete.
+        // A block's header may be judged as it comes or when it is complete, and so may a code.
         case Inflated::End::invalid:
             refusals.insert("Invalid DEFLATE data");
             if (inflated.inBlockHeader) refusals.insert("Truncated DEFLATE data");
             break;
         case Inflated::End::truncated:
             refusals.insert("Truncated DEFLATE data");
-            if (inflated.inBlockHeader) refusals.insert("Invalid DEFLATE data");
+            if (inflated.inBlockHeader || inflated.hopeless)
+                refusals.insert("Invalid DEFLATE data");
             break;
         case Inflated::End::doubtful:
             refusals.insert({"Invalid DEFLATE data", "Truncated DEFLATE data",

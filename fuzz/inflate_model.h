@@ -15,6 +15,7 @@ namespace vesk::fuzzing {
 struct Inflated {
     enum class End { complete, truncated, invalid, doubtful } end;
     bool inBlockHeader;   ///< the data ended, or was found invalid, inside a block's header
+    bool hopeless;        ///< the data ended inside a code, and whatever follows is invalid
     std::string content;  ///< what could be decoded
     std::size_t unused;   ///< bytes after the final block
 };
