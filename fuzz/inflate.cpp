@@ -20,7 +20,7 @@ namespace fuzzing = vesk::fuzzing;
 
 namespace {
 
-// What the inflater reads at once.
+// What the inflater reads at once; see standinhost/inflate.cpp.
 constexpr std::size_t pieceSize = 256 * 1024;
 
 void appendStored(std::string& packed, std::size_t count) {
