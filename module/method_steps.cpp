@@ -2,7 +2,6 @@
 // The steps that the methods of both archive classes share.
 #include "module/method_steps.h"
 
-#include <string>
 #include <system_error>
 #include <utility>
 
@@ -53,10 +52,9 @@ std::optional<ByteBuffer> readArchive(const char* archivePath) {
     return bytes;
 }
 
-void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath,
-                    void* mode) {
+void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath, void* mode,
+                    std::string& errorText) {
     const bool overwrite = vesk::runtime::archives::modeIsOverwrite(mode);
-    std::string errorText;
     if (!tarUnpackArchiveBytes(tarBytes, destinationPath, overwrite, errorText)) {
         raiseFailure(errorText.c_str());
     }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <span>
+#include <string>
 
 #include "fileaccess/byte_buffer.h"
 
@@ -28,7 +29,10 @@ std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* ar
 std::optional<ByteBuffer> readArchive(const char* archivePath);
 
 /// Unpacks the TAR stream `tarBytes` into `destinationPath` and raises what goes wrong.
-void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath,
-                    void* mode);
+///
+/// `errorText` is the one error text of the method: what earlier steps left in it reaches the
+/// runtime's staging, and is what is raised when that refuses without a text of its own.
+void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath, void* mode,
+                    std::string& errorText);
 
 }  // namespace vesk::io::archives

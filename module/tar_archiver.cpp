@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The native methods of io.archives.TarArchiver.
+#include <string>
+
 #include "fileaccess/archive_destination.h"
 #include "module/method_steps.h"
 #include "module/native_methods.h"
@@ -16,6 +18,7 @@ void vesk_io_archives_TarArchiver_makeArchive(void* /*context*/, const char* sou
 void vesk_io_archives_TarArchiver_unpackArchive(void* /*context*/, const char* archivePath,
                                                 const char* destinationPath, void* mode) {
     if (const auto archive = readArchive(archivePath)) {
-        unpackTarBytes(*archive, destinationPath, mode);
+        std::string errorText;
+        unpackTarBytes(*archive, destinationPath, mode, errorText);
     }
 }

@@ -31,5 +31,5 @@ void vesk_io_archives_TgzArchiver_unpackArchive(void* /*context*/, const char* a
         return;
     }
     unpackTarBytes({reinterpret_cast<const std::uint8_t*>(tarBytes.data()), tarBytes.size()},
-                   destinationPath, mode);
+                   destinationPath, mode, errorText);
 }

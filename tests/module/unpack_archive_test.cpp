@@ -287,6 +287,15 @@ TEST_P(UnpackArchive, RaisesTheRuntimesRefusalOfTheDestinationUnchanged) {
     EXPECT_FALSE(fs::exists(destination));
 }
 
+TEST_P(UnpackArchive, RaisesAnEmptyTextWhenTheRuntimeRefusesWithoutAWord) {
+    const Calls read = storeAndRead(tarEntry("a", "x") + tarEnd());
+    RecordingHost host;
+    host.prepareFailure = "";
+    host.failsWithoutText = true;
+    unpack();
+    EXPECT_EQ(host.calls, (read + prepare(false, "0") + Calls{raised("")}));
+}
+
 TEST_P(UnpackArchive, LeavesADestinationThatMayNotBeReplacedAsItIs) {
     writeFile(dir / "out" / "old", "old");
     const Calls read = storeAndRead("not an archive");
@@ -474,6 +483,51 @@ TEST_F(UnpackTgzArchive, RaisesTheInflatersMessageUnchanged) {
                             raised(message)}));
         EXPECT_EQ(host.pendingMessage, message);
     }
+}
+
+// The method has one error text. What the inflater leaves in it although it succeeds stays there
+// until somebody replaces it.
+TEST_F(UnpackTgzArchive, HandsTheInflatersTextOnToTheStagingAndTheCommit) {
+    host.inflateRemark = "a remark";
+    unpack(gzipMember(tarEnd()));
+    const std::string payload = std::to_string(rawDeflate(tarEnd()).size());
+    EXPECT_EQ(
+        host.calls,
+        readThen({"inflateRaw(compressed=" + payload + ", uncompressed=512, crc=0, error=) = 1",
+                  "modeIsOverwrite(mode) = 1", converted(destination),
+                  "prepareExtractionStaging(" + destination +
+                      ", overwrite=1, staging=, error=a remark) = 1",
+                  "commitExtractionStaging(STAGING, " + destination + ", error=a remark) = 1"}));
+    EXPECT_EQ(readTree(destination), Tree());
+}
+
+TEST_F(UnpackTgzArchive, RaisesTheInflatersTextWhenTheRuntimeRefusesWithoutAWord) {
+    host.inflateRemark = "a remark";
+    host.failsWithoutText = true;
+    host.prepareFailure = "";
+    unpack(gzipMember(tarEntry("a", "x") + tarEnd()));
+    EXPECT_EQ(host.pendingMessage, "a remark");
+    EXPECT_EQ(host.calls.back(), raised("a remark"));
+
+    host.pendingClass.reset();
+    host.prepareFailure.reset();
+    host.commitFailure = "";
+    unpack(gzipMember(tarEntry("a", "x") + tarEnd()));
+    EXPECT_EQ(host.pendingMessage, "a remark");
+    EXPECT_EQ(host.calls.back(), raised("a remark"));
+    EXPECT_EQ(host.raiseCount, 2);
+}
+
+TEST_F(UnpackTgzArchive, RaisesItsOwnMessageInPlaceOfTheInflatersText) {
+    const std::string bad = tarEntry("a", "x", '2') + tarEnd();
+    host.inflateRemark = "a remark";
+    unpack(gzipMember(bad));
+    EXPECT_EQ(host.pendingMessage, "Unsupported TAR entry type");
+
+    host.pendingClass.reset();
+    host.inflateCrc = 0;
+    unpack(gzipMember(bad));
+    EXPECT_EQ(host.pendingMessage, "Invalid gzip checksum");
 }
 
 TEST_F(UnpackTgzArchive, ChecksAHeaderChecksumBeforeItInflates) {

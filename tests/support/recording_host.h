@@ -46,6 +46,10 @@ public:
     std::optional<std::string> prepareFailure;
     std::optional<std::string> commitFailure;
     std::optional<std::string> inflateFailure;
+    /// Whether the failures above leave the text as it is instead.
+    bool failsWithoutText = false;
+    /// When set, inflateRaw stores this text although it succeeds.
+    std::optional<std::string> inflateRemark;
     /// When set, inflateRaw gives back this CRC instead of the right one.
     std::optional<std::uint32_t> inflateCrc;
     /// When set, Vesk_runtimeFsPath gives this path whatever the text.
