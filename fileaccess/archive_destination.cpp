@@ -5,6 +5,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "fileaccess/byte_stream.h"
 #include "module/host/failure.h"
 
 namespace vesk::io::archives {
@@ -36,7 +37,8 @@ bool archivePrepareArchivePath(const std::filesystem::path& archivePath, bool ov
 void archiveWriteFileBytes(const std::filesystem::path& archivePath, const ByteBuffer& bytes) {
     if (!createArchiveParent(archivePath)) return;
 
-    std::ofstream file(archivePath.native(), std::ios::binary | std::ios::out | std::ios::trunc);
+    std::ofstream file;
+    openForBytes(file, archivePath, std::ios::out | std::ios::trunc);
     if (file.fail()) {
         raiseFailure("Cannot create archive");
         return;

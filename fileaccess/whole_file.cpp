@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "fileaccess/byte_stream.h"
 #include "module/host/failure.h"
 
 namespace vesk::io::archives {
@@ -20,7 +21,8 @@ ByteBuffer raiseUnreadable(const std::filesystem::path& path) {
 }  // namespace
 
 ByteBuffer zipReadFileBytes(const std::filesystem::path& path) {
-    std::ifstream file(path.native(), std::ios::binary | std::ios::in);
+    std::ifstream file;
+    openForBytes(file, path, std::ios::in);
     if (file.fail()) return raiseUnreadable(path);
 
     std::streambuf& content = *file.rdbuf();

@@ -8,6 +8,7 @@
 #include <optional>
 #include <system_error>
 
+#include "fileaccess/byte_stream.h"
 #include "module/host/failure.h"
 #include "tar/entry_name.h"
 #include "tar/header_block.h"
@@ -43,7 +44,8 @@ bool makeRegularFile(const fs::path& target, std::span<const std::uint8_t> data,
     fs::create_directories(target.parent_path(), error);
     if (error) return reportFailure(errorText, "Cannot create TAR entry directory");
 
-    std::ofstream file(target.native(), std::ios::binary | std::ios::out | std::ios::trunc);
+    std::ofstream file;
+    openForBytes(file, target, std::ios::out | std::ios::trunc);
     if (file.fail()) return reportFailure(errorText, "Cannot write TAR entry");
 
     if (!data.empty()) {

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <bit>
 #include <clocale>
 #include <cstdlib>
 #include <ctime>
+#include <cwchar>
 #include <filesystem>
 #include <locale>
 #include <optional>
@@ -134,6 +136,39 @@ struct GroupedDigits : std::numpunct<char> {
     std::string do_grouping() const override { return "\1"; }
 };
 
+/// Has files hold the complement of each byte, and reads it back as the byte.
+class Complement : public std::codecvt<char, char, std::mbstate_t> {
+protected:
+    result do_out(std::mbstate_t& /*state*/, const char* from, const char* fromEnd,
+                  const char*& fromNext, char* to, char* toEnd, char*& toNext) const override {
+        return convert(from, fromEnd, fromNext, to, toEnd, toNext);
+    }
+    result do_in(std::mbstate_t& /*state*/, const char* from, const char* fromEnd,
+                 const char*& fromNext, char* to, char* toEnd, char*& toNext) const override {
+        return convert(from, fromEnd, fromNext, to, toEnd, toNext);
+    }
+    int do_length(std::mbstate_t& /*state*/, const char* from, const char* end,
+                  std::size_t max) const override {
+        return static_cast<int>(std::min(static_cast<std::size_t>(end - from), max));
+    }
+    int do_encoding() const noexcept override { return 1; }
+    int do_max_length() const noexcept override { return 1; }
+    bool do_always_noconv() const noexcept override { return false; }
+
+private:
+    static result convert(const char* from, const char* fromEnd, const char*& fromNext, char* to,
+                          char* toEnd, char*& toNext) {
+        const std::ptrdiff_t count = std::min(fromEnd - from, toEnd - to);
+        fromNext = from + count;
+        toNext = std::transform(from, fromNext, to, [](char byte) { return char(~byte); });
+        return fromNext == fromEnd ? ok : partial;
+    }
+};
+
+std::locale complementing() {
+    return std::locale(std::locale::classic(), new Complement);
+}
+
 }  // namespace
 
 TEST_P(SameBytes, UmaskChangesNothing) {
@@ -191,6 +226,38 @@ TEST_P(SameBytes, LocaleThatGroupsDigitsReadsTheSameTree) {
     unpackArchive(GetParam(), (root_ / "expected").c_str(), (root_ / "unpacked").c_str());
     EXPECT_EQ(host.pendingMessage, std::nullopt);
     EXPECT_TRUE(readTree(root_ / "unpacked") == tree);
+}
+
+// The archive is read once the locale is gone.
+TEST_P(SameBytes, LocaleThatConvertsFilesChangesNothing) {
+    {
+        const GlobalLocale global(complementing());
+        RecordingHost host;
+        makeArchive(GetParam(), (root_ / "source").c_str(), (root_ / "converted").c_str());
+        EXPECT_EQ(host.pendingMessage, std::nullopt);
+    }
+    EXPECT_TRUE(readFile(root_ / "converted") == expected_);
+}
+
+TEST_P(SameBytes, LocaleThatConvertsFilesReadsTheSameTree) {
+    {
+        const GlobalLocale global(complementing());
+        RecordingHost host;
+        unpackArchive(GetParam(), (root_ / "expected").c_str(), (root_ / "unpacked").c_str());
+        EXPECT_EQ(host.pendingMessage, std::nullopt);
+    }
+    EXPECT_TRUE(readTree(root_ / "unpacked") == tree);
+}
+
+// What the two tests above have to tell from nothing.
+TEST(ConvertingLocale, ConvertsTheFilesOfOtherStreams) {
+    const TempDir root;
+    {
+        const GlobalLocale global(complementing());
+        writeFile(root / "file", "z\x0F");
+        EXPECT_EQ(readFile(root / "file"), "z\x0F");
+    }
+    EXPECT_EQ(readFile(root / "file"), "\x85\xF0");
 }
 
 INSTANTIATE_TEST_SUITE_P(BothContainers, SameBytes,
