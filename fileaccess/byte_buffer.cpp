@@ -18,6 +18,10 @@ namespace {
 // Pointers into an object cannot differ by more.
 enum : std::size_t { maxSize = std::numeric_limits<std::ptrdiff_t>::max() };
 
+[[noreturn]] void refuseSize() {
+    throw std::length_error("vector::reserve");
+}
+
 }  // namespace
 
 // This class is the owner that the guidelines ask for.
@@ -25,6 +29,7 @@ enum : std::size_t { maxSize = std::numeric_limits<std::ptrdiff_t>::max() };
 
 ByteBuffer::ByteBuffer(std::size_t size) {
     if (size == 0) return;
+    if (size > maxSize) refuseSize();
     data_ = static_cast<std::uint8_t*>(std::calloc(size, 1));
     if (data_ == nullptr) throw std::bad_alloc();
     preferLargePages(data_, size);
@@ -49,7 +54,7 @@ ByteBuffer::~ByteBuffer() {
 }
 
 void ByteBuffer::reserve(std::size_t capacity) {
-    if (capacity > maxSize) throw std::length_error("vector::reserve");
+    if (capacity > maxSize) refuseSize();
     if (capacity <= capacity_) return;
     const std::size_t allocated = largePageCapacity(capacity);
     void* const moved = std::realloc(data_, allocated);
@@ -74,7 +79,7 @@ void ByteBuffer::appendZeros(std::size_t count) {
 }
 
 std::uint8_t* ByteBuffer::grownEnd(std::size_t count) {
-    if (count > maxSize - size_) throw std::length_error("vector::reserve");
+    if (count > maxSize - size_) refuseSize();
     const std::size_t needed = size_ + count;
     if (needed > capacity_) {
         const std::size_t doubled = capacity_ > maxSize / 2 ? maxSize : capacity_ * 2;

@@ -206,6 +206,10 @@ std::string lengthError(const Call& call) {
 
 TEST(ByteBuffer, ThrowsALengthErrorForASizeThatNoBufferCanHave) {
     const std::uint8_t byte = 'x';
+    for (const std::size_t size :
+         {impossibleSize, impossibleSize + 5, std::numeric_limits<std::size_t>::max()}) {
+        EXPECT_EQ(lengthError([&] { ByteBuffer{size}; }), "vector::reserve");
+    }
     for (const char* const content : {"", "abc"}) {
         SCOPED_TRACE(content);
         ByteBuffer buffer = asBuffer(content);
