@@ -14,8 +14,13 @@ namespace vesk::io::archives {
 /// when it is moved to grow.
 std::size_t largePageCapacity(std::size_t capacity);
 
-/// Asks the system to back the `size` bytes at `block`, which come from the allocator and have not
-/// been touched yet, by large pages. Small blocks are left alone.
+/// Asks the system to back the `size` bytes at `block`, which come from the allocator, by large
+/// pages. Small blocks are left alone.
+///
+/// The advice counts when memory is touched for the first time. What was touched before keeps the
+/// pages that it has, unless the system joins them later in the background. A block that has grown
+/// is advised as a whole all the same: its new end is untouched, and a mapping that is advised in
+/// part falls into pieces.
 void preferLargePages(void* block, std::size_t size);
 
 }  // namespace vesk::io::archives
