@@ -38,15 +38,27 @@ bool makeDirectory(const fs::path& target, std::string& errorText) {
     return true;
 }
 
-bool makeRegularFile(const fs::path& target, std::span<const std::uint8_t> data,
-                     std::string& errorText) {
+// Opens `file` at `target`. Its directory is there for all but the first file in it, so it is not
+// looked at before the file cannot be opened, and another try is made only where it was missing.
+bool openRegularFile(std::ofstream& file, const fs::path& target, std::string& errorText) {
+    const auto open = [&] { openForBytes(file, target, std::ios::out | std::ios::trunc); };
+    // Only a root without a name leaves a target without a parent: nothing is made there.
+    if (target.has_parent_path()) open();
+    if (file.is_open()) return true;
+
     std::error_code error;
-    fs::create_directories(target.parent_path(), error);
+    const bool created = fs::create_directories(target.parent_path(), error);
     if (error) return reportFailure(errorText, "Cannot create TAR entry directory");
 
+    if (created) open();
+    if (!file.is_open()) return reportFailure(errorText, "Cannot write TAR entry");
+    return true;
+}
+
+bool makeRegularFile(const fs::path& target, std::span<const std::uint8_t> data,
+                     std::string& errorText) {
     std::ofstream file;
-    openForBytes(file, target, std::ios::out | std::ios::trunc);
-    if (file.fail()) return reportFailure(errorText, "Cannot write TAR entry");
+    if (!openRegularFile(file, target, errorText)) return false;
 
     if (!data.empty()) {
         // Cannot be on a platform with 64-bit sizes: twelve octal digits are 36 bits.

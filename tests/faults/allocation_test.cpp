@@ -197,7 +197,7 @@ std::string AllocationFaults::judge(const std::string& ending,
 }
 
 std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner owner) const {
-    const bool mayBeDone = owner == CallOwner::host || library.doesWithout;
+    const bool mayBeDone = owner == CallOwner::host || library.doesWithout || !GetParam().makes;
     if (ending == "bad_alloc" || (ending == "done" && mayBeDone)) return ending;
     const std::regex file("file: " + root_.path().native() + ".*");
     const std::string text = std::regex_replace(ending, file, "file: FILE");
@@ -278,6 +278,11 @@ void AllocationFaults::sweep(FaultReach reach) {
         ++verdicts[verdict];
     }
     EXPECT_LE(verdicts["module: bad_alloc, archive truncated"], GetParam().makes ? 1U : 0U);
+    // One file of the archive comes to a directory that is missing, where it cannot be opened with
+    // memory either; it is opened again once the directory is made.
+    if (!library.doesWithout) {
+        EXPECT_LE(verdicts["module: done"], GetParam().makes ? 0U : 1U);
+    }
     for (const auto& [verdict, count] : verdicts) {
         std::printf("%5zu %s\n", count, verdict.c_str());
     }

@@ -70,6 +70,7 @@ const std::vector<Scenario>& scenarios() {
             {"mkdir STAGING/directory", "Cannot create TAR directory"},
             {"stat STAGING/deep", "Cannot create TAR entry directory"},
             {"mkdir STAGING/deep", "Cannot create TAR entry directory"},
+            {"create STAGING/deep/small", nullptr},  // before its directory is there
             {"create STAGING/deep/small", "Cannot write TAR entry"},
             {"fwrite STAGING/deep/small", "Cannot finalize TAR entry"},
             {"fflush STAGING/deep/small", "Cannot finalize TAR entry"},

@@ -248,9 +248,10 @@ TEST(LongArchives, HundredThousandEntriesOfOneNameCostTheSameEach) {
     const std::string entries = repeated(tarEntry("d/f", ""), 99999) + tarEntry("d/f", "last");
     const Cost cost = costOfUnpacking(true, gzipMember(entries + tarEnd()), root);
     EXPECT_EQ(cost.conversions, 2 + 2 * 100000L);
-    EXPECT_LT(cost.stats, 100000 + 100);
+    EXPECT_LT(cost.stats, 100);
     EXPECT_LT(cost.mkdirs, 10);
-    EXPECT_EQ(cost.opens, 100000 + 1);
+    // The archive's, and the first file's before its directory is there.
+    EXPECT_EQ(cost.opens, 100000 + 2);
     EXPECT_EQ(readTree(root / "out"), (Tree{{"d/f", "last"}}));
 }
 
@@ -269,7 +270,7 @@ TEST(LongArchives, DeepestNameCostsAFewCallsForEachComponentOnce) {
     fs::remove_all(root / "out");
     const Cost often = costOfUnpacking(false, repeated(header, 1001) + tarEnd(), root);
     EXPECT_EQ(often.mkdirs, once.mkdirs);
-    EXPECT_EQ(often.stats, once.stats + 1000);
+    EXPECT_EQ(often.stats, once.stats);
     EXPECT_EQ(often.opens, once.opens + 1000);
     EXPECT_EQ(often.conversions, once.conversions + 2000);
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -78,6 +79,9 @@ TEST(StreamExtractor, MakesFilesAndDirectoriesAndLeavesTheErrorTextAlone) {
         {"data of many bytes", tarEntry("a", data) + tarEnd(), {{"a", data}}},
         {"data without padding", tarEntry("a", twoBlocks) + tarEnd(), {{"a", twoBlocks}}},
         {"parents are made", tarEntry("p/q/a", "x") + tarEnd(), {{"p/q/a", "x"}}},
+        {"files that share parents",
+         tarEntry("p/q/a", "x") + tarEntry("p/b", "y") + tarEntry("p/q/c", "z") + tarEnd(),
+         {{"p/b", "y"}, {"p/q/a", "x"}, {"p/q/c", "z"}}},
         {"directory", tarEntry("dir/", "", '5') + tarEnd(), {{"dir/", ""}}},
         {"directory without slash", tarEntry("dir", "", '5') + tarEnd(), {{"dir/", ""}}},
         {"directory with parents", tarEntry("p/q/", "", '5') + tarEnd(), {{"p/q/", ""}}},
@@ -147,10 +151,16 @@ TEST(StreamExtractor, ReplacesTheErrorTextByTheFirstProblemAndKeepsWhatItHasMade
          onlyA},
         {"file in the way of a parent", a + tarEntry("a/b", "y") + tarEnd(),
          "Cannot create TAR entry directory", onlyA},
+        {"file in the way of a parent's parent", a + tarEntry("a/d/b", "y") + tarEnd(),
+         "Cannot create TAR entry directory", onlyA},
         {"directory in the way of a file",
          tarEntry("d", "", '5') + tarEntry("d", "y") + tarEnd(),
          "Cannot write TAR entry",
          {{"d/", ""}}},
+        {"directory with a file in the way of a file",
+         tarEntry("d/e/a", "x") + tarEntry("d/e", "y") + tarEnd(),
+         "Cannot write TAR entry",
+         {{"d/e/a", "x"}}},
         {"padding cut short",
          a + tarHeader("b", 1) + "y" + std::string(510, '\0'),
          "Truncated TAR entry padding",
@@ -458,6 +468,52 @@ TEST(StreamExtractor, TakesItsRootInNormalForm) {
     extraction.tree = readTree(root.path());
     expectSuccess(extraction, {{"present/d/f", "data"}});
 }
+
+TEST(StreamExtractor, MakesAMissingRoot) {
+    for (const char* const name : {"a", "p/a"}) {
+        const TempDir dir;
+        Extraction extraction;
+        extractInto(dir / "not/there", tarEntry(name, "x") + tarEnd(), extraction);
+        extraction.tree = readTree(dir.path());
+        expectSuccess(extraction, {{"not/there/"s + name, "x"}});
+    }
+}
+
+// A root without a name would be wherever the process happens to be.
+TEST(StreamExtractor, WritesNoFileIntoTheCurrentDirectory) {
+    const TempDir dir;
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    Extraction extraction;
+    extractInto("", tarEntry("a", "x") + tarEnd(), extraction);
+    fs::current_path(before);
+    extraction.tree = readTree(dir.path());
+    expectFailure(extraction, "Cannot create TAR entry directory", {});
+}
+
+// The sanitizers need descriptors of their own and take the lack of one for a defect.
+#ifndef VESK_SANITIZED
+// Directories need no descriptor, so they are made all the same.
+TEST(StreamExtractor, CannotWriteAFileWithoutADescriptor) {
+    for (const char* const name : {"a", "p/a"}) {
+        const TempDir root;
+        fs::permissions(root.path(), fs::perms::all);
+        const std::string message = asOrdinaryUser([&] {
+            const int lowest = dup(STDIN_FILENO);
+            close(lowest);
+            rlimit limit{};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = static_cast<rlim_t>(lowest);
+            if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return "setrlimit failed"s;
+            Extraction extraction;
+            extractInto(root.path(), tarEntry(name, "x") + tarEnd(), extraction);
+            return extraction.errorText;
+        });
+        EXPECT_EQ(message, "Cannot write TAR entry");
+        EXPECT_EQ(fs::is_directory(root / "p"), name == "p/a"s);
+    }
+}
+#endif
 
 TEST(StreamExtractor, CannotFinalizeAFileThatOutgrowsTheDisk) {
     struct Row {
