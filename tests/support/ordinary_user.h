@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Running a piece of a test as a user to whom file permissions apply.
+// Running a piece of a test in a child process, as a user to whom file permissions apply.
 #pragma once
 
 #include <sys/wait.h>
@@ -12,10 +12,10 @@
 
 namespace vesk::testing {
 
-/// Runs `body` in a child process as an ordinary user (the id 65534 when this process is root, else
-/// as it is) and returns what it returned, or a text that begins with "child failed" when it threw
-/// or died. Files that the body needs must be open to everyone.
-inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
+/// Runs `body` in a child process that has become what `become` makes of it, and returns what it
+/// returned, or a text that begins with "child failed" when either failed, threw or died.
+inline std::string inChildThatBecame(const std::function<bool()>& become,
+                                     const std::function<std::string()>& body) {
     int ends[2];
     if (pipe(ends) != 0) return "child failed: pipe";
     std::fflush(nullptr);
@@ -23,14 +23,10 @@ inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
     if (child == 0) {
         close(ends[0]);
         std::string result;
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
-            result = "child failed: cannot drop privileges";
-        } else {
-            try {
-                result = body();
-            } catch (const std::exception& exception) {
-                result = std::string("child failed: ") + exception.what();
-            }
+        try {
+            result = become() ? body() : "child failed: it cannot become that";
+        } catch (const std::exception& exception) {
+            result = std::string("child failed: ") + exception.what();
         }
         const bool written =
             write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size());
@@ -47,6 +43,13 @@ inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
     waitpid(child, &status, 0);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "child failed: it died";
     return result;
+}
+
+/// Runs `body` in a child process as an ordinary user: the id 65534 when this process is root, else
+/// as it is. Files that the body needs must be open to everyone.
+inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
+    return inChildThatBecame(
+        [] { return geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0); }, body);
 }
 
 }  // namespace vesk::testing
