@@ -1,8 +1,17 @@
 // SPDX-License-Identifier: MIT
-// What the host makes of its own values: path strings and the mode handle.
+// Converts host path strings and mode handles.
+#include "standinhost/path_and_mode.h"
+
 #include "module/host/host_runtime.h"
 #include "standinhost/call_observer.h"
 #include "standinhost/standin_host.h"
+
+namespace {
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): one for each thread
+thread_local bool askedForSync = false;
+
+}  // namespace
 
 std::filesystem::path Vesk_runtimeFsPath(const char* text) {
     vesk::standin::announceCall(vesk::standin::HostCall::runtimeFsPath);
@@ -10,5 +19,12 @@ std::filesystem::path Vesk_runtimeFsPath(const char* text) {
 }
 
 bool vesk::runtime::archives::modeIsOverwrite(void* mode) {
-    return mode != nullptr && static_cast<const standin::Mode*>(mode)->overwrite;
+    const auto* const given = static_cast<const standin::Mode*>(mode);
+    // Staging comes right after this question, on the same thread.
+    askedForSync = given != nullptr && given->sync;
+    return given != nullptr && given->overwrite;
+}
+
+bool vesk::standin::isSyncAskedFor() {
+    return askedForSync;
 }

@@ -1,127 +1,216 @@
 // SPDX-License-Identifier: MIT
-// Staged extraction: a directory beside the destination that becomes the destination on commit.
-#include <cstdlib>
+// Staged extraction: a directory beside the destination, open to its owner only, holds the tree
+// that becomes the destination on commit. Parent, directory and tree are held open, so that what
+// happens to their paths meanwhile bends nothing; it is noticed at the commit.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "module/host/host_runtime.h"
+#include "standinhost/destination.h"
+#include "standinhost/path_and_mode.h"
 #include "standinhost/staging_name.h"
 #include "standinhost/standin_host.h"
+#include "standinhost/tree_deletion.h"
 #include "standinhost/tree_placement.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using vesk::standin::Placement;
+using namespace vesk::standin;
 
-/// The calling thread's staging directory, empty when it has none.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): one for each thread
-thread_local std::string openStaging;
+constexpr const char* treeName = "tree";
+constexpr const char* cannotMove = "Cannot move extracted files to destination";
+constexpr const char* cannotFlush = "Cannot flush extracted files";
 
-/// What a destination path stands for: the path to be created or replaced, and whether it is taken.
-struct Destination {
-    fs::path target;
-    bool exists;
+/// Attempts to find a name that nothing has.
+constexpr int namingAttempts = 100;
+
+struct Staging {
+    bool overwrite = false;
+    bool sync = false;
+    MadeParents parents;
+    Destination destination;
+    std::string name;          ///< of the staging directory, beside the destination
+    std::string replacedName;  ///< of the old tree while it waits there
+    FileDescriptor directory;
+    FileDescriptor tree;
+    fs::path path;  ///< what the module was given
+    /// What is told when it cannot be deleted. Made beforehand: later memory may have ended.
+    Leftover directoryLeft;
+    Leftover oldTreeLeft;
+
+    Entry directoryEntry() const { return {destination.parent.number(), name.c_str()}; }
+    Entry replacedEntry() const { return {destination.parent.number(), replacedName.c_str()}; }
+    Entry treeEntry() const { return {directory.number(), treeName}; }
 };
 
-/// Drops the slashes and dots at the end, which would make the system follow a symbolic link there.
-fs::path withoutTrailingDots(fs::path path) {
-    while ((!path.has_filename() || path.filename() == ".") && !path.parent_path().empty() &&
-           path.has_relative_path())
-        path = path.parent_path();
-    return path;
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): one for each thread
+thread_local std::unique_ptr<Staging> openStaging;
+thread_local std::optional<Leftover> leftover;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+
+void chooseName(Staging& staging) {
+    const Destination& destination = staging.destination;
+    const fs::path parent = destination.path.parent_path();
+    staging.name = stagingName(destination.name, staging.overwrite);
+    staging.replacedName = replacedTreeName(destination.name, staging.name);
+    staging.directoryLeft = {parent / staging.name, false};
+    staging.oldTreeLeft = {parent / staging.replacedName, true};
 }
 
-bool leadsNowhere(const std::error_code& error) {
-    return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
-           error == std::errc::too_many_symbolic_link_levels;
+bool makeDirectory(Staging& staging) {
+    for (int attempt = 0; attempt < namingAttempts; ++attempt) {
+        chooseName(staging);
+        const Entry entry = staging.directoryEntry();
+        if (mkdirat(entry.directory, entry.name, S_IRWXU) == 0) return true;
+        if (errno != EEXIST) break;
+    }
+    staging.name.clear();
+    return false;
 }
 
-/// Finds out what is at `path`; nothing when that cannot be told. A symbolic link stands for what
-/// it points at, or for itself if it leads nowhere; other paths stay as they are, relative ones
-/// too.
-std::optional<Destination> inspect(const fs::path& path) {
-    const fs::path entry = withoutTrailingDots(path);
+/// Opens the staging directory. A umask may have taken permissions from its owner.
+FileDescriptor openOwnersDirectory(Entry entry) {
+    FileDescriptor directory = openDirectory(entry);
+    struct stat status {};
+    const bool isAsMade =
+        directory && fstat(directory.number(), &status) == 0 && (status.st_mode & 0777) == S_IRWXU;
+    if (isAsMade) return directory;
+    fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    return openDirectory(entry);
+}
+
+/// Tells whether the two have one owner. Where others may write to the parent, one of them may have
+/// put a directory of his own in the place of the one that was just made.
+bool haveOneOwner(int directory, int tree) {
+    struct stat outer {};
+    struct stat inner {};
+    return fstat(directory, &outer) == 0 && fstat(tree, &inner) == 0 &&
+           outer.st_uid == inner.st_uid;
+}
+
+/// Makes and opens the staging directory and, by a plain mkdir, the tree in it, which has the
+/// permissions of any new directory there.
+bool makeTree(Staging& staging) {
+    if (!makeDirectory(staging)) return false;
+    const Entry directory = staging.directoryEntry();
+    staging.directory = openOwnersDirectory(directory);
+    if (!isEmptyDirectory(directory) || !isOpenAs(directory, staging.directory.number()))
+        return false;
+    const Entry tree = staging.treeEntry();
+    if (mkdirat(tree.directory, tree.name, 0777) != 0) return false;
+    staging.tree = FileDescriptor(
+        openat(tree.directory, tree.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return staging.tree && haveOneOwner(staging.directory.number(), staging.tree.number());
+}
+
+bool leadsTo(const fs::path& path, int tree) {
+    return isOpenAs({AT_FDCWD, path.c_str()}, tree);
+}
+
+/// Returns a path to the tree: through the open directory, so that it leads nowhere else whatever
+/// becomes of the paths above; where the system has no such paths, without links and dots, so that
+/// its normal form means the same. Empty when there is neither.
+fs::path pathToTree(const Staging& staging) {
+    const std::string number = std::to_string(staging.directory.number());
+    fs::path path = fs::path("/proc/self/fd") / number / treeName;
+    if (leadsTo(path, staging.tree.number())) return path;
     std::error_code error;
-    const fs::file_status status = fs::symlink_status(entry, error);
-    if (status.type() == fs::file_type::none) return std::nullopt;
-
-    const bool nameless = entry.filename() == "." || entry.filename() == "..";
-    if (!fs::is_symlink(status) && !nameless) return Destination{entry, fs::exists(status)};
-
-    fs::path resolved = fs::canonical(entry, error);
-    if (!error) return Destination{std::move(resolved), true};
-    if (fs::is_symlink(status) && leadsNowhere(error)) return Destination{entry, true};
-    return std::nullopt;
+    path = fs::canonical(staging.directoryLeft.path, error) / treeName;
+    return !error && leadsTo(path, staging.tree.number()) ? path : fs::path();
 }
 
-bool createParents(const fs::path& target) {
-    std::error_code error;
-    if (target.has_parent_path()) fs::create_directories(target.parent_path(), error);
-    return !error;
+/// Removes the emptied staging directory under the name that it has by now. True when it is gone.
+bool removeEmptied(const Staging& staging) {
+    const int directory = staging.directory.number();
+    const Entry entry = staging.directoryEntry();
+    if (!staging.directory || isOpenAs(entry, directory))
+        return unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0 || errno == ENOENT;
+
+    struct stat status {};
+    if (fstat(directory, &status) == 0 && status.st_nlink == 0) return true;
+    std::array<char, 32> link{};
+    std::array<char, PATH_MAX> path{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", directory);
+    return readlink(link.data(), path.data(), path.size() - 1) > 0 &&
+           isOpenAs({AT_FDCWD, path.data()}, directory) && rmdir(path.data()) == 0;
 }
 
-/// Creates the staging directory beside `target`; nothing on failure. The root directory has no
-/// place beside it.
-std::optional<fs::path> createStaging(const fs::path& target, bool overwrite) {
-    if (!target.has_filename()) return std::nullopt;
-    // Noted from the moment it exists: no lack of memory between the two can lose it.
-    openStaging = vesk::standin::stagingPattern(target, overwrite).native();
-    if (mkdtemp(openStaging.data()) != nullptr) return openStaging;
-    openStaging.clear();
-    return std::nullopt;
+/// Deletes the staging directory with all that it holds, which takes no memory.
+void removeDirectory(Staging& staging) {
+    if (staging.name.empty()) return;
+    const bool isEmpty = !staging.directory || deleteContents(staging.directory.number());
+    const bool isGone = isEmpty && removeEmptied(staging);
+    if (!isGone && !leftover) leftover = std::move(staging.directoryLeft);
 }
 
 /// Prepares staging. Returns the message of a failure, null when there is none.
-const char* prepare(const fs::path& path, bool overwrite, fs::path& staging) {
-    const std::optional<Destination> destination = inspect(path);
-    if (!destination) return "Cannot inspect destination";
-    if (destination->exists && !overwrite) return "Destination already exists";
-    if (!createParents(destination->target)) return "Cannot create destination parent directory";
-
-    const std::optional<fs::path> created = createStaging(destination->target, overwrite);
-    if (!created) return "Cannot create staging directory";
-    staging = *created;
-    return nullptr;
+const char* prepare(const fs::path& path, Staging& staging) {
+    if (const char* message = findDestination(path, &staging.parents, staging.destination))
+        return message;
+    if (const char* message = refusalOf(staging.destination, staging.overwrite)) return message;
+    if (makeTree(staging)) staging.path = pathToTree(staging);
+    return staging.path.empty() ? "Cannot create staging directory" : nullptr;
 }
 
-/// The permissions that a directory created at `probe` gets: all less the umask, or what the parent
-/// directory prescribes. Reading the umask itself would change it for the other threads.
-std::optional<fs::perms> ordinaryPermissions(const fs::path& probe) {
-    std::error_code error;
-    if (!fs::create_directory(probe, error)) return std::nullopt;
-    const fs::perms permissions = fs::status(probe, error).permissions();
-    std::error_code ignored;
-    fs::remove(probe, ignored);
-    if (error) return std::nullopt;
-    return permissions;
+/// Tells whether everything is where it was prepared: the destination in its parent directory, the
+/// staging directory beside it, and the tree in that.
+bool isInPlace(const Staging& staging, const fs::path& path) {
+    Destination destination;
+    return findDestination(path, nullptr, destination) == nullptr &&
+           destination.name == staging.destination.name &&
+           isOpenAs({destination.parent.number(), "."}, staging.destination.parent.number()) &&
+           isOpenAs(staging.directoryEntry(), staging.directory.number()) &&
+           isOpenAs(staging.treeEntry(), staging.tree.number());
 }
 
-/// Gives the staging directory, so far its owner's only, the permissions of any other directory.
-bool openToOthers(const fs::path& staging, const fs::path& target) {
-    const std::optional<fs::perms> permissions =
-        ordinaryPermissions(vesk::standin::permissionProbePath(target, staging));
-    if (!permissions) return false;
-    std::error_code error;
-    fs::permissions(staging, *permissions, error);
-    return !error;
+Placement place(const Staging& staging) {
+    const Entry tree = staging.treeEntry();
+    const Entry target = staging.destination.entry();
+    return staging.overwrite ? replaceTree(tree, target, staging.replacedEntry())
+                             : placeNewTree(tree, target);
 }
 
-Placement place(const fs::path& staging, const fs::path& target) {
-    if (!vesk::standin::stagingReplaces(staging))
-        return vesk::standin::placeNewTree(staging, target);
-    const fs::path aside = vesk::standin::replacedTreePath(target, staging);
-    return vesk::standin::replaceTree(staging, target, aside);
+/// Returns the message for a placement, null for one that is done.
+const char* messageOf(Placement placement) {
+    switch (placement) {
+        case Placement::done:
+            return nullptr;
+        case Placement::targetExists:
+            return "Destination already exists";
+        case Placement::targetIrreplaceable:
+            return "Destination cannot be replaced";
+        case Placement::targetUnmovable:
+            return "Destination cannot be moved by its file system";
+        case Placement::oldTreeIsAside:
+        case Placement::failed:
+            break;
+    }
+    return cannotMove;
 }
 
 /// Commits staging. Returns the message of a failure, null when there is none.
-const char* commit(const fs::path& staging, const fs::path& path) {
-    const std::optional<Destination> destination = inspect(path);
-    const bool ready = destination && openToOthers(staging, destination->target);
-    const Placement placed = ready ? place(staging, destination->target) : Placement::failed;
-    if (placed == Placement::targetExists) return "Destination already exists";
-    return placed == Placement::done ? nullptr : "Cannot move extracted files to destination";
+const char* commit(Staging& staging, const fs::path& path) {
+    if (!isInPlace(staging, path)) return cannotMove;
+    const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
+    if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
+
+    const Placement placed = place(staging);
+    if (placed == Placement::oldTreeIsAside) leftover = std::move(staging.oldTreeLeft);
+    if (placed != Placement::done) return messageOf(placed);
+    if (!staging.sync || fsync(parent.number()) == 0) return nullptr;
+    takeBackTree(staging.treeEntry(), staging.destination.entry());
+    return cannotFlush;
 }
 
 /// Stores `message`, if there is one, as the error; true when there is none.
@@ -134,24 +223,45 @@ bool succeeded(const char* message, std::string& error) {
 
 bool vesk::runtime::archives::prepareExtractionStaging(const fs::path& destination, bool overwrite,
                                                        fs::path& staging, std::string& error) {
-    return succeeded(prepare(destination, overwrite, staging), error);
+    standin::abandonStaging();
+    leftover.reset();
+    // Noted before anything is made: no lack of memory can lose it.
+    openStaging = std::make_unique<Staging>();
+    openStaging->overwrite = overwrite;
+    openStaging->sync = standin::isSyncAskedFor();
+    const bool prepared = succeeded(prepare(destination, *openStaging), error);
+    if (prepared) {
+        staging = openStaging->path;
+    } else {
+        standin::abandonStaging();
+    }
+    return prepared;
 }
 
 bool vesk::runtime::archives::commitExtractionStaging(const fs::path& staging,
                                                       const fs::path& destination,
                                                       std::string& error) {
-    const bool committed = succeeded(commit(staging, destination), error);
-    if (committed) openStaging.clear();
+    const bool isOpen = openStaging && openStaging->path.native() == staging.native();
+    const bool committed =
+        succeeded(isOpen ? commit(*openStaging, destination) : cannotMove, error);
+    if (committed) {
+        removeDirectory(*openStaging);
+        openStaging.reset();
+    }
     return committed;
 }
 
 void vesk::runtime::archives::removeExtractionTree(const fs::path& staging) {
-    std::error_code ignored;
-    fs::remove_all(staging, ignored);
-    openStaging.clear();
+    if (openStaging && openStaging->path.native() == staging.native()) standin::abandonStaging();
 }
 
 void vesk::standin::abandonStaging() {
-    // An empty path names nothing, so there is nothing to remove then.
-    runtime::archives::removeExtractionTree(openStaging);
+    if (!openStaging) return;
+    removeDirectory(*openStaging);
+    openStaging->parents.remove();
+    openStaging.reset();
+}
+
+std::optional<Leftover> vesk::standin::takeLeftover() {
+    return std::exchange(leftover, std::nullopt);
 }

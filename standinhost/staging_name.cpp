@@ -1,25 +1,21 @@
 // SPDX-License-Identifier: MIT
 // The names of what an extraction keeps beside its destination: .NAME MARK SUFFIX, where NAME is
-// the destination's, MARK says what it is for and SUFFIX is what mkdtemp made unique.
+// the destination's, MARK says what it is for and SUFFIX is random.
 #include "standinhost/staging_name.h"
 
-#include <algorithm>
-#include <string>
+#include <random>
 #include <string_view>
 
 namespace vesk::standin {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::string_view newMark = ".vesk-unpacking-new-";
 constexpr std::string_view replacingMark = ".vesk-unpacking-replacing-";
 constexpr std::string_view replacedMark = ".vesk-replaced-";
-constexpr std::string_view permissionsMark = ".vesk-permissions-";
-constexpr std::string_view pattern = "XXXXXX";
+constexpr std::size_t suffixLength = 6;
 
 /// What is left of the 255 bytes of a file name after the dot, the longest mark and the suffix.
-constexpr std::size_t longestName = 255 - 1 - replacingMark.size() - pattern.size();
+constexpr std::size_t longestName = 255 - 1 - replacingMark.size() - suffixLength;
 
 /// Cuts `name` to the bytes that a marked name has room for, between two UTF-8 characters: some
 /// file systems refuse half of one.
@@ -31,36 +27,30 @@ std::string_view shortened(std::string_view name) {
     return name.substr(0, end);
 }
 
-fs::path siblingPath(const fs::path& target, std::string_view mark, std::string_view suffix) {
-    std::string name = ".";
-    name.append(shortened(target.filename().native())).append(mark).append(suffix);
-    return target.parent_path() / name;
+std::string markedName(std::string_view destination, std::string_view mark,
+                       std::string_view suffix) {
+    return std::string(".").append(shortened(destination)).append(mark).append(suffix);
 }
 
-/// The part of the staging directory's name that mkdtemp made unique.
-std::string uniqueSuffix(const fs::path& staging) {
-    const std::string name = staging.filename().native();
-    return name.substr(name.size() - std::min(name.size(), pattern.size()));
+std::string randomSuffix() {
+    constexpr std::string_view letters =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    std::random_device random;
+    std::uniform_int_distribution<std::size_t> index(0, letters.size() - 1);
+    std::string suffix;
+    while (suffix.size() < suffixLength)
+        suffix += letters[index(random)];
+    return suffix;
 }
 
 }  // namespace
 
-fs::path stagingPattern(const fs::path& target, bool overwrite) {
-    return siblingPath(target, overwrite ? replacingMark : newMark, pattern);
+std::string stagingName(const std::string& destination, bool overwrite) {
+    return markedName(destination, overwrite ? replacingMark : newMark, randomSuffix());
 }
 
-bool stagingReplaces(const fs::path& staging) {
-    const std::string name = staging.filename().native();
-    // Looked for at its place only: the destination's own name may contain such a mark too.
-    return name.ends_with(std::string(replacingMark) + uniqueSuffix(staging));
-}
-
-fs::path replacedTreePath(const fs::path& target, const fs::path& staging) {
-    return siblingPath(target, replacedMark, uniqueSuffix(staging));
-}
-
-fs::path permissionProbePath(const fs::path& target, const fs::path& staging) {
-    return siblingPath(target, permissionsMark, uniqueSuffix(staging));
+std::string replacedTreeName(const std::string& destination, const std::string& staging) {
+    return markedName(destination, replacedMark, staging.substr(staging.size() - suffixLength));
 }
 
 }  // namespace vesk::standin

@@ -2,17 +2,21 @@
 // A stand-in for the Vesk runtime: implements the nine functions of module/host/host_runtime.h for
 // builds, tests and tools without the runtime. This header is for whoever plays the host.
 //
-// The pending exception, the observer and the open staging directory's name are kept per thread;
-// nothing else outlives a call. Native exceptions leave the nine functions only when memory runs
-// out, when an observer throws, or when a stream that is set to throw does.
+// The pending exception, the observer, the open staging directory and what could not be deleted are
+// kept per thread; nothing else outlives a call. Native exceptions leave the nine functions only
+// when memory runs out, when an observer throws, or when a stream that is set to throw does.
 //
 // Messages of its own, fixed texts without system text:
 //   staging   "Cannot inspect destination"
-//             "Destination already exists"
 //             "Cannot create destination parent directory"
+//             "Destination already exists"
+//             "Destination cannot be replaced"
 //             "Cannot create staging directory"
 //   commit    "Destination already exists"
+//             "Destination cannot be replaced"
+//             "Destination cannot be moved by its file system"
 //             "Cannot move extracted files to destination"
+//             "Cannot flush extracted files"
 //   inflate   "Invalid DEFLATE data"
 //             "Truncated DEFLATE data"
 //             "DEFLATE output is shorter than its declared size"
@@ -24,9 +28,9 @@
 //   .NAME.vesk-unpacking-new-XXXXXX         files being extracted; nothing is to be replaced
 //   .NAME.vesk-unpacking-replacing-XXXXXX   files being extracted, or the old tree being deleted
 //   .NAME.vesk-replaced-XXXXXX              the old tree, where two trees cannot be exchanged
-//   .NAME.vesk-permissions-XXXXXX           an empty directory that shows the ordinary permissions
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -46,6 +50,9 @@ std::optional<PendingError> takePendingError();
 /// call. A null handle means "do not overwrite".
 struct Mode {
     bool overwrite = false;
+    /// What is reported as unpacked survives a power cut: the file system is flushed before the
+    /// tree is moved into place, and the directory that holds it afterwards.
+    bool sync = false;
 };
 
 /// The host calls by which the progress of an exported call can be seen.
@@ -60,8 +67,22 @@ using CallObserver = void (*)(void* context, HostCall call);
 void observeCalls(CallObserver observer, void* context);
 
 /// Removes the staging directory that the calling thread prepared last, if it has neither been
-/// committed nor removed. For whoever has caught what left an exported function: on that way the
-/// module removes nothing. A relative destination is looked for in the current directory.
+/// committed nor removed, and the parent directories that were made for it, if they are empty. For
+/// whoever has caught what left an exported function: on that way the module removes nothing. The
+/// thread's next extraction does the same first.
 void abandonStaging();
+
+/// Something that an extraction could not delete or put back.
+struct Leftover {
+    /// Where it is; relative if the destination was given so.
+    std::filesystem::path path;
+    /// It is the only copy of the tree that was to be replaced, to be moved back to the
+    /// destination. Otherwise it is of no use and can be removed.
+    bool isOldTree = false;
+};
+
+/// Returns what the calling thread's last extraction left, whether it succeeded or not, and forgets
+/// it; nothing when all is clean.
+std::optional<Leftover> takeLeftover();
 
 }  // namespace vesk::standin

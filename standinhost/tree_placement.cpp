@@ -1,116 +1,176 @@
 // SPDX-License-Identifier: MIT
-// Moving a finished tree to its final path, by the renames of which each is one step.
+// Moving a finished tree to its final path, using atomic renames.
 #include "standinhost/tree_placement.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <new>
-#include <system_error>
 
 namespace vesk::standin {
+
 namespace {
 
-namespace fs = std::filesystem;
+/// Attempts before giving up on a target that keeps changing.
+constexpr int replaceAttempts = 32;
 
-/// How often a target that comes and goes meanwhile is chased.
-constexpr int replaceAttempts = 8;
+bool statusOf(Entry entry, struct stat& status) {
+    return fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
 
-enum class Renamed { done, targetExists, nothingThere, unsupported, failed };
+bool isThere(Entry entry) {
+    return kindOf(entry) != EntryKind::nothing;
+}
 
-Renamed renameWithFlags(const fs::path& from, const fs::path& to, unsigned flags) {
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0) return Renamed::done;
-    switch (errno) {
-        case EEXIST:
-            return Renamed::targetExists;
-        case ENOENT:
-            return Renamed::nothingThere;
-        case EINVAL:
-        case ENOSYS:
-        case EOPNOTSUPP:
-            return Renamed::unsupported;
-        default:
-            return Renamed::failed;
+/// Gives a directory write permission for its owner, without which it cannot change its parent.
+class WritePermission {
+public:
+    explicit WritePermission(Entry entry) {
+        struct stat status {};
+        isGiven_ = statusOf(entry, status) && S_ISDIR(status.st_mode) &&
+                   (status.st_mode & S_IWUSR) == 0 && change(entry, status.st_mode | S_IWUSR);
+        mode_ = status.st_mode;
     }
-}
 
-bool renamePlainly(const fs::path& from, const fs::path& to) {
-    return std::rename(from.c_str(), to.c_str()) == 0;
-}
-
-bool isThere(const fs::path& path) {
-    std::error_code ignored;
-    return fs::exists(fs::symlink_status(path, ignored));
-}
-
-/// Deletes what can be deleted. Too little memory stops it, too, but fails nobody: by now the new
-/// tree is in its place.
-void deleteTree(const fs::path& tree) {
-    try {
-        std::error_code ignored;
-        fs::remove_all(tree, ignored);
-    } catch (const std::bad_alloc&) {
+    /// Takes it away again, where the directory is now.
+    void takeAway(Entry entry) const {
+        if (isGiven_) change(entry, mode_);
     }
-}
 
-/// The way without RENAME_NOREPLACE. A directory is renamed onto nothing but an empty directory, so
-/// that what appears between the look and the rename is lost only if there is nothing to lose.
-Placement placeNewTreePlainly(const fs::path& staging, const fs::path& target) {
-    if (isThere(target)) return Placement::targetExists;
-    if (renamePlainly(staging, target)) return Placement::done;
-    return isThere(target) ? Placement::targetExists : Placement::failed;
-}
-
-/// The way without RENAME_EXCHANGE.
-Placement replaceTreePlainly(const fs::path& staging, const fs::path& target,
-                             const fs::path& aside) {
-    if (isThere(aside) || !renamePlainly(target, aside)) return Placement::failed;
-    if (renamePlainly(staging, target)) {
-        deleteTree(aside);
-        return Placement::done;
+private:
+    static bool change(Entry entry, mode_t mode) {
+        return fchmodat(entry.directory, entry.name, mode & 07777, AT_SYMLINK_NOFOLLOW) == 0;
     }
-    renamePlainly(aside, target);
+
+    bool isGiven_ = false;
+    mode_t mode_ = 0;
+};
+
+/// Renames; returns 0 or the error number.
+int rename(Entry from, Entry to, unsigned flags) {
+    const int result = flags == 0
+                           ? renameat(from.directory, from.name, to.directory, to.name)
+                           : renameat2(from.directory, from.name, to.directory, to.name, flags);
+    return result == 0 ? 0 : errno;
+}
+
+/// Renames, read-only directories too. `flags` is 0 or RENAME_EXCHANGE. Returns 0 or the error
+/// number.
+int move(Entry from, Entry to, unsigned flags) {
+    const int error = rename(from, to, flags);
+    if (error != EACCES) return error;
+
+    const WritePermission ofFrom(from);
+    const WritePermission ofTo(to);
+    const int secondError = rename(from, to, flags);
+    const bool isMoved = secondError == 0;
+    ofFrom.takeAway(isMoved ? to : from);
+    if (flags == RENAME_EXCHANGE || !isMoved) ofTo.takeAway(isMoved ? from : to);
+    return secondError;
+}
+
+/// Gives the tree the permissions and, if this is the superuser, the owner and group of the
+/// directory that it is to replace.
+bool adoptPermissions(Entry tree, Entry target) {
+    struct stat old {};
+    struct stat fresh {};
+    if (!statusOf(target, old) || !S_ISDIR(old.st_mode)) return true;
+    if (!statusOf(tree, fresh)) return false;
+    const bool isSuperuser = geteuid() == 0;
+    if (isSuperuser && (fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid) &&
+        fchownat(tree.directory, tree.name, old.st_uid, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0)
+        return false;
+    return fresh.st_mode == old.st_mode ||
+           fchmodat(tree.directory, tree.name, old.st_mode & 07777, 0) == 0;
+}
+
+/// What it means that the old tree could not be moved.
+Placement afterFailedMove(int error) {
+    if (error == ENOENT) return Placement::targetExists;
+    return error == EXDEV ? Placement::targetUnmovable : Placement::failed;
+}
+
+/// Moves the old tree back from `aside`, where it could not be replaced.
+Placement restore(Entry target, Entry aside) {
+    if (move(aside, target, 0) == 0 || isThere(target)) return Placement::failed;
+    return Placement::oldTreeIsAside;
+}
+
+/// Moves what is at `aside`, and no longer wanted, in among what this process deletes.
+bool dispose(Entry aside, int directory, int attempt) {
+    std::array<char, 16> number{};
+    std::snprintf(number.data(), number.size(), "old%d", attempt);
+    return move(aside, {directory, number.data()}, 0) == 0;
+}
+
+/// The way without RENAME_EXCHANGE. `targetExists` when something has taken the free place: the old
+/// tree is superseded by that, not lost.
+Placement replaceInTwoSteps(Entry tree, Entry target, Entry aside, int attempt) {
+    if (isThere(aside)) return Placement::failed;
+    if (const int error = move(target, aside, 0)) return afterFailedMove(error);
+
+    const Placement placed = placeNewTree(tree, target);
+    if (placed != Placement::done && placed != Placement::targetExists)
+        return restore(target, aside);
+    const bool isDisposed = dispose(aside, tree.directory, attempt);
+    return isDisposed || placed == Placement::done ? placed : Placement::failed;
+}
+
+Placement exchangeTrees(Entry tree, Entry target, Entry aside, int attempt) {
+    if (!adoptPermissions(tree, target)) return Placement::failed;
+    const int error = move(tree, target, RENAME_EXCHANGE);
+    const bool isUnsupported = error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+    if (isUnsupported) return replaceInTwoSteps(tree, target, aside, attempt);
+    return error == 0 ? Placement::done : afterFailedMove(error);
+}
+
+/// `targetExists` when the target has come or gone meanwhile, so that another attempt is worth it.
+Placement replaceOnce(Entry tree, Entry target, Entry aside, int attempt) {
+    switch (kindOf(target)) {
+        case EntryKind::nothing:
+            return placeNewTree(tree, target);
+        case EntryKind::directory:
+        case EntryKind::regularFile:
+            return exchangeTrees(tree, target, aside, attempt);
+        case EntryKind::mountPoint:
+        case EntryKind::other:
+            return Placement::targetIrreplaceable;
+        case EntryKind::unknown:
+            break;
+    }
     return Placement::failed;
-}
-
-/// `targetExists` when something has appeared there again after it had gone.
-Placement exchangeTrees(const fs::path& staging, const fs::path& target, const fs::path& aside) {
-    switch (renameWithFlags(staging, target, RENAME_EXCHANGE)) {
-        case Renamed::done:
-            deleteTree(staging);
-            return Placement::done;
-        case Renamed::nothingThere:
-            return placeNewTree(staging, target);
-        case Renamed::unsupported:
-            return replaceTreePlainly(staging, target, aside);
-        default:
-            return Placement::failed;
-    }
 }
 
 }  // namespace
 
-Placement placeNewTree(const fs::path& staging, const fs::path& target) {
-    switch (renameWithFlags(staging, target, RENAME_NOREPLACE)) {
-        case Renamed::done:
+Placement placeNewTree(Entry tree, Entry target) {
+    if (!adoptPermissions(tree, target)) return Placement::failed;
+    // The system renames a directory onto nothing and onto an empty directory only.
+    switch (move(tree, target, 0)) {
+        case 0:
             return Placement::done;
-        case Renamed::targetExists:
+        case EEXIST:
+        case ENOTEMPTY:
+        case ENOTDIR:
             return Placement::targetExists;
-        case Renamed::unsupported:
-            return placeNewTreePlainly(staging, target);
         default:
             return Placement::failed;
     }
 }
 
-Placement replaceTree(const fs::path& staging, const fs::path& target, const fs::path& aside) {
+Placement replaceTree(Entry tree, Entry target, Entry aside) {
     for (int attempt = 0; attempt < replaceAttempts; ++attempt) {
-        const Placement placed =
-            isThere(target) ? exchangeTrees(staging, target, aside) : placeNewTree(staging, target);
+        const Placement placed = replaceOnce(tree, target, aside, attempt);
         if (placed != Placement::targetExists) return placed;
     }
     return Placement::failed;
+}
+
+void takeBackTree(Entry tree, Entry target) {
+    move(target, tree, isThere(tree) ? RENAME_EXCHANGE : 0);
 }
 
 }  // namespace vesk::standin

@@ -3,21 +3,29 @@
 // even if the process is killed, nothing, the whole old tree or the whole new one.
 #pragma once
 
-#include <filesystem>
+#include "standinhost/open_directory.h"
 
 namespace vesk::standin {
 
-enum class Placement { done, targetExists, failed };
+enum class Placement {
+    done,
+    targetExists,         ///< something is there that was not to be replaced
+    targetIrreplaceable,  ///< what is there may never be replaced
+    targetUnmovable,      ///< the file system does not let the old tree be moved
+    oldTreeIsAside,       ///< the old tree is at the place beside the target; the target is missing
+    failed
+};
 
-/// Moves `staging` to `target`, which must not exist: whatever appeared there meanwhile is kept.
-Placement placeNewTree(const std::filesystem::path& staging, const std::filesystem::path& target);
+/// Moves `tree` to `target`, where nothing or an empty directory must be: anything else is kept.
+Placement placeNewTree(Entry tree, Entry target);
 
-/// Moves `staging` to `target` and deletes what was there, if anything. Trees are exchanged in one
-/// step; where the file system cannot do that, the old tree waits at `aside`, an unused path beside
-/// the target, and is moved back when the new one cannot be moved in. Succeeds, too, when the old
-/// tree cannot be deleted completely; on failure it is at `target` as before. Never gives
-/// `targetExists`.
-Placement replaceTree(const std::filesystem::path& staging, const std::filesystem::path& target,
-                      const std::filesystem::path& aside);
+/// Moves `tree` to `target`, and a directory or regular file that is there to `tree`. They are
+/// exchanged in one step; where the file system cannot do that, the old tree waits at `aside`, an
+/// unused name beside the target, and is moved back when the new one cannot be moved in. The
+/// directory of `tree` belongs to this process alone. Never gives `targetExists`.
+Placement replaceTree(Entry tree, Entry target, Entry aside);
+
+/// Undoes a placement: moves the tree back to `tree`, and what is there by now to `target`.
+void takeBackTree(Entry tree, Entry target);
 
 }  // namespace vesk::standin

@@ -149,6 +149,7 @@ std::string atTermination() {
 /// Lets the libraries allocate now what they keep from their first use on.
 void allocateWhatStays() {
     callOwner();
+    standin::abandonStaging();
     try {
         throw std::bad_alloc();
     } catch (const std::bad_alloc&) {
@@ -169,6 +170,8 @@ std::string AllocationFaults::run(std::size_t number, FaultReach reach) const {
     const std::size_t live = liveAllocations();
 
     ending.assign(std::string_view(endingOf(GetParam(), source, target, number, reach, report)));
+    // What an exception passes by stays open until the host is told.
+    standin::abandonStaging();
     const auto leaked = static_cast<std::ptrdiff_t>(liveAllocations() - live);
     return judgeRelease(leaked, openFileCount() - descriptors, ending, report) +
            judge(ending, report);
@@ -191,7 +194,6 @@ std::string AllocationFaults::judge(const std::string& ending,
     if (ending.starts_with("defect")) return ending;
     std::string verdict = (report.owner == CallOwner::module ? "module: " : "host: ") +
                           judgeMessage(ending, report.owner) + judgeDestination(ending);
-    standin::abandonStaging();
     verdict += judgeNextCall();
     return verdict + judgeSurroundings(ending, report);
 }

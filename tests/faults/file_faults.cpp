@@ -10,6 +10,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -37,21 +38,32 @@ Injection& injection() {
 // Set apart so that calls before the object above exists find it false.
 bool armed = false;
 
+std::string pathAt(int descriptor) {
+    std::array<char, 4096> path{};
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    const ssize_t length = readlink(link.c_str(), path.data(), path.size());
+    return length < 0 ? "?" : std::string(path.data(), static_cast<std::size_t>(length));
+}
+
+/// Returns `path` with the directory in the place of the descriptor through which the path leads.
+std::string withoutDescriptor(const std::string& path) {
+    const std::string descriptors = "/proc/self/fd/";
+    if (!path.starts_with(descriptors)) return path;
+    const std::size_t end = std::min(path.find('/', descriptors.size()), path.size());
+    return pathAt(std::stoi(path.substr(descriptors.size()))) + path.substr(end);
+}
+
+/// Returns the path for a report: below the root, with STAGING for the tree being extracted.
 std::string shown(std::string path) {
+    path = withoutDescriptor(path);
     const std::string root = injection().root + '/';
     if (path == injection().root) return "ROOT";
     if (path.starts_with(root)) path.erase(0, root.size());
     const std::size_t mark = path.find(".vesk-unpacking-");
     if (mark == std::string::npos) return path;
     const std::size_t begin = path.rfind('/', mark) + 1;
-    return path.replace(begin, path.find('/', mark) - begin, "STAGING");
-}
-
-std::string pathAt(int descriptor) {
-    std::array<char, 4096> path{};
-    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-    const ssize_t length = readlink(link.c_str(), path.data(), path.size());
-    return length < 0 ? "?" : std::string(path.data(), static_cast<std::size_t>(length));
+    const std::size_t tree = path.find("/tree", mark) + std::string("/tree").size();
+    return path.replace(begin, tree - begin, "STAGING");
 }
 
 auto pathOf(int descriptor) {

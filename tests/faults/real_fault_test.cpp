@@ -62,11 +62,14 @@ void limitFileSize(const fs::path& /*directory*/) {
 
 /// Lets `count` more files be open than there are.
 void allowDescriptors(rlim_t count) {
-    const int lowest = dup(STDIN_FILENO);
-    close(lowest);
+    std::vector<int> taken;
+    for (rlim_t number = 0; number <= count; ++number)
+        taken.push_back(dup(STDIN_FILENO));
+    for (const int descriptor : taken)
+        close(descriptor);
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = static_cast<rlim_t>(lowest) + count;
+    limit.rlim_cur = static_cast<rlim_t>(taken.back());
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -83,6 +86,14 @@ void allowDescriptorsAgain() {
 
 [[maybe_unused]] void allowOneDescriptor(const fs::path& /*directory*/) {
     allowDescriptors(1);
+}
+
+[[maybe_unused]] void allowThreeDescriptors(const fs::path& /*directory*/) {
+    allowDescriptors(3);
+}
+
+[[maybe_unused]] void allowFourDescriptors(const fs::path& /*directory*/) {
+    allowDescriptors(4);
 }
 
 /// A call from `from` to work/new in a process that has been restricted, how it ends, and what is
@@ -113,7 +124,12 @@ const std::vector<Restriction> restrictions = {
     {"UnpackWithoutDescriptors", allowNoDescriptor, false, "packed",
      "Cannot read file: ROOT/packed", ""},
     {"MakeFromFileWithOneDescriptor", allowOneDescriptor, true, "file", "done", "new"},
-    {"UnpackWithOneDescriptor", allowOneDescriptor, false, "packed", "done", "new"},
+    {"UnpackWithOneDescriptor", allowOneDescriptor, false, "packed",
+     "Cannot create staging directory", ""},
+    // The host holds three, and the file that is written takes one.
+    {"UnpackWithThreeDescriptors", allowThreeDescriptors, false, "packed",
+     "Cannot write TAR entry", ""},
+    {"UnpackWithFourDescriptors", allowFourDescriptors, false, "packed", "done", "new"},
 #endif
 };
 

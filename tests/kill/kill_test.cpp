@@ -128,7 +128,7 @@ void Kill::judge(const std::string& moment) {
 
     const std::set<std::string> left = leftovers();
     const std::regex telling(
-        R"(\.tree\.vesk-(unpacking-new|unpacking-replacing|replaced|permissions)-[A-Za-z0-9]{6})");
+        R"(\.tree\.vesk-(unpacking-new|unpacking-replacing|replaced)-[A-Za-z0-9]{6})");
     bool holdsOldTree = false;
     for (const std::string& name : left) {
         EXPECT_TRUE(std::regex_match(name, telling)) << name;

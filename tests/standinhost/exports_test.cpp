@@ -36,6 +36,7 @@ TEST(Exports, AreTheRuntimeFunctionsAndThoseOfThePlayer) {
         "vesk::runtime::zip::inflateRaw",
         "vesk::standin::abandonStaging",
         "vesk::standin::observeCalls",
+        "vesk::standin::takeLeftover",
         "vesk::standin::takePendingError",
     };
     EXPECT_EQ(exportedNames(), expected);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Definitions of rename and renameat2 that come before the C library's.
+// Definitions of the C library's renames and flushes that come before its own.
 #include "tests/standinhost/rename_faults.h"
 
 #include <fcntl.h>
@@ -25,18 +25,29 @@ RenameFaults::~RenameFaults() {
 extern "C" int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
                          unsigned flags) noexcept {
     if (active != nullptr) {
-        ++active->renameat2Calls;
-        errno = active->beforeRenameat2 ? active->beforeRenameat2(flags) : 0;
+        ++active->exchangeCalls;
+        errno = active->beforeExchange ? active->beforeExchange() : 0;
         if (errno != 0) return -1;
     }
     return static_cast<int>(syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
 }
 
-extern "C" int rename(const char* from, const char* to) noexcept {
+extern "C" int renameat(int fromDirectory, const char* from, int toDirectory,
+                        const char* to) noexcept {
     if (active != nullptr) {
         ++active->renameCalls;
         errno = active->beforeRename ? active->beforeRename(from, to) : 0;
         if (errno != 0) return -1;
     }
-    return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+    return static_cast<int>(syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, 0));
+}
+
+extern "C" int syncfs(int descriptor) noexcept {
+    return static_cast<int>(active != nullptr && active->flush ? active->flush("file system")
+                                                               : syscall(SYS_syncfs, descriptor));
+}
+
+extern "C" int fsync(int descriptor) noexcept {
+    return static_cast<int>(active != nullptr && active->flush ? active->flush("directory")
+                                                               : syscall(SYS_fsync, descriptor));
 }

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The renames of the test executable: they do what the system's do, or fail as a test demands.
+// The renames and flushes of the test executable: they do what the system's do, or fail as a test
+// demands.
 #pragma once
 
 #include <functional>
 #include <string>
 
-/// Takes over rename and renameat2 from construction to destruction; one at a time.
+/// Takes over renameat, renameat2, syncfs and fsync from construction to destruction; one at a
+/// time.
 class RenameFaults {
 public:
     RenameFaults();
@@ -14,10 +16,12 @@ public:
     RenameFaults& operator=(const RenameFaults&) = delete;
 
     /// Called, when set, before each call; its result is the errno to fail with, 0 to go on.
-    std::function<int(unsigned flags)> beforeRenameat2;
+    std::function<int()> beforeExchange;
     std::function<int(const std::string& from, const std::string& to)> beforeRename;
+    /// Called, when set, in place of each flush of the "file system" or a "directory": 0 or -1.
+    std::function<int(const std::string& what)> flush;
 
-    /// How often the functions were called.
-    int renameat2Calls = 0;
+    /// Number of calls: renameat2, which is called for exchanges only, and renameat.
+    int exchangeCalls = 0;
     int renameCalls = 0;
 };

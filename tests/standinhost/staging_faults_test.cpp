@@ -1,25 +1,30 @@
 // SPDX-License-Identifier: MIT
-// Committing where renames fail: file systems that know neither exchange nor no-replace, things
-// that come and go meanwhile, and moves that fail half-way.
-#include <fcntl.h>
+// Committing where renames fail: file systems that cannot exchange, things that come and go
+// meanwhile, moves and flushes that fail half-way.
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "standinhost/standin_host.h"
 #include "tests/standinhost/rename_faults.h"
 #include "tests/standinhost/staging_support.h"
+#include "tests/support/ordinary_user.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using vesk::runtime::archives::removeExtractionTree;
+using vesk::standin::takeLeftover;
+using vesk::testing::asOrdinaryUser;
 using vesk::testing::commit;
+using vesk::testing::directoryOf;
 using vesk::testing::existingKinds;
 using vesk::testing::Kind;
 using vesk::testing::KindRow;
 using vesk::testing::makeAt;
+using vesk::testing::replaceableKinds;
 using vesk::testing::stageNewTree;
 using vesk::testing::StagingResult;
 using vesk::testing::TempDir;
@@ -38,163 +43,236 @@ constexpr ErrorRow unsupported[] = {
 
 const Tree onlyTheNewTree = {{"out", "/"}, {"out/new", "new"}};
 
+/// Makes every exchange fail as where there is none.
+void refuseExchanges(RenameFaults& faults) {
+    faults.beforeExchange = [] { return EINVAL; };
+}
+
 void expectMoveFailure(const StagingResult& result) {
     EXPECT_FALSE(result.ok);
     EXPECT_EQ(result.error, "Cannot move extracted files to destination");
 }
 
-TEST(CommitWithoutFlags, MovesTheTreeToWhereNothingWas) {
-    for (const ErrorRow& row : unsupported) {
-        for (const bool overwrite : {false, true}) {
-            SCOPED_TRACE(row.name);
-            const TempDir dir;
-            const fs::path staging = stageNewTree(dir / "out", overwrite);
-            RenameFaults faults;
-            faults.beforeRenameat2 = [&](unsigned) { return row.error; };
-            EXPECT_TRUE(commit(staging, dir / "out").ok);
-            EXPECT_EQ(faults.renameat2Calls, 1);
-            EXPECT_EQ(faults.renameCalls, 1);
-            EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
-        }
+/// What is left once the module has done its part after a failure.
+Tree treeAfterRemoval(const TempDir& dir, const fs::path& staging) {
+    removeExtractionTree(staging);
+    return treeAt(dir.path());
+}
+
+TEST(CommitWithoutExchange, MovesTheTreeToWhereNothingWas) {
+    for (const bool overwrite : {false, true}) {
+        const TempDir dir;
+        const fs::path staging = stageNewTree(dir / "out", overwrite);
+        RenameFaults faults;
+        refuseExchanges(faults);
+        EXPECT_TRUE(commit(staging, dir / "out").ok);
+        EXPECT_EQ(faults.exchangeCalls, 0);
+        EXPECT_EQ(faults.renameCalls, 1);
+        EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
     }
 }
 
-TEST(CommitWithoutFlags, ReplacesWhateverExisted) {
+TEST(CommitWithoutExchange, ReplacesWhatMayBeReplaced) {
     for (const ErrorRow& error : unsupported) {
-        for (const KindRow& row : existingKinds) {
+        for (const KindRow& row : replaceableKinds) {
             SCOPED_TRACE(std::string(row.name) + ", " + error.name);
             const TempDir dir;
             makeAt(dir / "out", row.kind);
             const fs::path staging = stageNewTree(dir / "out", true);
             RenameFaults faults;
-            faults.beforeRenameat2 = [&](unsigned) { return error.error; };
+            faults.beforeExchange = [&] { return error.error; };
             EXPECT_TRUE(commit(staging, dir / "out").ok);
-            EXPECT_EQ(faults.renameat2Calls, 1);
-            EXPECT_EQ(faults.renameCalls, 2);
+            EXPECT_EQ(faults.exchangeCalls, 1);
             EXPECT_EQ(treeAt(dir.path()), treeAfterReplacing(row.kind));
+            EXPECT_FALSE(takeLeftover());
         }
     }
 }
 
-TEST(CommitWithoutFlags, KeepsTheOldTreeUnderATellingNameInBetween) {
+TEST(CommitWithoutExchange, ReplacesAReadOnlyTree) {
+    const TempDir dir;
+    fs::permissions(dir.path(), fs::perms{0777});
+    const std::string error = asOrdinaryUser([&] {
+        makeAt(dir / "parent/out", Kind::tree);
+        fs::permissions(dir / "parent/out", fs::perms{0555});
+        const fs::path staging = stageNewTree(dir / "parent/out", true);
+        RenameFaults faults;
+        refuseExchanges(faults);
+        return commit(staging, dir / "parent/out").error;
+    });
+    EXPECT_EQ(error, "before");
+    EXPECT_EQ(treeAt(dir / "parent"), onlyTheNewTree);
+    EXPECT_EQ(fs::status(dir / "parent/out").permissions(), fs::perms{0555});
+}
+
+TEST(CommitWithoutExchange, KeepsTheOldTreeUnderATellingNameInBetween) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const fs::path staging = stageNewTree(dir / "out", true);
+    const std::string name = directoryOf(staging).filename();
+    RenameFaults faults;
+    refuseExchanges(faults);
+    std::vector<std::string> moves;
+    faults.beforeRename = [&](const std::string& from, const std::string& to) {
+        moves.push_back(from + " " + to);
+        return 0;
+    };
+    EXPECT_TRUE(commit(staging, dir / "out").ok);
+    const std::string aside = ".out.vesk-replaced-" + name.substr(name.size() - 6);
+    ASSERT_GE(moves.size(), 2U);
+    EXPECT_EQ(moves[0], "out " + aside);
+    EXPECT_EQ(moves[1], "tree out");
+}
+
+TEST(CommitWithoutExchange, ReplacesWhatTakesTheFreePlaceInBetween) {
+    for (const KindRow& row : {KindRow{"tree", Kind::tree}, KindRow{"file", Kind::file}}) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        makeAt(dir / "out", Kind::tree);
+        const fs::path staging = stageNewTree(dir / "out", true);
+        RenameFaults faults;
+        refuseExchanges(faults);
+        int placings = 0;
+        faults.beforeRename = [&](const std::string& from, const std::string&) {
+            if (from == "tree" && ++placings <= 3) makeAt(dir / "out", row.kind);
+            return 0;
+        };
+        EXPECT_TRUE(commit(staging, dir / "out").ok);
+        EXPECT_EQ(placings, 4);
+        EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
+        EXPECT_FALSE(takeLeftover());
+    }
+}
+
+TEST(CommitWithoutExchange, PutsTheOldTreeBackWhenTheNewOneCannotBeMoved) {
+    for (const KindRow& row : replaceableKinds) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        makeAt(dir / "out", row.kind);
+        const Tree before = treeAt(dir.path());
+        const fs::path staging = stageNewTree(dir / "out", true);
+        RenameFaults faults;
+        refuseExchanges(faults);
+        faults.beforeRename = [&](const std::string& from, const std::string&) {
+            return from == "tree" ? EIO : 0;
+        };
+        expectMoveFailure(commit(staging, dir / "out"));
+        EXPECT_EQ(faults.renameCalls, 3);
+        EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+        EXPECT_FALSE(takeLeftover());
+    }
+}
+
+TEST(CommitWithoutExchange, TellsWhereTheOldTreeIsWhenItCannotBePutBack) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
     RenameFaults faults;
-    faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-    std::vector<std::string> moves;
-    faults.beforeRename = [&](const std::string& from, const std::string& to) {
-        moves.push_back(fs::path(from).filename().native() + " " +
-                        fs::path(to).filename().native());
-        return 0;
+    refuseExchanges(faults);
+    faults.beforeRename = [&](const std::string& from, const std::string&) {
+        return from == "out" ? 0 : EIO;
     };
-    EXPECT_TRUE(commit(staging, dir / "out").ok);
-    const std::string name = staging.filename();
-    const std::vector<std::string> expected = {
-        "out .out.vesk-replaced-" + name.substr(name.size() - 6), name + " out"};
-    EXPECT_EQ(moves, expected);
+    expectMoveFailure(commit(staging, dir / "out"));
+    removeExtractionTree(staging);
+    const auto left = takeLeftover();
+    ASSERT_TRUE(left);
+    EXPECT_TRUE(left->isOldTree);
+    EXPECT_TRUE(left->path.native().starts_with((dir / ".out.vesk-replaced-").native()));
+    EXPECT_EQ(treeAt(left->path), (Tree{{"sub", "/"}, {"sub/old", "old"}}));
+    EXPECT_EQ(treeAt(dir.path()).size(), 3U);
 }
 
-TEST(CommitWithoutFlags, RefusesWhatAppearedMeanwhile) {
-    for (const KindRow& row : existingKinds) {
+TEST(CommitWithoutExchange, KeepsTheOldTreeWhenItCannotBeMovedAside) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const Tree before = treeAt(dir.path());
+    const fs::path staging = stageNewTree(dir / "out", true);
+    RenameFaults faults;
+    refuseExchanges(faults);
+    faults.beforeRename = [](const std::string&, const std::string&) { return EIO; };
+    expectMoveFailure(commit(staging, dir / "out"));
+    EXPECT_EQ(faults.renameCalls, 1);
+    EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+}
+
+TEST(CommitWithoutExchange, OverwritesNothingWithTheOldTree) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::file);
+    const fs::path staging = stageNewTree(dir / "out", true);
+    const std::string name = directoryOf(staging).filename();
+    writeFile(dir / (".out.vesk-replaced-" + name.substr(name.size() - 6)), "somebody's");
+    const Tree before = treeAt(dir.path());
+    RenameFaults faults;
+    refuseExchanges(faults);
+    expectMoveFailure(commit(staging, dir / "out"));
+    EXPECT_EQ(faults.renameCalls, 0);
+    EXPECT_EQ(treeAt(dir.path()), before);
+}
+
+TEST(CommitRace, RefusesWhatAppearsAtTheLastMoment) {
+    for (const KindRow& row : existingKinds()) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
         const fs::path staging = stageNewTree(dir / "out", false);
-        makeAt(dir / "out", row.kind);
-        const Tree before = treeAt(dir.path());
         RenameFaults faults;
-        faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-        const StagingResult committed = commit(staging, dir / "out");
-        EXPECT_FALSE(committed.ok);
-        EXPECT_EQ(committed.error, "Destination already exists");
-        EXPECT_EQ(faults.renameat2Calls, 1);
-        EXPECT_EQ(treeAt(dir.path()), before);
-    }
-}
-
-TEST(CommitWithoutFlags, RefusesWhatAppearsAtTheLastMoment) {
-    for (const Kind kind : {Kind::tree, Kind::file, Kind::dangling}) {
-        SCOPED_TRACE(static_cast<int>(kind));
-        const TempDir dir;
-        const fs::path staging = stageNewTree(dir / "out", false);
-        RenameFaults faults;
-        faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-        Tree before;
         faults.beforeRename = [&](const std::string&, const std::string&) {
-            makeAt(dir / "out", kind);
-            before = treeAt(dir.path());
+            makeAt(dir / "out", row.kind);
             return 0;
         };
         const StagingResult committed = commit(staging, dir / "out");
         EXPECT_FALSE(committed.ok);
         EXPECT_EQ(committed.error, "Destination already exists");
         EXPECT_EQ(faults.renameCalls, 1);
-        EXPECT_EQ(treeAt(dir.path()), before);
+        const TempDir same;
+        makeAt(same / "out", row.kind);
+        EXPECT_EQ(treeAfterRemoval(dir, staging), treeAt(same.path()));
     }
-}
-
-TEST(CommitWithoutFlags, PutsTheOldTreeBackWhenTheNewOneCannotBeMoved) {
-    for (const KindRow& row : existingKinds) {
-        SCOPED_TRACE(row.name);
-        const TempDir dir;
-        makeAt(dir / "out", row.kind);
-        const fs::path staging = stageNewTree(dir / "out", true);
-        const Tree before = treeAt(dir.path());
-        RenameFaults faults;
-        faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-        faults.beforeRename = [&](const std::string&, const std::string&) {
-            return faults.renameCalls == 2 ? EIO : 0;
-        };
-        expectMoveFailure(commit(staging, dir / "out"));
-        EXPECT_EQ(faults.renameCalls, 3);
-        EXPECT_EQ(treeAt(dir.path()), before);
-    }
-}
-
-TEST(CommitWithoutFlags, KeepsTheOldTreeWhenItCannotBeMovedAside) {
-    const TempDir dir;
-    makeAt(dir / "out", Kind::tree);
-    const fs::path staging = stageNewTree(dir / "out", true);
-    const Tree before = treeAt(dir.path());
-    RenameFaults faults;
-    faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-    faults.beforeRename = [](const std::string&, const std::string&) { return EIO; };
-    expectMoveFailure(commit(staging, dir / "out"));
-    EXPECT_EQ(faults.renameCalls, 1);
-    EXPECT_EQ(treeAt(dir.path()), before);
-}
-
-TEST(CommitWithoutFlags, OverwritesNothingWithTheOldTree) {
-    const TempDir dir;
-    makeAt(dir / "out", Kind::file);
-    const fs::path staging = stageNewTree(dir / "out", true);
-    const std::string name = staging.filename();
-    writeFile(dir / (".out.vesk-replaced-" + name.substr(name.size() - 6)), "somebody's");
-    const Tree before = treeAt(dir.path());
-    RenameFaults faults;
-    faults.beforeRenameat2 = [](unsigned) { return EINVAL; };
-    expectMoveFailure(commit(staging, dir / "out"));
-    EXPECT_EQ(faults.renameat2Calls, 1);
-    EXPECT_EQ(treeAt(dir.path()), before);
 }
 
 TEST(CommitFault, KeepsTheOldTreeAndTriesNoOtherWay) {
-    for (const ErrorRow& row : {ErrorRow{"EIO", EIO}, ErrorRow{"EBUSY", EBUSY},
-                                ErrorRow{"EXDEV", EXDEV}, ErrorRow{"EACCES", EACCES}}) {
-        for (const bool overwrite : {false, true}) {
-            SCOPED_TRACE(row.name);
-            const TempDir dir;
-            if (overwrite) makeAt(dir / "out", Kind::tree);
-            const fs::path staging = stageNewTree(dir / "out", overwrite);
-            const Tree before = treeAt(dir.path());
-            RenameFaults faults;
-            faults.beforeRenameat2 = [&](unsigned) { return row.error; };
-            expectMoveFailure(commit(staging, dir / "out"));
-            EXPECT_EQ(faults.renameat2Calls, 1);
-            EXPECT_EQ(faults.renameCalls, 0);
-            EXPECT_EQ(treeAt(dir.path()), before);
-        }
+    struct Row {
+        const char* name;
+        int error;
+        const char* message;
+    };
+    const char* const cannotMove = "Cannot move extracted files to destination";
+    for (const Row& row : {Row{"EIO", EIO, cannotMove}, Row{"EBUSY", EBUSY, cannotMove},
+                           Row{"EXDEV", EXDEV, "Destination cannot be moved by its file system"}}) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        makeAt(dir / "out", Kind::tree);
+        const Tree before = treeAt(dir.path());
+        const fs::path staging = stageNewTree(dir / "out", true);
+        RenameFaults faults;
+        faults.beforeExchange = [&] { return row.error; };
+        EXPECT_EQ(commit(staging, dir / "out").error, row.message);
+        EXPECT_EQ(faults.exchangeCalls, 1);
+        EXPECT_EQ(faults.renameCalls, 0);
+        EXPECT_EQ(treeAfterRemoval(dir, staging), before);
     }
+}
+
+TEST(CommitFault, LeavesNothingWhereTheTreeCannotBeMovedToAFreePlace) {
+    for (const int error : {EIO, EXDEV, EROFS}) {
+        const TempDir dir;
+        const fs::path staging = stageNewTree(dir / "made/out", false);
+        RenameFaults faults;
+        faults.beforeRename = [&](const std::string&, const std::string&) { return error; };
+        expectMoveFailure(commit(staging, dir / "made/out"));
+        EXPECT_EQ(treeAfterRemoval(dir, staging), Tree{});
+    }
+}
+
+TEST(CommitFault, GivesBackThePermissionsOfATreeThatItCouldNotReplace) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    fs::permissions(dir / "out", fs::perms{0550});
+    const fs::path staging = stageNewTree(dir / "out", true);
+    RenameFaults faults;
+    faults.beforeExchange = [] { return EACCES; };
+    expectMoveFailure(commit(staging, dir / "out"));
+    EXPECT_EQ(faults.exchangeCalls, 2);
+    EXPECT_EQ(fs::status(dir / "out").permissions(), fs::perms{0550});
 }
 
 TEST(CommitRace, ReplacesInOneStep) {
@@ -202,14 +280,8 @@ TEST(CommitRace, ReplacesInOneStep) {
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
     RenameFaults faults;
-    unsigned usedFlags = 0;
-    faults.beforeRenameat2 = [&](unsigned flags) {
-        usedFlags = flags;
-        return 0;
-    };
     EXPECT_TRUE(commit(staging, dir / "out").ok);
-    EXPECT_EQ(usedFlags, 2U);  // RENAME_EXCHANGE
-    EXPECT_EQ(faults.renameat2Calls, 1);
+    EXPECT_EQ(faults.exchangeCalls, 1);
     EXPECT_EQ(faults.renameCalls, 0);
 }
 
@@ -218,28 +290,29 @@ TEST(CommitRace, MovesTheTreeWhenWhatItReplacesGoesAtTheLastMoment) {
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
     RenameFaults faults;
-    faults.beforeRenameat2 = [&](unsigned) {
+    faults.beforeExchange = [&] {
         fs::remove_all(dir / "out");
         return 0;
     };
     EXPECT_TRUE(commit(staging, dir / "out").ok);
-    EXPECT_EQ(faults.renameat2Calls, 2);
+    EXPECT_EQ(faults.exchangeCalls, 1);
+    EXPECT_EQ(faults.renameCalls, 1);
     EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
 }
 
 TEST(CommitRace, ReplacesWhatAppearsAtTheLastMoment) {
-    for (const KindRow& row : {KindRow{"file", Kind::file}, KindRow{"tree", Kind::tree},
-                               KindRow{"dangling link", Kind::dangling}}) {
+    for (const KindRow& row : {KindRow{"file", Kind::file}, KindRow{"tree", Kind::tree}}) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
         const fs::path staging = stageNewTree(dir / "out", true);
         RenameFaults faults;
-        faults.beforeRenameat2 = [&](unsigned) {
-            if (faults.renameat2Calls == 1) makeAt(dir / "out", row.kind);
+        faults.beforeRename = [&](const std::string&, const std::string&) {
+            makeAt(dir / "out", row.kind);
             return 0;
         };
         EXPECT_TRUE(commit(staging, dir / "out").ok);
-        EXPECT_EQ(faults.renameat2Calls, 2);
+        EXPECT_EQ(faults.renameCalls, 1);
+        EXPECT_EQ(faults.exchangeCalls, 1);
         EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
     }
 }
@@ -249,16 +322,70 @@ TEST(CommitRace, GivesUpOnATargetThatComesAndGoesForever) {
     makeAt(dir / "out", Kind::file);
     const fs::path staging = stageNewTree(dir / "out", true);
     RenameFaults faults;
-    faults.beforeRenameat2 = [&](unsigned flags) {
-        if (flags == RENAME_EXCHANGE) fs::remove(dir / "out");
-        if (flags == RENAME_NOREPLACE) makeAt(dir / "out", Kind::file);
+    faults.beforeExchange = [&] {
+        fs::remove(dir / "out");
+        return 0;
+    };
+    faults.beforeRename = [&](const std::string&, const std::string&) {
+        makeAt(dir / "out", Kind::file);
         return 0;
     };
     expectMoveFailure(commit(staging, dir / "out"));
-    EXPECT_EQ(faults.renameat2Calls, 16);
-    const Tree expected = {
-        {"out", "old"}, {staging.filename(), "/"}, {staging.filename().native() + "/new", "new"}};
-    EXPECT_EQ(treeAt(dir.path()), expected);
+    EXPECT_EQ(faults.exchangeCalls, 16);
+    EXPECT_EQ(faults.renameCalls, 16);
+    EXPECT_EQ(treeAfterRemoval(dir, staging), (Tree{{"out", "old"}}));
+}
+
+/// Prepares staging as the module does after asking for the mode.
+fs::path stageWithSync(const fs::path& destination) {
+    vesk::standin::Mode mode{true, true};
+    const bool overwrite = vesk::runtime::archives::modeIsOverwrite(&mode);
+    return stageNewTree(destination, overwrite);
+}
+
+TEST(CommitWithSync, FlushesTheFilesBeforeTheTreeIsInPlaceAndItsDirectoryAfterwards) {
+    for (const Kind existing : {Kind::nothing, Kind::tree}) {
+        const TempDir dir;
+        makeAt(dir / "out", existing);
+        const fs::path staging = stageWithSync(dir / "out");
+        RenameFaults faults;
+        std::vector<std::string> flushes;
+        faults.flush = [&](const std::string& what) {
+            flushes.push_back(what + (fs::exists(dir / "out/new") ? " after" : " before"));
+            return 0;
+        };
+        EXPECT_TRUE(commit(staging, dir / "out").ok);
+        EXPECT_EQ(flushes, (std::vector<std::string>{"file system before", "directory after"}));
+        EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
+    }
+}
+
+TEST(CommitWithSync, TakesBackWhatCannotBeFlushed) {
+    for (const Kind existing : {Kind::nothing, Kind::tree}) {
+        for (const std::string failing : {"file system", "directory"}) {
+            const TempDir dir;
+            makeAt(dir / "out", existing);
+            const Tree before = treeAt(dir.path());
+            const fs::path staging = stageWithSync(dir / "out");
+            RenameFaults faults;
+            faults.flush = [&](const std::string& what) { return what == failing ? -1 : 0; };
+            EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+            EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+        }
+    }
+}
+
+TEST(CommitWithSync, FlushesNothingUnlessTheModeAsksForIt) {
+    const TempDir dir;
+    removeExtractionTree(stageWithSync(dir / "other"));
+    vesk::standin::Mode mode;
+    vesk::runtime::archives::modeIsOverwrite(&mode);
+    const fs::path staging = stageNewTree(dir / "out", false);
+    RenameFaults faults;
+    int flushes = 0;
+    faults.flush = [&](const std::string&) { return flushes++; };
+    EXPECT_TRUE(commit(staging, dir / "out").ok);
+    EXPECT_EQ(flushes, 0);
 }
 
 }  // namespace

@@ -2,38 +2,49 @@
 // Preparing an extraction: where the staging directory is, how it is named, what is refused.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "tests/standinhost/staging_support.h"
+#include "tests/support/mounts.h"
 #include "tests/support/ordinary_user.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using vesk::testing::asOrdinaryUser;
+using vesk::testing::bindMount;
+using vesk::testing::canMount;
 using vesk::testing::commit;
+using vesk::testing::directoryOf;
 using vesk::testing::existingKinds;
+using vesk::testing::irreplaceableKinds;
 using vesk::testing::Kind;
 using vesk::testing::KindRow;
 using vesk::testing::makeAt;
+using vesk::testing::mountMemory;
 using vesk::testing::prepare;
+using vesk::testing::readFile;
+using vesk::testing::replaceableKinds;
 using vesk::testing::stageNewTree;
 using vesk::testing::StagingResult;
 using vesk::testing::TempDir;
 using vesk::testing::Tree;
 using vesk::testing::treeAt;
+using vesk::testing::withMounts;
 using vesk::testing::writeFile;
 
-TEST(Prepare, MakesAnEmptyDirectoryBesideTheDestinationForItsOwnerOnly) {
+TEST(Prepare, MakesAnEmptyTreeInADirectoryBesideTheDestinationForItsOwnerOnly) {
     for (const bool overwrite : {false, true}) {
         SCOPED_TRACE(overwrite);
         const TempDir dir;
         const StagingResult prepared = prepare(dir / "out", overwrite);
         ASSERT_TRUE(prepared.ok);
         EXPECT_EQ(prepared.error, "before");
-        EXPECT_EQ(prepared.staging.parent_path(), dir.path());
         EXPECT_TRUE(fs::is_directory(fs::symlink_status(prepared.staging)));
         EXPECT_TRUE(fs::is_empty(prepared.staging));
-        EXPECT_EQ(fs::status(prepared.staging).permissions() & fs::perms{0777},
-                  fs::perms::owner_all);
+        const fs::path directory = directoryOf(prepared.staging);
+        EXPECT_EQ(directory.parent_path(), dir.path());
+        EXPECT_EQ(fs::status(directory).permissions() & fs::perms{0777}, fs::perms::owner_all);
         EXPECT_FALSE(fs::exists(dir / "out"));
     }
 }
@@ -48,7 +59,8 @@ TEST(Prepare, NamesTheDirectoryAfterTheDestinationAndItsPurpose) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.front);
         const TempDir dir;
-        const std::string name = prepare(dir / "out", row.overwrite).staging.filename();
+        const fs::path staging = prepare(dir / "out", row.overwrite).staging;
+        const std::string name = directoryOf(staging).filename();
         EXPECT_EQ(name.substr(0, row.front.size()), row.front);
         EXPECT_EQ(name.size(), row.front.size() + 6);
     }
@@ -56,7 +68,45 @@ TEST(Prepare, NamesTheDirectoryAfterTheDestinationAndItsPurpose) {
 
 TEST(Prepare, MakesAnotherDirectoryEachTime) {
     const TempDir dir;
-    EXPECT_NE(prepare(dir / "out", false).staging, prepare(dir / "out", false).staging);
+    const fs::path first = directoryOf(prepare(dir / "out", false).staging);
+    EXPECT_NE(directoryOf(prepare(dir / "out", false).staging), first);
+}
+
+TEST(Prepare, RemovesWhatTheThreadLeftOpen) {
+    const TempDir dir;
+    const fs::path first = directoryOf(stageNewTree(dir / "made/out", false));
+    prepare(dir / "other", false);
+    EXPECT_FALSE(fs::exists(first));
+    EXPECT_FALSE(fs::exists(dir / "made"));
+}
+
+/// Extracts through a link and `..`, by the normal form of the staging path, and tells what came.
+std::string extractByNormalForm(const fs::path& destination) {
+    const fs::path staging = stageNewTree(destination, false);
+    const std::string file = readFile(staging.lexically_normal() / "new");
+    return file + " " + commit(staging, destination).error;
+}
+
+TEST(Prepare, GivesAPathThatMeansTheSameInItsNormalForm) {
+    const TempDir dir;
+    fs::create_directories(dir / "else/where");
+    fs::create_symlink("else/where", dir / "link");
+    EXPECT_EQ(extractByNormalForm(dir / "link/../out"), "new before");
+    EXPECT_EQ(treeAt(dir / "else"), (Tree{{"where", "/"}, {"out", "/"}, {"out/new", "new"}}));
+}
+
+TEST(Prepare, GivesSuchAPathAlsoWhereTheSystemHasNoneThroughDescriptors) {
+    if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
+    const TempDir dir;
+    fs::create_directories(dir / "else/where");
+    fs::create_symlink("else/where", dir / "link");
+    const std::string found = withMounts([&] {
+        if (!mountMemory("/proc")) return std::string("cannot mount");
+        const std::string path = prepare(dir / "link/../other", false).staging;
+        return path.substr(0, path.find(".vesk")) + ", " + extractByNormalForm(dir / "link/../out");
+    });
+    EXPECT_EQ(found, (dir / "else/.other").native() + ", new before");
+    EXPECT_EQ(treeAt(dir / "else"), (Tree{{"where", "/"}, {"out", "/"}, {"out/new", "new"}}));
 }
 
 TEST(Prepare, ShortensLongNamesBetweenCharacters) {
@@ -80,7 +130,7 @@ TEST(Prepare, ShortensLongNamesBetweenCharacters) {
             SCOPED_TRACE(row.name);
             const TempDir dir;
             const fs::path staging = stageNewTree(dir / row.destination, overwrite);
-            const std::string name = staging.filename();
+            const std::string name = directoryOf(staging).filename();
             EXPECT_EQ(name.substr(0, name.find(".vesk-")),
                       "." + row.destination.substr(0, row.keptBytes));
             EXPECT_TRUE(commit(staging, dir / row.destination).ok);
@@ -94,11 +144,24 @@ TEST(Prepare, CreatesMissingParents) {
     const TempDir dir;
     const StagingResult prepared = prepare(dir / "a/b/out", false);
     ASSERT_TRUE(prepared.ok);
-    EXPECT_EQ(prepared.staging.parent_path(), dir / "a/b");
+    EXPECT_EQ(directoryOf(prepared.staging).parent_path(), dir / "a/b");
+}
+
+TEST(Prepare, RemovesTheParentsThatItMadeWhenItFails) {
+    const TempDir dir;
+    fs::create_directory(dir / "mine");
+    fs::create_symlink("missing", dir / "mine/dangling");
+    const Tree before = treeAt(dir.path());
+    for (const std::string& destination :
+         {"mine/a/b/" + std::string(256, 'n'), std::string("mine/a/../b/../dangling")}) {
+        SCOPED_TRACE(destination);
+        EXPECT_FALSE(prepare(dir / destination, true).ok);
+        EXPECT_EQ(treeAt(dir.path()), before);
+    }
 }
 
 TEST(Prepare, RefusesWhateverExistsUnlessItMayBeReplaced) {
-    for (const KindRow& row : existingKinds) {
+    for (const KindRow& row : existingKinds()) {
         for (const char* destination : {"out", "out/", "out//", "out/."}) {
             SCOPED_TRACE(std::string(row.name) + " as " + destination);
             const TempDir dir;
@@ -114,8 +177,69 @@ TEST(Prepare, RefusesWhateverExistsUnlessItMayBeReplaced) {
     }
 }
 
+TEST(Prepare, RefusesWhatIsNoDirectoryAndNoRegularFile) {
+    for (const KindRow& row : irreplaceableKinds) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        makeAt(dir / "out", row.kind);
+        const Tree before = treeAt(dir.path());
+        EXPECT_EQ(prepare(dir / "out", true).error, "Destination cannot be replaced");
+        EXPECT_EQ(treeAt(dir.path()), before);
+    }
+    EXPECT_EQ(prepare("/dev/null", true).error, "Destination cannot be replaced");
+}
+
+TEST(Prepare, RefusesAMountPoint) {
+    if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
+    const TempDir dir;
+    const std::string errors = withMounts([&] {
+        fs::create_directories(dir / "empty");
+        fs::create_directories(dir / "below/mounted");
+        if (!mountMemory(dir / "empty") || !bindMount(dir / "empty", dir / "below/mounted"))
+            return std::string("cannot mount");
+        writeFile(dir / "below/mounted/file", "kept");
+        writeFile(dir / "bound", "bound");
+        if (!bindMount(dir / "bound", dir / "bound")) return std::string("cannot mount");
+        fs::remove(dir / "empty/file");
+        return prepare(dir / "empty", false).error + "; " + prepare(dir / "empty", true).error +
+               "; " + prepare(dir / "below/mounted", true).error + "; " +
+               prepare(dir / "bound", true).error;
+    });
+    EXPECT_EQ(errors,
+              "Destination cannot be replaced; Destination cannot be replaced; "
+              "Destination cannot be replaced; Destination cannot be replaced");
+}
+
+TEST(Prepare, TakesAnEmptyDirectoryAsIfNothingWasThere) {
+    for (const char* destination : {"out", "out/", "out//", "out/.", "out/../out", "link"}) {
+        SCOPED_TRACE(destination);
+        const TempDir dir;
+        fs::create_directory(dir / "out");
+        fs::create_symlink("out", dir / "link");
+        const fs::path staging = stageNewTree(dir / destination, false);
+        EXPECT_EQ(commit(staging, dir / destination).error, "before");
+        EXPECT_EQ(treeAt(dir.path()), (Tree{{"link", "-> out"}, {"out", "/"}, {"out/new", "new"}}));
+    }
+}
+
+TEST(Prepare, DoesNotFollowAnotherUsersLinkInAStickyDirectory) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can make another user's link";
+    const TempDir dir;
+    fs::permissions(dir.path(), fs::perms{01777});
+    writeFile(dir / "victim/file", "kept");
+    fs::create_symlink("victim", dir / "foreign");
+    ASSERT_EQ(lchown((dir / "foreign").c_str(), 65533, 65533), 0);
+    fs::create_symlink("foreign", dir / "mine");
+    for (const char* destination : {"foreign", "mine", "foreign/"}) {
+        EXPECT_EQ(prepare(dir / destination, true).error, "Destination cannot be replaced");
+        EXPECT_EQ(prepare(dir / destination, false).error, "Destination already exists");
+    }
+    fs::permissions(dir.path(), fs::perms{0777});
+    EXPECT_TRUE(prepare(dir / "foreign", true).ok);
+}
+
 TEST(Prepare, LeavesWhatIsToBeReplacedAsItIs) {
-    for (const KindRow& row : existingKinds) {
+    for (const KindRow& row : replaceableKinds) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
         makeAt(dir / "out", row.kind);
@@ -123,7 +247,8 @@ TEST(Prepare, LeavesWhatIsToBeReplacedAsItIs) {
 
         const StagingResult prepared = prepare(dir / "out", true);
         ASSERT_TRUE(prepared.ok) << prepared.error;
-        expected[prepared.staging.filename()] = "/";
+        const std::string directory = directoryOf(prepared.staging).filename();
+        expected[directory] = expected[directory + "/tree"] = "/";
         EXPECT_EQ(treeAt(dir.path()), expected);
     }
 }
@@ -132,10 +257,40 @@ TEST(Prepare, StagesBesideWhatALinkPointsAt) {
     const TempDir dir;
     fs::create_directories(dir / "elsewhere/real");
     fs::create_symlink("elsewhere/real", dir / "out");
-    const StagingResult prepared = prepare(dir / "out", true);
-    ASSERT_TRUE(prepared.ok);
-    EXPECT_EQ(prepared.staging.parent_path(), fs::canonical(dir / "elsewhere"));
-    EXPECT_EQ(prepared.staging.filename().native().substr(0, 6), ".real.");
+    fs::create_symlink("out", dir / "again");
+    for (const char* destination : {"out", "again", "again/", "out/."}) {
+        SCOPED_TRACE(destination);
+        const StagingResult prepared = prepare(dir / destination, true);
+        ASSERT_TRUE(prepared.ok);
+        const fs::path directory = directoryOf(prepared.staging);
+        EXPECT_EQ(directory.parent_path(), fs::canonical(dir / "elsewhere"));
+        EXPECT_EQ(directory.filename().native().substr(0, 6), ".real.");
+    }
+}
+
+/// Prepares staging under the umask and returns how a file in it, and the removal, end.
+std::string stageUnder(mode_t mask, const fs::path& destination) {
+    umask(mask);
+    const StagingResult prepared = prepare(destination, true);
+    if (!prepared.ok) return prepared.error;
+    const bool isWritten = static_cast<bool>(std::ofstream(prepared.staging / "new") << "new");
+    vesk::runtime::archives::removeExtractionTree(prepared.staging);
+    return isWritten ? "written" : "not written";
+}
+
+TEST(Prepare, LeavesNothingBehindUnderAnyUmask) {
+    struct Row {
+        mode_t mask;
+        const char* ending;
+    };
+    for (const Row& row : {Row{0777, "not written"}, Row{0500, "not written"},
+                           Row{0277, "not written"}, Row{0077, "written"}}) {
+        SCOPED_TRACE(row.mask);
+        const TempDir dir;
+        fs::permissions(dir.path(), fs::perms{0777});
+        EXPECT_EQ(asOrdinaryUser([&] { return stageUnder(row.mask, dir / "out"); }), row.ending);
+        EXPECT_EQ(treeAt(dir.path()), Tree{});
+    }
 }
 
 TEST(Prepare, ReportsParentsThatCannotBeCreated) {
@@ -164,11 +319,11 @@ TEST(Prepare, ReportsADestinationThatCannotBeInspected) {
     }
 }
 
-TEST(Prepare, ReportsTheRootDirectoryWhichHasNoSibling) {
-    const StagingResult prepared = prepare("/", true);
-    EXPECT_FALSE(prepared.ok);
-    EXPECT_EQ(prepared.error, "Cannot create staging directory");
-    vesk::runtime::archives::removeExtractionTree(prepared.staging);
+TEST(Prepare, RefusesTheRootDirectory) {
+    for (const char* destination : {"/", "//", "/.", "/../"}) {
+        EXPECT_EQ(prepare(destination, true).error, "Destination cannot be replaced");
+        EXPECT_EQ(prepare(destination, false).error, "Destination already exists");
+    }
 }
 
 TEST(Prepare, ReportsWhatPermissionsForbid) {

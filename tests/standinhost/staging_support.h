@@ -10,6 +10,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "module/host/host_runtime.h"
 #include "tests/support/temp_dir.h"
@@ -46,6 +47,11 @@ inline std::filesystem::path stageNewTree(const std::filesystem::path& destinati
     return prepared.staging;
 }
 
+/// The directory beside the destination that holds the tree `staging`.
+inline std::filesystem::path directoryOf(const std::filesystem::path& staging) {
+    return std::filesystem::canonical(staging).parent_path();
+}
+
 /// Every name below `directory` with the file's content, a link's target after "-> ", "/" for a
 /// directory and "?" for anything else.
 inline std::map<std::string, std::string> treeAt(const std::filesystem::path& directory) {
@@ -76,6 +82,7 @@ enum class Kind {
     tree,
     linkToTree,
     linkToFile,
+    linkToFifo,
     dangling,
     throughFile,
     loop
@@ -86,18 +93,29 @@ struct KindRow {
     Kind kind;
 };
 
-/// Every kind of thing but nothing.
-inline constexpr KindRow existingKinds[] = {
+/// What is replaced only when that is allowed.
+inline constexpr KindRow replaceableKinds[] = {
     {"file", Kind::file},
-    {"fifo", Kind::fifo},
-    {"empty directory", Kind::emptyDirectory},
     {"tree", Kind::tree},
     {"link to a tree", Kind::linkToTree},
     {"link to a file", Kind::linkToFile},
+};
+
+/// What is never replaced.
+inline constexpr KindRow irreplaceableKinds[] = {
+    {"fifo", Kind::fifo},
     {"dangling link", Kind::dangling},
     {"link through a file", Kind::throughFile},
     {"link to itself", Kind::loop},
+    {"link to a fifo", Kind::linkToFifo},
 };
+
+/// Every kind of thing but nothing and an empty directory, which is as good as nothing.
+inline std::vector<KindRow> existingKinds() {
+    std::vector<KindRow> rows(std::begin(replaceableKinds), std::end(replaceableKinds));
+    rows.insert(rows.end(), std::begin(irreplaceableKinds), std::end(irreplaceableKinds));
+    return rows;
+}
 
 /// Makes a thing of the kind at `path`. What a link points at is beside it, named "pointed".
 inline void makeAt(const std::filesystem::path& path, Kind kind) {
@@ -122,6 +140,9 @@ inline void makeAt(const std::filesystem::path& path, Kind kind) {
         case Kind::linkToFile:
             writeFile(pointed, "old");
             return fs::create_symlink("pointed", path);
+        case Kind::linkToFifo:
+            makeAt(pointed, Kind::fifo);
+            return fs::create_symlink("pointed", path);
         case Kind::dangling:
             return fs::create_symlink("pointed", path);
         case Kind::throughFile:
@@ -132,12 +153,11 @@ inline void makeAt(const std::filesystem::path& path, Kind kind) {
     }
 }
 
-/// What is below the directory that held a thing of the kind, named "out", once the tree of
-/// stageNewTree has replaced it.
+/// What is below the directory that held a replaceable thing of the kind, named "out", once the
+/// tree of stageNewTree has replaced it.
 inline Tree treeAfterReplacing(Kind kind) {
     if (kind == Kind::linkToTree || kind == Kind::linkToFile)
         return {{"out", "-> pointed"}, {"pointed", "/"}, {"pointed/new", "new"}};
-    if (kind == Kind::throughFile) return {{"out", "/"}, {"out/new", "new"}, {"pointed", "kept"}};
     return {{"out", "/"}, {"out/new", "new"}};
 }
 

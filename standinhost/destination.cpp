@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+// Finding a destination: its parent directory is opened by the system, so that `..` after a
+// symbolic link means what it means everywhere else.
+#include "standinhost/destination.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+namespace vesk::standin {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* cannotInspect = "Cannot inspect destination";
+
+/// As many as the system follows.
+constexpr int longestChain = 40;
+
+/// Drops the slashes and dots at the end, behind which a symbolic link would be followed unseen.
+fs::path withoutTrailingDots(fs::path path) {
+    while ((!path.has_filename() || path.filename() == ".") && !path.parent_path().empty() &&
+           path.has_relative_path())
+        path = path.parent_path();
+    return path;
+}
+
+/// Turns a path that ends in a dot or two into one that ends in a name, or the root directory's;
+/// nothing when it leads nowhere.
+std::optional<fs::path> named(fs::path path) {
+    path = withoutTrailingDots(std::move(path));
+    if (path.filename() != "." && path.filename() != "..") return path;
+    std::error_code error;
+    fs::path canonical = fs::canonical(path, error);
+    if (error) return std::nullopt;
+    return canonical;
+}
+
+FileDescriptor openParent(const fs::path& parent) {
+    return FileDescriptor(open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+/// Opens the parent directory and splits off the name. Returns the message of a failure.
+const char* locate(const fs::path& path, MadeParents* parents, Destination& found) {
+    const std::optional<fs::path> entry = named(path);
+    if (!entry) return cannotInspect;
+    const fs::path parent = entry->has_parent_path() ? entry->parent_path() : ".";
+    found.parent = openParent(parent);
+    if (!found.parent && errno == ENOENT && parents != nullptr) {
+        parents->make(parent);
+        found.parent = openParent(parent);
+    }
+    if (!found.parent) {
+        const bool leadsNowhere = errno == ENOENT || errno == ENOTDIR;
+        return leadsNowhere ? "Cannot create destination parent directory" : cannotInspect;
+    }
+    found.name = entry->has_filename() ? entry->filename().native() : ".";
+    found.path = *entry;
+    return kindOf(found.entry()) == EntryKind::unknown ? cannotInspect : nullptr;
+}
+
+/// Tells whether the destination is a symbolic link that may be followed.
+bool isLinkToFollow(const Destination& destination) {
+    struct stat link {};
+    struct stat directory {};
+    const Entry entry = destination.entry();
+    if (fstatat(entry.directory, entry.name, &link, AT_SYMLINK_NOFOLLOW) != 0 ||
+        fstat(entry.directory, &directory) != 0)
+        return false;
+    // In such a directory anybody could choose what is to be replaced.
+    const bool isForeign = (directory.st_mode & S_ISVTX) != 0 && link.st_uid != geteuid();
+    return S_ISLNK(link.st_mode) && !isForeign;
+}
+
+/// Finds what the link at `destination` names; nothing when there is none.
+std::optional<Destination> follow(const Destination& destination) {
+    std::error_code error;
+    const fs::path target = fs::read_symlink(destination.path, error);
+    Destination found;
+    if (error || locate(destination.path.parent_path() / target, nullptr, found) != nullptr ||
+        kindOf(found.entry()) == EntryKind::nothing)
+        return std::nullopt;
+    return found;
+}
+
+}  // namespace
+
+void MadeParents::make(const fs::path& parent) {
+    fs::path path;
+    for (const fs::path& element : parent) {
+        path /= element;
+        made_.push_back({path, {}});
+        const bool isMade =
+            mkdir(path.c_str(), 0777) == 0 && lstat(path.c_str(), &made_.back().status) == 0;
+        if (!isMade) made_.pop_back();
+    }
+}
+
+void MadeParents::remove() noexcept {
+    for (; !made_.empty(); made_.pop_back()) {
+        struct stat status {};
+        const Made& last = made_.back();
+        const bool isStillIt =
+            lstat(last.path.c_str(), &status) == 0 && isSameFile(status, last.status);
+        if (isStillIt) rmdir(last.path.c_str());
+    }
+}
+
+const char* findDestination(const fs::path& path, MadeParents* parents, Destination& found) {
+    if (const char* message = locate(path, parents, found)) return message;
+    for (int links = 0; links < longestChain && isLinkToFollow(found); ++links) {
+        std::optional<Destination> next = follow(found);
+        if (!next) break;
+        found = std::move(*next);
+    }
+    return nullptr;
+}
+
+const char* refusalOf(const Destination& destination, bool overwrite) {
+    const Entry entry = destination.entry();
+    const EntryKind kind = kindOf(entry);
+    if (kind == EntryKind::nothing) return nullptr;
+    if (!overwrite && !isEmptyDirectory(entry)) return "Destination already exists";
+    const bool isReplaceable =
+        (kind == EntryKind::directory && destination.name != ".") || kind == EntryKind::regularFile;
+    return isReplaceable ? nullptr : "Destination cannot be replaced";
+}
+
+}  // namespace vesk::standin
