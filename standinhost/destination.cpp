@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -112,6 +113,8 @@ void MadeParents::remove() noexcept {
 }
 
 const char* findDestination(const fs::path& path, MadeParents* parents, Destination& found) {
+    // The system refuses it, however short it is without the dots at its end.
+    if (path.native().size() >= PATH_MAX) return cannotInspect;
     if (const char* message = locate(path, parents, found)) return message;
     for (int links = 0; links < longestChain && isLinkToFollow(found); ++links) {
         std::optional<Destination> next = follow(found);

@@ -59,12 +59,18 @@ NameReader::NameReader(int directory) : directory_(directory) {
 
 const char* NameReader::next() {
     while (position_ < end_ || refill()) {
-        auto* const entry = reinterpret_cast<dirent64*>(buffer_.data() + position_);
-        position_ += entry->d_reclen;
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") return entry->d_name;
+        last_ = reinterpret_cast<const dirent64*>(buffer_.data() + position_);
+        position_ += last_->d_reclen;
+        const std::string_view name = last_->d_name;
+        if (name != "." && name != "..") return last_->d_name;
     }
     return nullptr;
+}
+
+bool NameReader::isDirectory() const {
+    // Not every file system tells.
+    return last_->d_type == DT_UNKNOWN ? kindOf({directory_, last_->d_name}) == EntryKind::directory
+                                       : last_->d_type == DT_DIR;
 }
 
 bool NameReader::refill() {

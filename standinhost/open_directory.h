@@ -67,6 +67,9 @@ public:
     /// the directory cannot be read.
     const char* next();
 
+    /// Tells whether the name that came last is a directory's.
+    bool isDirectory() const;
+
 private:
     bool refill();
 
@@ -74,6 +77,7 @@ private:
     alignas(dirent64) std::array<char, 2048> buffer_;
     std::size_t position_ = 0;
     std::size_t end_ = 0;
+    const dirent64* last_ = nullptr;
 };
 
 /// Tells whether the entry is a directory that can be read and holds nothing.

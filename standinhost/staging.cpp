@@ -17,7 +17,8 @@
 
 #include "module/host/host_runtime.h"
 #include "standinhost/destination.h"
-#include "standinhost/path_and_mode.h"
+#include "standinhost/extracted_names.h"
+#include "standinhost/staging.h"
 #include "standinhost/staging_name.h"
 #include "standinhost/standin_host.h"
 #include "standinhost/tree_deletion.h"
@@ -45,6 +46,7 @@ struct Staging {
     FileDescriptor directory;
     FileDescriptor tree;
     fs::path path;  ///< what the module was given
+    ExtractedNames names;
     /// What is told when it cannot be deleted. Made beforehand: later memory may have ended.
     Leftover directoryLeft;
     Leftover oldTreeLeft;
@@ -57,6 +59,7 @@ struct Staging {
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): one for each thread
 thread_local std::unique_ptr<Staging> openStaging;
 thread_local std::optional<Leftover> leftover;
+thread_local bool isSyncWanted = false;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 void chooseName(Staging& staging) {
@@ -201,7 +204,7 @@ const char* messageOf(Placement placement) {
 
 /// Commits staging. Returns the message of a failure, null when there is none.
 const char* commit(Staging& staging, const fs::path& path) {
-    if (!isInPlace(staging, path)) return cannotMove;
+    if (!isInPlace(staging, path) || !staging.names.areIn(staging.tree.number())) return cannotMove;
     const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
 
@@ -228,7 +231,7 @@ bool vesk::runtime::archives::prepareExtractionStaging(const fs::path& destinati
     // Noted before anything is made: no lack of memory can lose it.
     openStaging = std::make_unique<Staging>();
     openStaging->overwrite = overwrite;
-    openStaging->sync = standin::isSyncAskedFor();
+    openStaging->sync = isSyncWanted;
     const bool prepared = succeeded(prepare(destination, *openStaging), error);
     if (prepared) {
         staging = openStaging->path;
@@ -260,6 +263,14 @@ void vesk::standin::abandonStaging() {
     removeDirectory(*openStaging);
     openStaging->parents.remove();
     openStaging.reset();
+}
+
+void vesk::standin::noteSync(bool wanted) {
+    isSyncWanted = wanted;
+}
+
+void vesk::standin::notePath(const char* text) {
+    if (openStaging) openStaging->names.note(text);
 }
 
 std::optional<Leftover> vesk::standin::takeLeftover() {

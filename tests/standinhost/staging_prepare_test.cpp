@@ -310,8 +310,11 @@ TEST(Prepare, ReportsParentsThatCannotBeCreated) {
 TEST(Prepare, ReportsADestinationThatCannotBeInspected) {
     const TempDir dir;
     fs::create_symlink("loop", dir / "loop");
+    std::string longPath = "out";
+    while (longPath.size() < 4096)
+        longPath += "/.";
     for (const std::string& destination :
-         {std::string(256, 'a'), std::string("loop/out"), std::string("missing/..")}) {
+         {std::string(256, 'a'), std::string("loop/out"), std::string("missing/.."), longPath}) {
         SCOPED_TRACE(destination);
         const StagingResult prepared = prepare(dir / destination, true);
         EXPECT_FALSE(prepared.ok);

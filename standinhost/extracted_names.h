@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// What an extraction has made, so that it is noticed when some of it is gone before the commit.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vesk::standin {
+
+/// Collects the names that are extracted, 8 bytes for each, and compares their number with what is
+/// on disk. That costs a fraction of extracting them.
+class ExtractedNames {
+public:
+    /// Notes a name as the archive gives it. A name that is noted again counts once.
+    void note(std::string_view name);
+
+    /// Tells whether at least as many entries as were noted are below the open directory `tree`,
+    /// and none of its directories changes meanwhile. Directories that cannot be read count as
+    /// whole.
+    bool areIn(int tree);
+
+private:
+    void noteNormal(std::string_view name);
+
+    std::vector<std::uint64_t> hashes_;
+    std::string last_;
+    std::string lastDirectory_;
+};
+
+}  // namespace vesk::standin
