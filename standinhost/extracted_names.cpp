@@ -16,12 +16,6 @@ namespace vesk::standin {
 
 namespace {
 
-/// A directory of the tree, and when it was changed last before it was read.
-struct ReadDirectory {
-    std::string name;  ///< below the tree, with a slash at its end; empty for the tree itself
-    timespec changed;
-};
-
 /// Tells whether the name is in its normal form, or may be: names with a component that begins with
 /// a dot are not looked at closer.
 bool isNormal(std::string_view name) {
@@ -32,7 +26,7 @@ bool isNormal(std::string_view name) {
 timespec changeOf(Entry entry) {
     struct stat status {};
     fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW);
-    return status.st_ctim;
+    return status.st_mtim;
 }
 
 /// Returns the directory's name for a system call.
@@ -68,24 +62,26 @@ bool ExtractedNames::areIn(int tree) {
     hashes_.erase(std::unique(hashes_.begin(), hashes_.end()), hashes_.end());
 
     std::size_t count = 0;
-    std::vector<ReadDirectory> directories = {{"", changeOf({tree, "."})}};
-    for (std::size_t index = 0; index < directories.size(); ++index) {
-        const std::string name = directories[index].name;
+    directories_ = {{"", changeOf({tree, "."})}};
+    for (std::size_t index = 0; index < directories_.size(); ++index) {
+        const std::string name = directories_[index].name;
         const FileDescriptor directory = openDirectory({tree, pathOf(name).c_str()});
         if (!directory) return errno == EACCES;
         NameReader names(directory.number());
         while (const char* entry = names.next()) {
             ++count;
             if (!names.isDirectory()) continue;
-            directories.push_back({name + entry + '/', changeOf({directory.number(), entry})});
+            directories_.push_back({name + entry + '/', changeOf({directory.number(), entry})});
         }
     }
-    const auto isUnchanged = [tree](const ReadDirectory& read) {
-        const timespec now = changeOf({tree, pathOf(read.name).c_str()});
-        return now.tv_sec == read.changed.tv_sec && now.tv_nsec == read.changed.tv_nsec;
-    };
-    return count >= hashes_.size() &&
-           std::all_of(directories.begin(), directories.end(), isUnchanged);
+    return count >= hashes_.size();
+}
+
+bool ExtractedNames::areUnchanged(int tree) const {
+    return std::all_of(directories_.begin(), directories_.end(), [tree](const auto& directory) {
+        const timespec now = changeOf({tree, pathOf(directory.name).c_str()});
+        return now.tv_sec == directory.changed.tv_sec && now.tv_nsec == directory.changed.tv_nsec;
+    });
 }
 
 }  // namespace vesk::standin

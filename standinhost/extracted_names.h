@@ -18,14 +18,23 @@ public:
     /// Notes a name as the archive gives it. A name that is noted again counts once.
     void note(std::string_view name);
 
-    /// Tells whether at least as many entries as were noted are below the open directory `tree`,
-    /// and none of its directories changes meanwhile. Directories that cannot be read count as
-    /// whole.
+    /// Tells whether at least as many entries as were noted are below the open directory `tree`.
+    /// Directories that cannot be read count as whole.
     bool areIn(int tree);
 
+    /// Tells whether no directory has gained or lost an entry since areIn looked at it.
+    bool areUnchanged(int tree) const;
+
 private:
+    /// A directory of the tree, and when its entries had changed last before it was read.
+    struct ReadDirectory {
+        std::string name;  ///< below the tree, with a slash at its end; empty for the tree itself
+        timespec changed;
+    };
+
     void noteNormal(std::string_view name);
 
+    std::vector<ReadDirectory> directories_;
     std::vector<std::uint64_t> hashes_;
     std::string last_;
     std::string lastDirectory_;

@@ -30,6 +30,8 @@ namespace fs = std::filesystem;
 using namespace vesk::standin;
 
 constexpr const char* treeName = "tree";
+/// The tree's name from the commit on, by which nobody who was told its path meets it.
+constexpr const char* movedName = "moved";
 constexpr const char* cannotMove = "Cannot move extracted files to destination";
 constexpr const char* cannotFlush = "Cannot flush extracted files";
 
@@ -54,6 +56,7 @@ struct Staging {
     Entry directoryEntry() const { return {destination.parent.number(), name.c_str()}; }
     Entry replacedEntry() const { return {destination.parent.number(), replacedName.c_str()}; }
     Entry treeEntry() const { return {directory.number(), treeName}; }
+    Entry movedEntry() const { return {directory.number(), movedName}; }
 };
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): one for each thread
@@ -166,19 +169,26 @@ const char* prepare(const fs::path& path, Staging& staging) {
     return staging.path.empty() ? "Cannot create staging directory" : nullptr;
 }
 
-/// Tells whether everything is where it was prepared: the destination in its parent directory, the
-/// staging directory beside it, and the tree in that.
+/// Tells whether the destination is in the directory for which staging was prepared, and the
+/// staging directory beside it.
 bool isInPlace(const Staging& staging, const fs::path& path) {
     Destination destination;
     return findDestination(path, nullptr, destination) == nullptr &&
            destination.name == staging.destination.name &&
            isOpenAs({destination.parent.number(), "."}, staging.destination.parent.number()) &&
-           isOpenAs(staging.directoryEntry(), staging.directory.number()) &&
-           isOpenAs(staging.treeEntry(), staging.tree.number());
+           isOpenAs(staging.directoryEntry(), staging.directory.number());
+}
+
+/// Renames the tree and tells whether it is the one that was made, with all that was extracted.
+bool completeTree(Staging& staging) {
+    const Entry tree = staging.treeEntry();
+    const Entry complete = staging.movedEntry();
+    return renameat(tree.directory, tree.name, complete.directory, complete.name) == 0 &&
+           isOpenAs(complete, staging.tree.number()) && staging.names.areIn(staging.tree.number());
 }
 
 Placement place(const Staging& staging) {
-    const Entry tree = staging.treeEntry();
+    const Entry tree = staging.movedEntry();
     const Entry target = staging.destination.entry();
     return staging.overwrite ? replaceTree(tree, target, staging.replacedEntry())
                              : placeNewTree(tree, target);
@@ -204,16 +214,20 @@ const char* messageOf(Placement placement) {
 
 /// Commits staging. Returns the message of a failure, null when there is none.
 const char* commit(Staging& staging, const fs::path& path) {
-    if (!isInPlace(staging, path) || !staging.names.areIn(staging.tree.number())) return cannotMove;
+    if (!isInPlace(staging, path) || !completeTree(staging)) return cannotMove;
     const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
 
     const Placement placed = place(staging);
     if (placed == Placement::oldTreeIsAside) leftover = std::move(staging.oldTreeLeft);
     if (placed != Placement::done) return messageOf(placed);
-    if (!staging.sync || fsync(parent.number()) == 0) return nullptr;
-    takeBackTree(staging.treeEntry(), staging.destination.entry());
-    return cannotFlush;
+
+    // Who was removing files when the tree was moved goes on removing them.
+    const bool isWhole = staging.names.areUnchanged(staging.tree.number());
+    const bool isFlushed = !staging.sync || fsync(parent.number()) == 0;
+    if (isWhole && isFlushed) return nullptr;
+    takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry());
+    return isWhole ? cannotFlush : cannotMove;
 }
 
 /// Stores `message`, if there is one, as the error; true when there is none.

@@ -113,17 +113,22 @@ Placement replaceInTwoSteps(Entry tree, Entry target, Entry aside, int attempt) 
     if (const int error = move(target, aside, 0)) return afterFailedMove(error);
 
     const Placement placed = placeNewTree(tree, target);
-    if (placed != Placement::done && placed != Placement::targetExists)
-        return restore(target, aside);
-    const bool isDisposed = dispose(aside, tree.directory, attempt);
-    return isDisposed || placed == Placement::done ? placed : Placement::failed;
+    if (placed == Placement::done) {
+        move(aside, tree, 0);
+        return placed;
+    }
+    if (placed != Placement::targetExists) return restore(target, aside);
+    return dispose(aside, tree.directory, attempt) ? placed : Placement::failed;
+}
+
+bool isUnsupported(int error) {
+    return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
 }
 
 Placement exchangeTrees(Entry tree, Entry target, Entry aside, int attempt) {
     if (!adoptPermissions(tree, target)) return Placement::failed;
     const int error = move(tree, target, RENAME_EXCHANGE);
-    const bool isUnsupported = error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
-    if (isUnsupported) return replaceInTwoSteps(tree, target, aside, attempt);
+    if (isUnsupported(error)) return replaceInTwoSteps(tree, target, aside, attempt);
     return error == 0 ? Placement::done : afterFailedMove(error);
 }
 
@@ -169,8 +174,9 @@ Placement replaceTree(Entry tree, Entry target, Entry aside) {
     return Placement::failed;
 }
 
-void takeBackTree(Entry tree, Entry target) {
-    move(target, tree, isThere(tree) ? RENAME_EXCHANGE : 0);
+void takeBackTree(Entry tree, Entry target, Entry aside) {
+    const int error = move(target, tree, isThere(tree) ? RENAME_EXCHANGE : 0);
+    if (isUnsupported(error)) replaceInTwoSteps(tree, target, aside, 0);
 }
 
 }  // namespace vesk::standin

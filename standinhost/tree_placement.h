@@ -26,6 +26,6 @@ Placement placeNewTree(Entry tree, Entry target);
 Placement replaceTree(Entry tree, Entry target, Entry aside);
 
 /// Undoes a placement: moves the tree back to `tree`, and what is there by now to `target`.
-void takeBackTree(Entry tree, Entry target);
+void takeBackTree(Entry tree, Entry target, Entry aside);
 
 }  // namespace vesk::standin

@@ -164,7 +164,7 @@ const std::vector<Change> changes = {
      [](const fs::path& root) { fs::resize_file(root / "packed", 20); },
      "Cannot read file: ROOT/packed"},
     {"StagingDirectoryVanishes", false, "packed", "create work/STAGING/large", removeStaging,
-     "done"},
+     "Cannot create TAR entry directory"},
     {"DirectoryOfAFileVanishesOnceItIsMade", false, "nested", "create work/STAGING/deep/large",
      removeStaging, "Cannot write TAR entry", 2},
 };

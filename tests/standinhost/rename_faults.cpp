@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -34,7 +35,8 @@ extern "C" int renameat2(int fromDirectory, const char* from, int toDirectory, c
 
 extern "C" int renameat(int fromDirectory, const char* from, int toDirectory,
                         const char* to) noexcept {
-    if (active != nullptr) {
+    const bool staysInside = std::strcmp(from, "tree") == 0 && std::strcmp(to, "moved") == 0;
+    if (active != nullptr && !staysInside) {
         ++active->renameCalls;
         errno = active->beforeRename ? active->beforeRename(from, to) : 0;
         if (errno != 0) return -1;

@@ -15,7 +15,8 @@ public:
     RenameFaults(const RenameFaults&) = delete;
     RenameFaults& operator=(const RenameFaults&) = delete;
 
-    /// Called, when set, before each call; its result is the errno to fail with, 0 to go on.
+    /// Called, when set, before each call but the rename inside the staging directory; its result
+    /// is the errno to fail with, 0 to go on.
     std::function<int()> beforeExchange;
     std::function<int(const std::string& from, const std::string& to)> beforeRename;
     /// Called, when set, in place of each flush of the "file system" or a "directory": 0 or -1.

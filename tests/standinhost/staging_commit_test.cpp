@@ -310,7 +310,7 @@ TEST(Commit, SucceedsAndTellsWhereTheOldTreeCannotBeDeletedCompletely) {
     EXPECT_EQ(left.substr(0, left.size() - 6), expected);
     const fs::path rest = left.substr(std::string("a rest in ").size());
     EXPECT_EQ(treeAt(rest),
-              (Tree{{"tree", "/"}, {"tree/foreign", "/"}, {"tree/foreign/old", "old"}}));
+              (Tree{{"moved", "/"}, {"moved/foreign", "/"}, {"moved/foreign/old", "old"}}));
     EXPECT_EQ(treeAt(dir / "parent/out"), (Tree{{"new", "new"}}));
 }
 
@@ -376,8 +376,8 @@ TEST(Commit, DeletesNothingThatIsMountedInTheOldTree) {
         writeFile(dir / "out/sub/memory/file", "kept");
         const std::string told = leftOverAfterReplacing(dir / "out");
         const fs::path rest = told.substr(std::string("a rest in ").size());
-        return readFile(rest / "tree/sub/memory/file") + readFile(rest / "tree/sub/bound/file") +
-               readFile(rest / "tree/bound file");
+        return readFile(rest / "moved/sub/memory/file") + readFile(rest / "moved/sub/bound/file") +
+               readFile(rest / "moved/bound file");
     });
     EXPECT_EQ(left, "keptkeptkept");
     EXPECT_EQ(readFile(dir / "kept/file"), "kept");

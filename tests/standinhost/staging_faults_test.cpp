@@ -121,7 +121,7 @@ TEST(CommitWithoutExchange, KeepsTheOldTreeUnderATellingNameInBetween) {
     const std::string aside = ".out.vesk-replaced-" + name.substr(name.size() - 6);
     ASSERT_GE(moves.size(), 2U);
     EXPECT_EQ(moves[0], "out " + aside);
-    EXPECT_EQ(moves[1], "tree out");
+    EXPECT_EQ(moves[1], "moved out");
 }
 
 TEST(CommitWithoutExchange, ReplacesWhatTakesTheFreePlaceInBetween) {
@@ -134,7 +134,7 @@ TEST(CommitWithoutExchange, ReplacesWhatTakesTheFreePlaceInBetween) {
         refuseExchanges(faults);
         int placings = 0;
         faults.beforeRename = [&](const std::string& from, const std::string&) {
-            if (from == "tree" && ++placings <= 3) makeAt(dir / "out", row.kind);
+            if (from == "moved" && ++placings <= 3) makeAt(dir / "out", row.kind);
             return 0;
         };
         EXPECT_TRUE(commit(staging, dir / "out").ok);
@@ -154,7 +154,7 @@ TEST(CommitWithoutExchange, PutsTheOldTreeBackWhenTheNewOneCannotBeMoved) {
         RenameFaults faults;
         refuseExchanges(faults);
         faults.beforeRename = [&](const std::string& from, const std::string&) {
-            return from == "tree" ? EIO : 0;
+            return from == "moved" ? EIO : 0;
         };
         expectMoveFailure(commit(staging, dir / "out"));
         EXPECT_EQ(faults.renameCalls, 3);
@@ -200,13 +200,13 @@ TEST(CommitWithoutExchange, OverwritesNothingWithTheOldTree) {
     makeAt(dir / "out", Kind::file);
     const fs::path staging = stageNewTree(dir / "out", true);
     const std::string name = directoryOf(staging).filename();
-    writeFile(dir / (".out.vesk-replaced-" + name.substr(name.size() - 6)), "somebody's");
-    const Tree before = treeAt(dir.path());
+    const std::string aside = ".out.vesk-replaced-" + name.substr(name.size() - 6);
+    writeFile(dir / aside, "somebody's");
     RenameFaults faults;
     refuseExchanges(faults);
     expectMoveFailure(commit(staging, dir / "out"));
     EXPECT_EQ(faults.renameCalls, 0);
-    EXPECT_EQ(treeAt(dir.path()), before);
+    EXPECT_EQ(treeAfterRemoval(dir, staging), (Tree{{"out", "old"}, {aside, "somebody's"}}));
 }
 
 TEST(CommitRace, RefusesWhatAppearsAtTheLastMoment) {
@@ -372,6 +372,36 @@ TEST(CommitWithSync, TakesBackWhatCannotBeFlushed) {
             EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
             EXPECT_EQ(treeAfterRemoval(dir, staging), before);
         }
+    }
+}
+
+TEST(CommitWithSync, TakesBackWhatCannotBeFlushedWithoutExchange) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const Tree before = treeAt(dir.path());
+    const fs::path staging = stageWithSync(dir / "out");
+    RenameFaults faults;
+    refuseExchanges(faults);
+    faults.flush = [&](const std::string& what) { return what == "directory" ? -1 : 0; };
+    EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+    EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+}
+
+TEST(CommitRace, TakesBackATreeFromWhichAFileIsRemovedAtTheLastMoment) {
+    for (const Kind existing : {Kind::nothing, Kind::tree}) {
+        const TempDir dir;
+        makeAt(dir / "out", existing);
+        const Tree before = treeAt(dir.path());
+        const fs::path staging = stageNewTree(dir / "out", true);
+        const fs::path file = directoryOf(staging) / "moved/new";
+        RenameFaults faults;
+        faults.beforeExchange = [&] { return fs::remove(file) ? 0 : 0; };
+        faults.beforeRename = [&](const std::string&, const std::string&) {
+            fs::remove(file);
+            return 0;
+        };
+        expectMoveFailure(commit(staging, dir / "out"));
+        EXPECT_EQ(treeAfterRemoval(dir, staging), before);
     }
 }
 
