@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// A program that runs beside the test.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace vesk::testing {
+
+/// Whether the system can exchange two directories in one step, or is made to refuse it.
+enum class Exchange { possible, refused };
+
+/// How a program ended, and what it wrote to standard error.
+struct ProgramEnd {
+    int status;  ///< the exit status; -1 when a signal ended it
+    std::string errors;
+};
+
+/// Runs `command`, whose first word is the program's path, from construction on, as the user with
+/// the id `user` when that is not 0.
+class RunningProgram {
+public:
+    explicit RunningProgram(const std::vector<std::string>& command,
+                            Exchange exchange = Exchange::possible, uid_t user = 0);
+    RunningProgram(RunningProgram&& other) noexcept;
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+    /// Waits for the end.
+    ~RunningProgram();
+
+    bool isRunning() const;
+
+    /// Waits for the end and returns it.
+    ProgramEnd end();
+
+private:
+    pid_t process_ = -1;
+    int errors_ = -1;
+};
+
+}  // namespace vesk::testing
