@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
-// Running a trial in a process of its own: the child sends its verdict through a pipe.
+// Running a trial in a process of its own: the child sends its verdict through a pipe. Processes
+// that the library starts inherit the pipe, so that a verdict has an end of its own and the pipe's
+// end means nothing.
 #include "hostcheck/child_process.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -16,6 +20,8 @@
 #include <string>
 #include <system_error>
 
+#include "hostcheck/signal_queue.h"
+
 namespace vesk::hostcheck {
 
 namespace {
@@ -25,50 +31,143 @@ using Clock = std::chrono::steady_clock;
 // The first byte of a verdict; nothing at all comes from a child that did not get that far.
 constexpr char holds = '+';
 constexpr char deviates = '-';
-/// Between the two texts of a deviation, which contain none: they are made for a report.
-constexpr char separator = '\0';
+/// Ends each of the two texts of a verdict, which contain none: they are made for a report.
+constexpr char textEnd = '\0';
 
 constexpr const char* anEnd = "that the call returns";
 
-std::string verdictOn(const Deviation& deviation) {
-    return deviates + deviation.expected + separator + deviation.came;
+std::string verdictOf(char kind, const Deviation& deviation) {
+    return kind + deviation.expected + textEnd + deviation.came + textEnd;
 }
 
 std::string verdict(const std::function<void()>& body) {
     try {
         body();
-        return {holds};
+        return verdictOf(holds, {});
     } catch (const Deviation& deviation) {
-        return verdictOn(deviation);
+        return verdictOf(deviates, deviation);
     } catch (const std::exception& exception) {
-        return verdictOn({anEnd, std::string("an exception: ") + exception.what()});
+        return verdictOf(deviates, {anEnd, std::string("an exception: ") + exception.what()});
     } catch (...) {
-        return verdictOn({anEnd, "an exception of an unknown class"});
+        return verdictOf(deviates, {anEnd, "an exception of an unknown class"});
     }
+}
+
+bool isComplete(const std::string& text) {
+    return std::count(text.begin(), text.end(), textEnd) == 2;
 }
 
 /// A runtime's own exit handlers are none of ours: the child leaves without them.
 [[noreturn]] void runChild(const std::function<void()>& body, int pipeEnd) {
+    setpgid(0, 0);
+    signalQueue().release();
     dup2(STDERR_FILENO, STDOUT_FILENO);
     const std::string text = verdict(body);
     const bool sent = write(pipeEnd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     _exit(sent ? 0 : 1);
 }
 
-/// Returns all that comes out of the pipe; nothing when it has not been closed by `end`.
-std::optional<std::string> receive(int pipeEnd, Clock::time_point end) {
-    std::string text;
-    std::array<char, 4096> piece{};
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-        pollfd ready{pipeEnd, POLLIN, 0};
-        const int count = left.count() <= 0 ? 0 : poll(&ready, 1, static_cast<int>(left.count()));
-        if (count == 0) return std::nullopt;
-        if (count < 0 && errno == EINTR) continue;
-        const ssize_t length = read(pipeEnd, piece.data(), piece.size());
-        if (length <= 0) return text;
-        text.append(piece.data(), static_cast<std::size_t>(length));
+/// A child process with a group of its own, which ends with this object, and what comes from it.
+class TrialProcess {
+public:
+    explicit TrialProcess(const std::function<void()>& body);
+    TrialProcess(const TrialProcess&) = delete;
+    TrialProcess& operator=(const TrialProcess&) = delete;
+    ~TrialProcess();
+
+    /// Returns the verdict, or what there is of it when the child has ended; nothing when neither
+    /// has come by `end`.
+    std::optional<std::string> receive(Clock::time_point end);
+
+    /// Ends all that runs in the group and returns the child's status.
+    int end();
+
+private:
+    bool hasEnded() const;
+    void readAvailable(std::string& text);
+    bool waitForMore(Clock::time_point end) const;
+
+    pid_t child_ = -1;
+    /// -1 after its end.
+    int pipeEnd_ = -1;
+};
+
+TrialProcess::TrialProcess(const std::function<void()>& body) {
+    signalQueue();
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    pipeEnd_ = ends[0];
+    std::fflush(nullptr);
+    child_ = fork();
+    if (child_ == 0) {
+        close(ends[0]);
+        runChild(body, ends[1]);
     }
+    const int error = errno;
+    close(ends[1]);
+    if (child_ == -1) {
+        close(ends[0]);
+        throw std::system_error(error, std::generic_category(), "fork");
+    }
+    // Here as well as in the child, whichever comes first.
+    setpgid(child_, child_);
+    fcntl(pipeEnd_, F_SETFL, O_NONBLOCK);
+}
+
+TrialProcess::~TrialProcess() {
+    end();
+    if (pipeEnd_ != -1) close(pipeEnd_);
+}
+
+bool TrialProcess::hasEnded() const {
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOHANG | WNOWAIT);
+    return info.si_pid == child_;
+}
+
+void TrialProcess::readAvailable(std::string& text) {
+    std::array<char, 4096> piece{};
+    ssize_t length = 0;
+    while (pipeEnd_ != -1 && (length = read(pipeEnd_, piece.data(), piece.size())) > 0)
+        text.append(piece.data(), static_cast<std::size_t>(length));
+    if (pipeEnd_ == -1 || length != 0) return;
+    close(pipeEnd_);
+    pipeEnd_ = -1;
+}
+
+/// Tells whether it is worth looking again.
+bool TrialProcess::waitForMore(Clock::time_point end) const {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    std::array<pollfd, 2> sources = {
+        {{pipeEnd_, POLLIN, 0}, {signalQueue().descriptor(), POLLIN, 0}}};
+    const int count =
+        poll(sources.data(), sources.size(), static_cast<int>(std::max(left.count(), 0L)));
+    signalQueue().take();
+    return count != 0;
+}
+
+std::optional<std::string> TrialProcess::receive(Clock::time_point end) {
+    std::string text;
+    for (;;) {
+        // Looked at first: all that an ended child has sent can be read by then.
+        const bool ended = hasEnded();
+        readAvailable(text);
+        if (ended || isComplete(text)) return text;
+        if (!waitForMore(end)) return std::nullopt;
+    }
+}
+
+int TrialProcess::end() {
+    if (child_ == -1) return 0;
+    // Before the child is waited for: until then no other group can have its number.
+    kill(-child_, SIGKILL);
+    kill(child_, SIGKILL);
+    int status = 0;
+    while (waitpid(child_, &status, 0) == -1 && errno == EINTR) {
+    }
+    child_ = -1;
+    return status;
 }
 
 std::string howItEnded(int status) {
@@ -78,33 +177,18 @@ std::string howItEnded(int status) {
 }
 
 std::optional<Deviation> judged(const std::string& text, int status) {
-    if (text.empty()) return Deviation{anEnd, howItEnded(status)};
+    if (!isComplete(text)) return Deviation{anEnd, howItEnded(status)};
     if (text.front() == holds) return std::nullopt;
-    const std::size_t middle = text.find(separator);
-    return Deviation{text.substr(1, middle - 1), text.substr(middle + 1)};
+    const std::size_t middle = text.find(textEnd);
+    return Deviation{text.substr(1, middle - 1), text.substr(middle + 1, text.size() - middle - 2)};
 }
 
 }  // namespace
 
 std::optional<Deviation> deviationInChild(const std::function<void()>& body, unsigned seconds) {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child == -1) throw std::system_error(errno, std::generic_category(), "fork");
-    if (child == 0) {
-        close(ends[0]);
-        runChild(body, ends[1]);
-    }
-    close(ends[1]);
-    const auto text = receive(ends[0], Clock::now() + std::chrono::seconds(seconds));
-    close(ends[0]);
-
-    if (!text) kill(child, SIGKILL);
-    int status = 0;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    if (text) return judged(*text, status);
+    TrialProcess trial(body);
+    const auto text = trial.receive(Clock::now() + std::chrono::seconds(seconds));
+    if (text) return judged(*text, trial.end());
     return Deviation{anEnd, "no return within " + std::to_string(seconds) + " seconds"};
 }
 

@@ -39,7 +39,7 @@ struct Requirement {
     /// Reads on from the function's name.
     const char* promise = nullptr;
     void (*check)(const Trial& trial) = nullptr;
-    /// Until the trial counts as hanging.
+    /// Timeout in seconds.
     unsigned seconds = 20;
 };
 
