@@ -2,13 +2,15 @@
 // vesk-host-check: puts a runtime library to the test as a host of the archive module.
 //
 // Exit status: 0 every requirement holds; 1 one does not; 2 wrong usage; 3 the library cannot be
-// loaded, lacks a function, or cannot be tried out.
+// loaded, lacks a function, or cannot be tried out. SIGINT, SIGTERM and SIGHUP end the program as
+// usual, but what it made for trials is removed first.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string_view>
 
 #include "hostcheck/report.h"
+#include "hostcheck/signal_queue.h"
 
 using namespace vesk::hostcheck;
 
@@ -59,7 +61,10 @@ int run(std::string_view word) {
 
 int main(int argc, char** argv) {
     try {
+        signalQueue();
         return argc == 2 ? run(argv[1]) : complainOfUsage();
+    } catch (const Interrupted& interrupted) {
+        endBy(interrupted.signal);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "vesk-host-check: %s\n", failure.what());
         return cannotCheck;

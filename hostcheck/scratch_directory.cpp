@@ -28,7 +28,9 @@ bool isOnAnotherFileSystem(const fs::path& one, const fs::path& other) {
 }  // namespace
 
 ScratchDirectory::ScratchDirectory(const fs::path& parent) {
-    std::string name = (parent / "vesk-host-check-XXXXXX").native();
+    // The process's number tells whose it is, should a killed one leave it behind.
+    const std::string prefix = "vesk-host-check-" + std::to_string(getpid());
+    std::string name = (parent / (prefix + "-XXXXXX")).native();
     if (mkdtemp(name.data()) == nullptr) {
         throw fs::filesystem_error("cannot make a directory for trials", parent,
                                    std::error_code(errno, std::generic_category()));

@@ -6,9 +6,20 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 
 namespace vesk::hostcheck {
+
+namespace {
+
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
+}  // namespace
 
 SignalQueue::SignalQueue() {
     // Whoever ignores it, as the program's starter may, has no child to wait for.
@@ -16,6 +27,8 @@ SignalQueue::SignalQueue() {
     sigset_t held;
     sigemptyset(&held);
     sigaddset(&held, SIGCHLD);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        if (!isIgnored(signal)) sigaddset(&held, signal);
     sigprocmask(SIG_BLOCK, &held, &maskBefore_);
     descriptor_ = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
     if (descriptor_ == -1) throw std::system_error(errno, std::generic_category(), "signalfd");
@@ -24,6 +37,8 @@ SignalQueue::SignalQueue() {
 void SignalQueue::take() const {
     signalfd_siginfo signal{};
     while (read(descriptor_, &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
+        const int number = static_cast<int>(signal.ssi_signo);
+        if (number != SIGCHLD) throw Interrupted{number};
     }
 }
 
@@ -35,6 +50,16 @@ void SignalQueue::release() const {
 const SignalQueue& signalQueue() {
     static const SignalQueue queue;
     return queue;
+}
+
+void endBy(int signal) {
+    std::signal(signal, SIG_DFL);
+    sigset_t released;
+    sigemptyset(&released);
+    sigaddset(&released, signal);
+    sigprocmask(SIG_UNBLOCK, &released, nullptr);
+    std::raise(signal);
+    std::abort();
 }
 
 }  // namespace vesk::hostcheck

@@ -6,8 +6,14 @@
 
 namespace vesk::hostcheck {
 
-/// Holds back SIGCHLD from its making on, so that an end of a child cannot be missed between a look
-/// and a wait. There is one in the program.
+/// Thrown when a signal that waited asks the program to end.
+struct Interrupted {
+    int signal;
+};
+
+/// Holds back, from its making on, SIGCHLD and those of SIGINT, SIGTERM and SIGHUP that are not
+/// ignored. So an end of a child cannot be missed between a look and a wait, and what is to be
+/// cleaned up is cleaned up before the program ends. There is one in the program.
 class SignalQueue {
 public:
     /// Throws std::system_error when signals cannot be read.
@@ -19,7 +25,7 @@ public:
     /// A descriptor that is ready for reading while a signal waits.
     int descriptor() const { return descriptor_; }
 
-    /// Takes the signals that wait.
+    /// Takes the signals that wait. Throws Interrupted when one of them is to end the program.
     void take() const;
 
     /// Gives this process, a child, the signals as the program got them at its start.
@@ -32,5 +38,8 @@ private:
 
 /// The program's queue, made by the first call.
 const SignalQueue& signalQueue();
+
+/// Ends the program by `signal`, one that waited, as it would have ended without a queue.
+[[noreturn]] void endBy(int signal);
 
 }  // namespace vesk::hostcheck

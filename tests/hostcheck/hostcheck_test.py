@@ -9,6 +9,7 @@ import concurrent.futures
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import tempfile
 import unittest
@@ -277,6 +278,50 @@ class Libraries(unittest.TestCase):
             result = run(STANDIN_HOST)
         self.assertEqual(result.status, 3)
         self.assertIn("vesk-host-check: ", result.err)
+
+
+class Interruptions(unittest.TestCase):
+    """The program is sent signals while a trial hangs."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def start(self, **more):
+        """Returns the program and the number of the hanging process."""
+        program = subprocess.Popen(
+            [PROGRAM, WRONG_HOST], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+            env=os.environ | {"VESK_DEFECT": "raise hangs", "TMPDIR": str(self.directory)}, **more)
+        return program, int(program.stderr.readline())
+
+    def scratch(self, program):
+        name = f"vesk-host-check-{program.pid}-*"
+        return [*self.directory.glob(name), *pathlib.Path("/dev/shm").glob(name)]
+
+    def test_a_signal_ends_the_program_and_leaves_nothing_behind(self):
+        for number in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
+            with self.subTest(signal=number):
+                program, hanging = self.start()
+                self.assertNotEqual(self.scratch(program), [])
+                program.send_signal(number)
+                out, _ = program.communicate(timeout=PATIENCE)
+                self.assertEqual(program.returncode, -number)
+                self.assertIn("pass  inflateRaw: is exported\n", out)
+                self.assertEqual(self.scratch(program), [])
+                self.assertEqual(os.listdir(self.directory), [])
+                self.assertFalse(os.path.exists(f"/proc/{hanging}"))
+
+    def test_an_ignored_signal_stays_ignored(self):
+        def ignore():
+            signal.signal(signal.SIGHUP, signal.SIG_IGN)
+
+        program, _ = self.start(preexec_fn=ignore)
+        # Waiting signals are taken in the order of their numbers.
+        program.send_signal(signal.SIGHUP)
+        program.send_signal(signal.SIGTERM)
+        program.communicate(timeout=PATIENCE)
+        self.assertEqual(program.returncode, -signal.SIGTERM)
 
 
 class Usage(unittest.TestCase):

@@ -39,6 +39,13 @@ Function* standIn(Function* function) {
 
 const char* keptMessage = nullptr;
 
+/// Says which process it is that hangs.
+void hang() {
+    std::fprintf(stderr, "%d\n", static_cast<int>(getpid()));
+    for (;;)
+        pause();
+}
+
 /// Like a runtime that has a process of its own for something, which has all files open that it
 /// has.
 void startHelper() {
@@ -59,7 +66,7 @@ void doWrongAfterRaise(std::string_view message) {
     if (has("raise aborts beside a helper process")) startHelper();
     if (has("raise aborts") || has("raise aborts beside a helper process")) std::abort();
     if (has("raise exits")) _exit(0);
-    if (has("raise hangs")) pause();
+    if (has("raise hangs")) hang();
 }
 
 bool isAscii(std::string_view text) {
