@@ -2,13 +2,14 @@
 // vesk-host-check: puts a runtime library to the test as a host of the archive module.
 //
 // Exit status: 0 every requirement holds; 1 one does not; 2 wrong usage; 3 the library cannot be
-// loaded, lacks a function, or cannot be tried out. SIGINT, SIGTERM and SIGHUP end the program as
-// usual, but what it made for trials is removed first.
+// loaded, lacks a function, or cannot be tried out, or the report cannot be written. SIGINT,
+// SIGTERM and SIGHUP end the program as usual, but what it made for trials is removed first.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string_view>
 
+#include "hostcheck/output.h"
 #include "hostcheck/report.h"
 #include "hostcheck/signal_queue.h"
 
@@ -30,7 +31,8 @@ constexpr const char* help =
     "\n"
     "Prints one line for each requirement: pass, or FAIL with what was expected and what\n"
     "came. Lines with note are advice. Exit status: 0 every requirement holds; 1 one does\n"
-    "not; 2 wrong usage; 3 the library cannot be loaded or lacks a function.\n";
+    "not; 2 wrong usage; 3 the library cannot be loaded or lacks a function, or the\n"
+    "report cannot be written.";
 
 int complainOfUsage() {
     std::fputs("vesk-host-check: name one library\nTry 'vesk-host-check --help'.\n", stderr);
@@ -51,8 +53,8 @@ int check(const char* library) {
 }
 
 int run(std::string_view word) {
-    if (word == "--help") return std::fputs(help, stdout), allHold;
-    if (word == "--version") return std::puts("vesk-host-check " VESK_HOST_CHECK_VERSION), allHold;
+    if (word == "--help") return printLine(help), allHold;
+    if (word == "--version") return printLine("vesk-host-check " VESK_HOST_CHECK_VERSION), allHold;
     if (word.empty() || word.front() == '-') return complainOfUsage();
     return check(word.data());
 }
@@ -61,6 +63,7 @@ int run(std::string_view word) {
 
 int main(int argc, char** argv) {
     try {
+        occupyStandardDescriptors();
         signalQueue();
         return argc == 2 ? run(argv[1]) : complainOfUsage();
     } catch (const Interrupted& interrupted) {

@@ -2,13 +2,13 @@
 // Runs the trials and prints what comes out.
 #include "hostcheck/report.h"
 
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "hostcheck/child_process.h"
+#include "hostcheck/output.h"
 #include "hostcheck/requirement.h"
 #include "hostcheck/scratch_directory.h"
 
@@ -34,12 +34,13 @@ void Report::print(Weight weight, const char* function, const char* promise,
     const bool isAdvice = weight == Weight::advice;
     if (!isAdvice) ++requirements;
     if (!isAdvice && deviation) ++failures;
-    std::printf("%s  %s: %s", deviation ? (isAdvice ? "note" : "FAIL") : "pass", function, promise);
+    std::string line = deviation ? (isAdvice ? "note" : "FAIL") : "pass";
+    line.append("  ").append(function).append(": ").append(promise);
     if (deviation) {
-        std::printf("; %s %s; came %s", isAdvice ? "advised" : "expected",
-                    deviation->expected.c_str(), deviation->came.c_str());
+        line += isAdvice ? "; advised " : "; expected ";
+        line += deviation->expected + "; came " + deviation->came;
     }
-    std::puts("");
+    printLine(line);
 }
 
 /// Loading can crash, too, and is nothing that this process should be left with.
@@ -75,26 +76,27 @@ void attempt(const fs::path& library, const Requirement& requirement,
     requirement.check({findFunctions(loadLibrary(library)), places});
 }
 
-void checkRequirement(const fs::path& library, const Requirement& requirement, Report& report) {
+/// Nothing is printed while there are directories: a reader that has gone would end the program.
+std::optional<Deviation> deviationFrom(const Requirement& requirement, const fs::path& library) {
     std::vector<std::unique_ptr<ScratchDirectory>> scratch;
     std::vector<fs::path> places;
     for (const fs::path& parent : scratchParents()) {
         scratch.push_back(std::make_unique<ScratchDirectory>(parent));
         places.push_back(scratch.back()->path());
     }
-    const auto deviation =
-        deviationInChild([&] { attempt(library, requirement, places); }, requirement.seconds);
-    report.print(requirement.weight, requirement.function, requirement.promise, deviation);
+    return deviationInChild([&] { attempt(library, requirement, places); }, requirement.seconds);
 }
 
 void checkRequirements(const fs::path& library, Report& report) {
     for (const auto table : {pendingRequirements(), pathRequirements(), stagingRequirements(),
                              commitRequirements(), checksumRequirements(), inflateRequirements()}) {
-        for (const Requirement& requirement : table)
-            checkRequirement(library, requirement, report);
+        for (const Requirement& requirement : table) {
+            report.print(requirement.weight, requirement.function, requirement.promise,
+                         deviationFrom(requirement, library));
+        }
     }
     // Its handles are the runtime's own: there is none that it could be asked about.
-    std::puts(
+    printLine(
         "note  modeIsOverwrite: is not called here, since only the runtime can make a handle");
 }
 
@@ -106,7 +108,8 @@ Finding reportOn(const fs::path& library) {
     checkPresence(library, report);
     const bool isComplete = report.failures == 0;
     if (isComplete) checkRequirements(library, report);
-    std::printf("%d requirements, %d failed\n", report.requirements, report.failures);
+    printLine(std::to_string(report.requirements) + " requirements, " +
+              std::to_string(report.failures) + " failed");
     if (!isComplete) return Finding::functionsMissing;
     return report.failures == 0 ? Finding::allHold : Finding::someFail;
 }

@@ -11,7 +11,7 @@ enum class Finding { allHold, someFail, functionsMissing };
 
 /// Checks the runtime library at `library`, an absolute path, and prints a line for each
 /// requirement to standard output. Throws std::runtime_error when it cannot be loaded or cannot be
-/// tried out.
+/// tried out, or when a line cannot be written.
 Finding reportOn(const std::filesystem::path& library);
 
 }  // namespace vesk::hostcheck
