@@ -79,13 +79,18 @@ Tree sampleTree() {
 }
 
 void fill(const fs::path& root, const Tree& tree) {
+    const fs::path normal = root.lexically_normal();
     for (const auto& [name, content] : tree) {
         if (name.ends_with('/')) {
-            fs::create_directories(root / name);
+            fs::create_directories(normal / name);
         } else {
-            writeFile(root / name, content);
+            writeFile(normal / name, content);
         }
     }
+}
+
+void makeVanish(const fs::path& staging) {
+    fs::remove_all(fs::canonical(staging));
 }
 
 Tree readTree(const fs::path& root) {

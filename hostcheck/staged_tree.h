@@ -36,8 +36,11 @@ void commitSuccessfully(const Trial& trial, const std::filesystem::path& staging
 /// What `fill` writes: nested, hidden and empty files, odd names, an empty directory.
 Tree sampleTree();
 
-/// Writes the tree below `root`, as an extraction does.
+/// Writes the tree below `root`, as an extraction does: below its normal form.
 void fill(const std::filesystem::path& root, const Tree& tree);
+
+/// Removes the staging directory behind the host's back, wherever it is.
+void makeVanish(const std::filesystem::path& staging);
 
 /// Returns what is below `root`; nothing when there is no directory.
 Tree readTree(const std::filesystem::path& root);

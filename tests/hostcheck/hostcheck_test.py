@@ -79,6 +79,8 @@ DEFECTS = [
      set()),
     ("everything may be replaced",
      {PREPARE + "refuses an existing destination that may not be replaced"}, {SPARES}),
+    ("empty destinations are accepted in vain",
+     {PREPARE + "accepts an existing empty directory only if it can be replaced"}, set()),
     ("refusal leaves a directory", {PREPARE + "leaves nothing behind when it refuses"}, set()),
     ("prepare appends to the error text", {REFUSAL_TEXT}, set()),
     ("prepare gives no message", {REFUSAL_TEXT}, set()),
@@ -139,7 +141,11 @@ REQUIREMENTS = len(FUNCTIONS) + len(set().union(*(failing for _, failing, _ in D
 NONE_THERE = f"\n{len(FUNCTIONS)} requirements, {len(FUNCTIONS)} failed\n"
 
 # What a host may do: no line minds it.
-HARMLESS = ["raise starts a helper process"]
+HARMLESS = [
+    "raise starts a helper process",
+    "empty destinations are accepted",
+    "staging is named through a descriptor",
+]
 
 # The end of the line that says what was expected and what came.
 EXPLANATIONS = [

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A host with the one defect that VESK_DEFECT names; in all else it does as the stand-in host does.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -86,11 +87,40 @@ std::string changedText(std::string text) {
     return text;
 }
 
-/// Staging directories that are not where the stand-in host made them, with where those are.
-std::map<std::string, std::string>& moved() {
-    static std::map<std::string, std::string> directories;
-    return directories;
+/// Staging paths that are not those of the stand-in host, with those.
+std::map<std::string, std::string>& renamed() {
+    static std::map<std::string, std::string> paths;
+    return paths;
 }
+
+fs::path standInsName(const fs::path& staging) {
+    const auto found = renamed().find(staging.native());
+    return found == renamed().end() ? staging : fs::path(found->second);
+}
+
+/// Gives the staging directory a name through a descriptor, which is closed as soon as it is of no
+/// use any more.
+class DescriptorName {
+public:
+    static void give(fs::path& staging) {
+        const fs::path real = fs::canonical(staging);
+        descriptor() = open(real.parent_path().c_str(), O_PATH | O_CLOEXEC);
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor());
+        const fs::path name = link / real.filename();
+        renamed()[name.native()] = staging.native();
+        staging = name;
+    }
+    static void close() {
+        if (descriptor() != -1) ::close(descriptor());
+        descriptor() = -1;
+    }
+
+private:
+    static int& descriptor() {
+        static int open = -1;
+        return open;
+    }
+};
 
 bool isStagedElsewhere() {
     return has("staging is copied from elsewhere") || has("staging is renamed from elsewhere");
@@ -99,12 +129,12 @@ bool isStagedElsewhere() {
 void stageElsewhere(fs::path& staging) {
     std::string name = (fs::temp_directory_path() / "wrong-host-XXXXXX").native();
     if (mkdtemp(name.data()) == nullptr) std::abort();
-    moved()[name] = staging.native();
+    renamed()[name] = staging.native();
     staging = name;
 }
 
 bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
-    back = moved()[staging.native()];
+    back = standInsName(staging);
     std::error_code failure;
     if (has("staging is copied from elsewhere")) {
         fs::copy(staging, back, fs::copy_options::recursive, failure);
@@ -115,6 +145,20 @@ bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
     if (failure) error = "cannot bring the files";
     return !failure;
 }
+
+bool isEmptyDirectory(const fs::path& path) {
+    return fs::is_directory(path) && fs::is_empty(path);
+}
+
+bool mayReplace(const fs::path& destination, bool overwrite) {
+    const bool acceptsEmpty =
+        has("empty destinations are accepted") || has("empty destinations are accepted in vain");
+    return overwrite || has("everything may be replaced") ||
+           (acceptsEmpty && isEmptyDirectory(destination));
+}
+
+/// What the last staging directory was made for.
+fs::path lastDestination;
 
 /// Changes the error text as a function must not that `failed` or succeeded.
 void spoil(std::string_view function, bool failed, const std::string& before, std::string& error) {
@@ -159,8 +203,8 @@ void removeFiles(const fs::path& directory) {
         if (!entry.is_directory()) fs::remove(entry);
 }
 
-void removeNeighbours(const fs::path& directory) {
-    for (const auto& entry : fs::directory_iterator(directory.parent_path()))
+void removeNeighbours(const fs::path& destination) {
+    for (const auto& entry : fs::directory_iterator(destination.parent_path()))
         if (!entry.is_directory()) fs::remove(entry);
 }
 
@@ -253,12 +297,13 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
         return true;
     }
     if (has("old tree goes first") && overwrite) fs::remove_all(destination);
-    const bool mayReplace = overwrite || has("everything may be replaced");
-    const bool prepared =
-        standIn(&prepareExtractionStaging)(destination, mayReplace, staging, error);
+    lastDestination = destination;
+    const bool prepared = standIn(&prepareExtractionStaging)(
+        destination, mayReplace(destination, overwrite), staging, error);
     if (!prepared && has("refusal leaves a directory"))
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
+    if (prepared && has("staging is named through a descriptor")) DescriptorName::give(staging);
     if (prepared && has("staging holds a lock file")) std::ofstream(staging / ".lock");
     shared[destination.native()] = staging.native();
     spoil("prepare", !prepared, before, error);
@@ -268,14 +313,17 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
 bool commitExtractionStaging(const fs::path& staging, const fs::path& destination,
                              std::string& error) {
     const std::string before = error;
-    fs::path source = staging;
+    fs::path source = standInsName(staging);
     if (isStagedElsewhere() && !bringBack(staging, source, error)) return false;
     if (has("commit never replaces") && fs::exists(destination)) return false;
+    if (has("empty destinations are accepted in vain") && isEmptyDirectory(destination))
+        return false;
     doWrongBeforeCommit(source, destination);
     if (has("commit drops empty trees") && fs::exists(source) && fs::is_empty(source))
         return fs::remove(source);
     const bool committed = standIn(&commitExtractionStaging)(source, destination, error) ||
                            has("commit claims success");
+    if (committed) DescriptorName::close();
     if (committed && has("commit leaves a file"))
         std::ofstream(destination.parent_path() / ".committed");
     spoil("commit", !committed, before, error);
@@ -285,9 +333,10 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
 void removeExtractionTree(const fs::path& staging) {
     if (has("remove throws") && !fs::exists(staging)) throw std::runtime_error("nothing there");
     if (has("remove keeps directories")) return removeFiles(staging);
-    if (has("remove takes neighbours")) removeNeighbours(staging);
-    if (isStagedElsewhere()) fs::remove_all(moved()[staging.native()]);
-    standIn (&removeExtractionTree)(staging);
+    if (has("remove takes neighbours")) removeNeighbours(lastDestination);
+    if (isStagedElsewhere()) fs::remove_all(staging);
+    standIn (&removeExtractionTree)(standInsName(staging));
+    DescriptorName::close();
 }
 
 }  // namespace vesk::runtime::archives
