@@ -90,6 +90,18 @@ void replacesErrorWhenItFails(const Trial& trial) {
     if (!answer.succeeded) expectReplaced(answer.error);
 }
 
+void keepsTheOldTreeWhenItFails(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    const Tree oldTree = {{"old", "old"}, {"sub/", ""}, {"sub/older", "older"}};
+    fill(destination, oldTree);
+    const fs::path staging = prepareFilled(trial, destination, true);
+    makeVanish(staging);
+    commit(trial, staging, destination);
+    const Tree came = readTree(destination);
+    expect(came == oldTree, "the old tree after a commit whose staging directory has vanished",
+           came.empty() ? "nothing" : "another tree");
+}
+
 void sparesWhatAppeared(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     const fs::path staging = prepareFilled(trial, destination);
@@ -102,7 +114,7 @@ void sparesWhatAppeared(const Trial& trial) {
 constexpr Weight requirement = Weight::requirement;
 constexpr const char* committing = "commitExtractionStaging";
 
-constexpr std::array<Requirement, 9> requirements = {{
+constexpr std::array<Requirement, 10> requirements = {{
     {requirement, committing, "moves everything to the destination", movesEverything},
     {requirement, committing, "moves an empty tree", movesAnEmptyTree},
     {requirement, committing, "leaves nothing to clean up", leavesNothingToCleanUp},
@@ -112,6 +124,7 @@ constexpr std::array<Requirement, 9> requirements = {{
     {requirement, committing, "leaves the error text alone when it succeeds", leavesErrorAlone},
     {requirement, committing, "reports when it cannot move the tree", reportsFailure},
     {requirement, committing, "replaces the error text when it fails", replacesErrorWhenItFails},
+    {requirement, committing, "keeps the old tree when it fails", keepsTheOldTreeWhenItFails},
     {Weight::advice, committing, "spares what appeared at the destination meanwhile",
      sparesWhatAppeared},
 }};

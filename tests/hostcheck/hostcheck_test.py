@@ -43,6 +43,7 @@ REFUSAL_TEXT = PREPARE + "replaces the error text when it refuses"
 SAME_FILE_SYSTEM = PREPARE + "stays on the destination's file system"
 MOVES_EVERYTHING = COMMIT + "moves everything to the destination"
 SPARES = COMMIT + "spares what appeared at the destination meanwhile"
+KEEPS_OLD_TREE = COMMIT + "keeps the old tree when it fails"
 FAILURE_TEXT = COMMIT + "replaces the error text when it fails"
 GZIP_CRC = CRC + "computes the CRC-32 of gzip and inverts nothing"
 COUNTS = CRC + "counts in 64 bits"
@@ -86,7 +87,7 @@ DEFECTS = [
     ("prepare gives no message", {REFUSAL_TEXT}, set()),
     ("prepare leaves the error text", {REFUSAL_TEXT}, set()),
     ("staging is copied from elsewhere", set(), {SAME_FILE_SYSTEM}),
-    ("old tree goes first", set(),
+    ("old tree goes first", {KEEPS_OLD_TREE},
      {PREPARE + "leaves an existing destination as it is until the commit"}),
     ("commit drops empty directories", {MOVES_EVERYTHING}, set()),
     ("commit adds a file", {MOVES_EVERYTHING}, set()),
@@ -101,6 +102,7 @@ DEFECTS = [
     ("commit appends to the error text", {FAILURE_TEXT}, set()),
     ("commit gives no message", {FAILURE_TEXT}, set()),
     ("commit leaves the error text", {FAILURE_TEXT}, set()),
+    ("commit deletes before it renames", {KEEPS_OLD_TREE}, set()),
     ("commit replaces what appeared", set(), {SPARES}),
     ("remove keeps directories", {REMOVE + "removes the whole tree"}, set()),
     ("remove takes neighbours", {REMOVE + "removes nothing else"}, set()),

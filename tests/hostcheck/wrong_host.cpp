@@ -159,6 +159,7 @@ bool mayReplace(const fs::path& destination, bool overwrite) {
 
 /// What the last staging directory was made for.
 fs::path lastDestination;
+bool lastMayReplace = false;
 
 /// Changes the error text as a function must not that `failed` or succeeded.
 void spoil(std::string_view function, bool failed, const std::string& before, std::string& error) {
@@ -298,8 +299,9 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
     }
     if (has("old tree goes first") && overwrite) fs::remove_all(destination);
     lastDestination = destination;
-    const bool prepared = standIn(&prepareExtractionStaging)(
-        destination, mayReplace(destination, overwrite), staging, error);
+    lastMayReplace = mayReplace(destination, overwrite);
+    const bool prepared =
+        standIn(&prepareExtractionStaging)(destination, lastMayReplace, staging, error);
     if (!prepared && has("refusal leaves a directory"))
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
@@ -318,6 +320,7 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
     if (has("commit never replaces") && fs::exists(destination)) return false;
     if (has("empty destinations are accepted in vain") && isEmptyDirectory(destination))
         return false;
+    if (has("commit deletes before it renames") && lastMayReplace) fs::remove_all(destination);
     doWrongBeforeCommit(source, destination);
     if (has("commit drops empty trees") && fs::exists(source) && fs::is_empty(source))
         return fs::remove(source);
