@@ -89,6 +89,16 @@ void fill(const fs::path& root, const Tree& tree) {
     }
 }
 
+Tree oneFile() {
+    return {{"a.txt", "alpha"}};
+}
+
+void extractOneFile(const Trial& trial, const fs::path& destination, bool overwrite) {
+    const fs::path staging = prepare(trial, destination, overwrite);
+    fill(staging, oneFile());
+    commitSuccessfully(trial, staging, destination);
+}
+
 void makeVanish(const fs::path& staging) {
     fs::remove_all(fs::canonical(staging));
 }

@@ -39,6 +39,13 @@ Tree sampleTree();
 /// Writes the tree below `root`, as an extraction does: below its normal form.
 void fill(const std::filesystem::path& root, const Tree& tree);
 
+/// What extractOneFile writes.
+Tree oneFile();
+
+/// Prepares, fills and commits; a failure is a deviation.
+void extractOneFile(const Trial& trial, const std::filesystem::path& destination,
+                    bool overwrite = false);
+
 /// Removes the staging directory behind the host's back, wherever it is.
 void makeVanish(const std::filesystem::path& staging);
 

@@ -35,10 +35,30 @@ void givesAnotherDirectory(const Trial& trial) {
 }
 
 void takesARelativeDestination(const Trial& trial) {
-    const fs::path staging = prepare(trial, "out");
-    fill(staging, {{"a.txt", "alpha"}});
-    commitSuccessfully(trial, staging, "out");
-    expectTree({{"a.txt", "alpha"}}, trial.places.front() / "out");
+    extractOneFile(trial, "out");
+    expectTree(oneFile(), trial.places.front() / "out");
+}
+
+/// The module forms its targets below the normal form of the path, whose ".." takes the name before
+/// it away even where that is a symbolic link to a directory elsewhere.
+void keepsItsMeaningInNormalForm(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    fill(place, {{"elsewhere/directory/", ""}});
+    fs::create_directory_symlink("elsewhere/directory", place / "link");
+    const fs::path staging = prepare(trial, place / "link/../out");
+    const fs::path normal = staging.lexically_normal();
+    std::error_code error;
+    expect(fs::equivalent(staging, normal, error),
+           "the directory " + inQuotes(staging.native()) + " at " + inQuotes(normal.native()),
+           fs::exists(normal) ? "another one" : "nothing there");
+    fill(staging, oneFile());
+    commitSuccessfully(trial, staging, place / "link/../out");
+    expectTree({{"elsewhere/", ""},
+                {"elsewhere/directory/", ""},
+                {"elsewhere/out/", ""},
+                {"elsewhere/out/a.txt", "alpha"},
+                {"link/", ""}},
+               place);
 }
 
 void leavesErrorAlone(const Trial& trial) {
@@ -88,9 +108,9 @@ void replacesAnEmptyDirectoryIfAccepted(const Trial& trial) {
     fs::path staging;
     std::string error;
     if (!trial.runtime.prepareStaging(destination, false, staging, error)) return;
-    fill(staging, {{"a.txt", "alpha"}});
+    fill(staging, oneFile());
     commitSuccessfully(trial, staging, destination);
-    expectTree({{"a.txt", "alpha"}}, destination);
+    expectTree(oneFile(), destination);
 }
 
 void replacesErrorWhenItRefuses(const Trial& trial) {
@@ -156,12 +176,14 @@ constexpr Weight requirement = Weight::requirement;
 constexpr const char* preparing = "prepareExtractionStaging";
 constexpr const char* removing = "removeExtractionTree";
 
-constexpr std::array<Requirement, 13> requirements = {{
+constexpr std::array<Requirement, 14> requirements = {{
     {requirement, preparing, "gives an empty directory", givesAnEmptyDirectory},
     {requirement, preparing, "gives another one when an earlier one was left behind",
      givesAnotherDirectory},
     {requirement, preparing, "takes a destination below the current directory",
      takesARelativeDestination},
+    {requirement, preparing, "gives a path that means the same in its normal form",
+     keepsItsMeaningInNormalForm},
     {requirement, preparing, "leaves the error text alone when it succeeds", leavesErrorAlone},
     {requirement, preparing, "refuses an existing destination that may not be replaced",
      refusesAnExistingDestination},

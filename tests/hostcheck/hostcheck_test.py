@@ -76,6 +76,8 @@ DEFECTS = [
      set()),
     ("relative destinations are refused",
      {PREPARE + "takes a destination below the current directory"}, set()),
+    ("staging is spelled like the destination",
+     {PREPARE + "gives a path that means the same in its normal form"}, set()),
     ("prepare clears the error text", {PREPARE + "leaves the error text alone when it succeeds"},
      set()),
     ("everything may be replaced",
@@ -165,6 +167,7 @@ EXPLANATIONS = [
     ("paths are ASCII",
      r'; expected a relative path of "caf\303\251" from "caf\303\251"; came "caf??"'),
     ("staging holds a lock file", '; expected an empty directory; came ".lock" in it'),
+    ("staging is spelled like the destination", '; came nothing there'),
     ("commit drops empty directories",
      '; expected all that was extracted and nothing else; came no "hollow/"'),
     ("commit appends to the error text", '; expected a message instead of "an earlier text"; came '

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -121,6 +122,25 @@ private:
         return open;
     }
 };
+
+bool goesUp(const fs::path& path) {
+    return std::find(path.begin(), path.end(), "..") != path.end();
+}
+
+/// Tells whether the destination is given by its own name and not by way of dots or a link. What is
+/// done wrong to these only is not found by lines about the others, too.
+bool isPlain(const fs::path& destination) {
+    return destination.has_filename() && destination == destination.lexically_normal() &&
+           !fs::is_symlink(destination);
+}
+
+/// Puts the staging directory's name behind the destination's parent as that is spelled.
+void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
+    const fs::path parent = destination.parent_path();
+    const fs::path name = parent / fs::canonical(staging).lexically_relative(fs::canonical(parent));
+    renamed()[name.native()] = staging.native();
+    staging = name;
+}
 
 bool isStagedElsewhere() {
     return has("staging is copied from elsewhere") || has("staging is renamed from elsewhere");
@@ -306,6 +326,8 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
     if (prepared && has("staging is named through a descriptor")) DescriptorName::give(staging);
+    if (prepared && has("staging is spelled like the destination") && goesUp(destination))
+        spellLikeTheDestination(destination, staging);
     if (prepared && has("staging holds a lock file")) std::ofstream(staging / ".lock");
     shared[destination.native()] = staging.native();
     spoil("prepare", !prepared, before, error);
@@ -327,7 +349,7 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
     const bool committed = standIn(&commitExtractionStaging)(source, destination, error) ||
                            has("commit claims success");
     if (committed) DescriptorName::close();
-    if (committed && has("commit leaves a file"))
+    if (committed && has("commit leaves a file") && isPlain(destination))
         std::ofstream(destination.parent_path() / ".committed");
     spoil("commit", !committed, before, error);
     return committed;
