@@ -72,6 +72,32 @@ void leavesErrorAlone(const Trial& trial) {
     if (answer.succeeded) expectLeftAlone(answer.error);
 }
 
+void findsADestinationWithDots(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    fill(place, {{"sub/deeper/", ""}});
+    extractOneFile(trial, place / "./sub/deeper/./../.././out");
+    expectTree({{"out/", ""}, {"out/a.txt", "alpha"}, {"sub/", ""}, {"sub/deeper/", ""}}, place);
+}
+
+void findsADestinationWithASlash(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    extractOneFile(trial, place / "out/");
+    expectTree({{"out/", ""}, {"out/a.txt", "alpha"}}, place);
+}
+
+void followsALink(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    fill(place, {{"elsewhere/out/a.txt", "old"}});
+    fs::create_directory_symlink("elsewhere/out", place / "link");
+    extractOneFile(trial, place / "link", true);
+    expect(fs::is_symlink(place / "link"), "the symbolic link as it was", "no link any more");
+    expectTree({{"elsewhere/", ""},
+                {"elsewhere/out/", ""},
+                {"elsewhere/out/a.txt", "alpha"},
+                {"link/", ""}},
+               place);
+}
+
 /// Commits a staging directory that has vanished, which cannot succeed.
 Answer commitNothing(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
@@ -114,12 +140,17 @@ void sparesWhatAppeared(const Trial& trial) {
 constexpr Weight requirement = Weight::requirement;
 constexpr const char* committing = "commitExtractionStaging";
 
-constexpr std::array<Requirement, 10> requirements = {{
+constexpr std::array<Requirement, 13> requirements = {{
     {requirement, committing, "moves everything to the destination", movesEverything},
     {requirement, committing, "moves an empty tree", movesAnEmptyTree},
     {requirement, committing, "leaves nothing to clean up", leavesNothingToCleanUp},
     {requirement, committing, "replaces an existing destination that may be replaced",
      replacesADestination},
+    {requirement, committing, "finds a destination that is spelled with dots",
+     findsADestinationWithDots},
+    {requirement, committing, "finds a destination that is spelled with a slash at its end",
+     findsADestinationWithASlash},
+    {requirement, committing, "replaces the directory that a symbolic link leads to", followsALink},
     {Weight::advice, committing, "keeps nothing of what it replaces", keepsNothingOld},
     {requirement, committing, "leaves the error text alone when it succeeds", leavesErrorAlone},
     {requirement, committing, "reports when it cannot move the tree", reportsFailure},

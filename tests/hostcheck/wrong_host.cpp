@@ -134,6 +134,15 @@ bool isPlain(const fs::path& destination) {
            !fs::is_symlink(destination);
 }
 
+fs::path misread(const fs::path& destination) {
+    std::string text = destination.native();
+    const std::size_t dots = text.find("/./..");
+    if (has("dots cancel each other") && dots != std::string::npos) return text.erase(dots, 5);
+    if (has("slashes add a level") && text.ends_with('/'))
+        return destination / destination.parent_path().filename();
+    return destination;
+}
+
 /// Puts the staging directory's name behind the destination's parent as that is spelled.
 void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
     const fs::path parent = destination.parent_path();
@@ -215,7 +224,7 @@ void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
         std::ofstream(staging / ".index");
     if (has("commit drops empty directories")) dropEmptyDirectories(staging);
     if (has("commit merges")) keepOldFiles(destination, staging);
-    if (has("commit replaces what appeared")) fs::remove_all(destination);
+    if (has("commit replaces what appeared") && isPlain(destination)) fs::remove_all(destination);
 }
 
 void removeFiles(const fs::path& directory) {
@@ -317,11 +326,13 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
         staging = shared[destination.native()];
         return true;
     }
-    if (has("old tree goes first") && overwrite) fs::remove_all(destination);
+    if (has("links are replaced") && fs::is_symlink(destination)) fs::remove(destination);
+    if (has("old tree goes first") && overwrite && isPlain(destination))
+        fs::remove_all(destination);
     lastDestination = destination;
     lastMayReplace = mayReplace(destination, overwrite);
     const bool prepared =
-        standIn(&prepareExtractionStaging)(destination, lastMayReplace, staging, error);
+        standIn(&prepareExtractionStaging)(misread(destination), lastMayReplace, staging, error);
     if (!prepared && has("refusal leaves a directory"))
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
@@ -339,14 +350,16 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
     const std::string before = error;
     fs::path source = standInsName(staging);
     if (isStagedElsewhere() && !bringBack(staging, source, error)) return false;
-    if (has("commit never replaces") && fs::exists(destination)) return false;
+    if (has("commit never replaces") && isPlain(destination) && fs::exists(destination))
+        return false;
     if (has("empty destinations are accepted in vain") && isEmptyDirectory(destination))
         return false;
-    if (has("commit deletes before it renames") && lastMayReplace) fs::remove_all(destination);
+    if (has("commit deletes before it renames") && lastMayReplace && isPlain(destination))
+        fs::remove_all(destination);
     doWrongBeforeCommit(source, destination);
     if (has("commit drops empty trees") && fs::exists(source) && fs::is_empty(source))
         return fs::remove(source);
-    const bool committed = standIn(&commitExtractionStaging)(source, destination, error) ||
+    const bool committed = standIn(&commitExtractionStaging)(source, misread(destination), error) ||
                            has("commit claims success");
     if (committed) DescriptorName::close();
     if (committed && has("commit leaves a file") && isPlain(destination))
