@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 // What the module relies on when it has staging prepared, and removed after a failure.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "hostcheck/error_text.h"
 #include "hostcheck/requirement.h"
@@ -119,16 +123,45 @@ void replacesErrorWhenItRefuses(const Trial& trial) {
     if (!answer.succeeded) expectReplaced(answer.error);
 }
 
-dev_t fileSystemOf(const fs::path& path) {
+struct stat statusOf(const fs::path& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) throw std::system_error(errno, std::generic_category());
-    return status.st_dev;
+    return status;
+}
+
+bool isClosedToOthers(const fs::path& directory) {
+    const struct stat status = statusOf(directory);
+    return status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+/// Tells whether nobody else gets from `parent` into `directory`; both are without symbolic links.
+bool isShutOffFrom(const fs::path& parent, fs::path directory) {
+    for (; directory != parent && directory.has_relative_path();
+         directory = directory.parent_path())
+        if (isClosedToOthers(directory)) return true;
+    return false;
+}
+
+void letsNobodyElseIn(const Trial& trial) {
+    for (const auto& [name, more] :
+         {std::pair{"open", fs::perms::none}, {"sticky", fs::perms::sticky_bit}}) {
+        const fs::path parent = fs::canonical(trial.places.front()) / name;
+        fs::create_directory(parent);
+        fs::permissions(parent, fs::perms::all | more);
+        const fs::path staging = prepare(trial, parent / "out");
+        const fs::path directory = fs::canonical(staging);
+        expect(isShutOffFrom(parent, directory), "a directory that nobody else can enter",
+               inQuotes(directory.native()) + ", which others can");
+        fill(staging, oneFile());
+        commitSuccessfully(trial, staging, parent / "out");
+        expectTree(oneFile(), parent / "out");
+    }
 }
 
 void staysOnTheFileSystem(const Trial& trial) {
     for (const fs::path& place : trial.places) {
         const fs::path staging = prepare(trial, place / "out");
-        expect(fileSystemOf(staging) == fileSystemOf(place),
+        expect(statusOf(staging).st_dev == statusOf(place).st_dev,
                "a directory on the file system of " + inQuotes(place.native()),
                inQuotes(staging.native()) + ", from where every file must be copied");
     }
@@ -176,7 +209,7 @@ constexpr Weight requirement = Weight::requirement;
 constexpr const char* preparing = "prepareExtractionStaging";
 constexpr const char* removing = "removeExtractionTree";
 
-constexpr std::array<Requirement, 14> requirements = {{
+constexpr std::array<Requirement, 15> requirements = {{
     {requirement, preparing, "gives an empty directory", givesAnEmptyDirectory},
     {requirement, preparing, "gives another one when an earlier one was left behind",
      givesAnotherDirectory},
@@ -191,6 +224,7 @@ constexpr std::array<Requirement, 14> requirements = {{
      replacesAnEmptyDirectoryIfAccepted},
     {requirement, preparing, "leaves nothing behind when it refuses", leavesNothingWhenItRefuses},
     {requirement, preparing, "replaces the error text when it refuses", replacesErrorWhenItRefuses},
+    {requirement, preparing, "lets nobody else in where everybody may write", letsNobodyElseIn},
     {Weight::advice, preparing, "stays on the destination's file system", staysOnTheFileSystem},
     {Weight::advice, preparing, "leaves an existing destination as it is until the commit",
      leavesTheDestinationUntilCommit},

@@ -88,6 +88,8 @@ DEFECTS = [
     ("prepare appends to the error text", {REFUSAL_TEXT}, set()),
     ("prepare gives no message", {REFUSAL_TEXT}, set()),
     ("prepare leaves the error text", {REFUSAL_TEXT}, set()),
+    ("staging is open to everybody", {PREPARE + "lets nobody else in where everybody may write"},
+     set()),
     ("staging is copied from elsewhere", set(), {SAME_FILE_SYSTEM}),
     ("old tree goes first", {KEEPS_OLD_TREE},
      {PREPARE + "leaves an existing destination as it is until the commit"}),

@@ -151,6 +151,17 @@ void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
     staging = name;
 }
 
+/// Lets everybody into the staging directory, and into what leads there from beside the
+/// destination.
+void openToEverybody(const fs::path& destination, const fs::path& staging) {
+    fs::path directory = fs::canonical(destination.parent_path());
+    for (const fs::path& name : fs::canonical(staging).lexically_relative(directory)) {
+        if (name == "..") std::abort();
+        directory /= name;
+        fs::permissions(directory, fs::perms::all);
+    }
+}
+
 bool isStagedElsewhere() {
     return has("staging is copied from elsewhere") || has("staging is renamed from elsewhere");
 }
@@ -337,6 +348,8 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
     if (prepared && has("staging is named through a descriptor")) DescriptorName::give(staging);
+    if (prepared && has("staging is open to everybody") && isPlain(destination))
+        openToEverybody(fs::absolute(destination), staging);
     if (prepared && has("staging is spelled like the destination") && goesUp(destination))
         spellLikeTheDestination(destination, staging);
     if (prepared && has("staging holds a lock file")) std::ofstream(staging / ".lock");
