@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstring>
+#include <future>
 #include <string>
 #include <system_error>
 
@@ -75,7 +76,14 @@ void pendingIsNonzeroAfterRaise(const Trial& trial) {
     }
 }
 
-constexpr std::array<Requirement, 6> requirements = {{
+/// A runtime that calls methods on one thread only can do without.
+void pendingIsOneThreadsOwn(const Trial& trial) {
+    raise(trial, exceptionClass, "Cannot write archive");
+    const int answer = std::async(std::launch::async, trial.runtime.hasPendingError).get();
+    expect(answer == 0, "0 on a thread that has raised nothing", std::to_string(answer));
+}
+
+constexpr std::array<Requirement, 7> requirements = {{
     {Weight::requirement, "Vesk_raise", "returns to its caller", raiseReturns},
     {Weight::requirement, "Vesk_raise", "needs its strings no longer once it has returned",
      raiseNeedsItsStringsNoLonger},
@@ -87,6 +95,8 @@ constexpr std::array<Requirement, 6> requirements = {{
      pendingIsZeroAtFirst},
     {Weight::requirement, "Vesk_hasPendingError", "is nonzero after a raise, however often asked",
      pendingIsNonzeroAfterRaise},
+    {Weight::advice, "Vesk_hasPendingError", "answers for the calling thread alone",
+     pendingIsOneThreadsOwn},
 }};
 
 }  // namespace

@@ -35,6 +35,7 @@ RETURNS = RAISE + "returns to its caller"
 EMPTY_MESSAGE = RAISE + "records an exception with an empty message"
 ODD_MESSAGE = RAISE + "takes a message with a path of any bytes and length"
 NONZERO = PENDING + "is nonzero after a raise, however often asked"
+OWN_THREAD = PENDING + "answers for the calling thread alone"
 NAMES = PATH + "keeps a relative text relative, with its names"
 PUNCTUATION = PATH + "keeps spaces, control characters and punctuation"
 BYTES = PATH + "keeps bytes beyond ASCII, UTF-8 or not"
@@ -63,7 +64,8 @@ DEFECTS = [
     ("raise keeps pointers", {RAISE + "needs its strings no longer once it has returned"}, set()),
     ("raise drops empty messages", {EMPTY_MESSAGE}, set()),
     ("raise drops odd messages", {ODD_MESSAGE}, set()),
-    ("pending from the start", {PENDING + "is zero before anything was raised"}, set()),
+    ("pending from the start", {PENDING + "is zero before anything was raised"}, {OWN_THREAD}),
+    ("pending is global", set(), {OWN_THREAD}),
     ("pending once", {NONZERO}, set()),
     ("never pending", {EMPTY_MESSAGE, ODD_MESSAGE, NONZERO}, set()),
     ("paths are cut", {NAMES}, set()),

@@ -40,6 +40,7 @@ Function* standIn(Function* function) {
 }
 
 const char* keptMessage = nullptr;
+bool hasRaised = false;
 
 /// Says which process it is that hangs.
 void hang() {
@@ -304,6 +305,7 @@ void Vesk_raise(const char* className, const char* message) {
     if (has("raise drops empty messages") && *message == '\0') return;
     if (has("raise drops odd messages") && !isAscii(message)) return;
     if (has("raise keeps pointers")) keptMessage = message;
+    hasRaised = true;
     standIn (&Vesk_raise)(className, message);
     doWrongAfterRaise(message);
 }
@@ -312,6 +314,7 @@ int Vesk_hasPendingError(void) {
     static int asked = 0;
     if (has("pending from the start")) return 1;
     if (has("never pending")) return 0;
+    if (has("pending is global")) return hasRaised ? 1 : 0;
     if (has("pending once") && ++asked > 1) return 0;
     if (keptMessage != nullptr && *keptMessage == '!') return 2;
     return standIn(&Vesk_hasPendingError)();
