@@ -2,15 +2,13 @@
 // What the module relies on when it raises an exception and asks whether one is pending.
 //
 // The class and the text that were recorded cannot be read back through the nine functions.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <array>
 #include <cstring>
 #include <future>
+#include <span>
 #include <string>
-#include <system_error>
 
+#include "hostcheck/pointer_search.h"
 #include "hostcheck/requirement.h"
 #include "hostcheck/wording.h"
 
@@ -37,16 +35,12 @@ void raiseReturns(const Trial& trial) {
 }
 
 void raiseNeedsItsStringsNoLonger(const Trial& trial) {
-    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* const page =
-        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-    char* const className = static_cast<char*>(page);
-    char* const message = std::strcpy(className, exceptionClass) + 64;
-    std::strcpy(message, "Cannot read file: photos/summer.jpg");
-    raise(trial, className, message);
-    mprotect(page, size, PROT_NONE);
+    const bool keeps = keepsPointer([&](std::span<char> memory) {
+        char* const message = std::strcpy(memory.data(), exceptionClass) + 64;
+        raise(trial, memory.data(), std::strcpy(message, "Cannot read file: photos/summer.jpg"));
+    });
     trial.runtime.hasPendingError();
+    expect(!keeps, "no pointer to them that is kept", "one");
 }
 
 void raiseTakesAnEmptyMessage(const Trial& trial) {

@@ -42,6 +42,33 @@ Function* standIn(Function* function) {
 const char* keptMessage = nullptr;
 bool hasRaised = false;
 
+/// Never looked at; whoever writes to it is not asked why.
+struct KeptUnread {
+    const char* volatile text;
+};
+thread_local KeptUnread keptByThread{};
+KeptUnread* volatile keptOnTheHeap = nullptr;
+
+/// Copies both texts, of which it notes the places at the end of a block that it then frees.
+void copyByWayOfTheHeap(const char* className, const char* message) {
+    for (const std::size_t size : {32U, 512U, 2000U, 100000U}) {
+        auto* const places = static_cast<KeptUnread*>(std::malloc(size));
+        KeptUnread* const last = places + size / sizeof(KeptUnread) - 1;
+        last->text = message;
+        (last - 1)->text = className;
+        static std::string copies;
+        copies = std::string((last - 1)->text) + last->text;
+        std::free(places);
+    }
+}
+
+void keepStrings(const char* className, const char* message) {
+    if (has("raise keeps pointers")) keptMessage = message;
+    if (has("raise keeps the class unread")) keptByThread.text = className;
+    if (has("raise keeps the message unread")) keptOnTheHeap = new KeptUnread{message};
+    if (has("raise copies by way of the heap")) copyByWayOfTheHeap(className, message);
+}
+
 /// Says which process it is that hangs.
 void hang() {
     std::fprintf(stderr, "%d\n", static_cast<int>(getpid()));
@@ -304,7 +331,7 @@ bool acceptsAllTheSame(const std::string& error) {
 void Vesk_raise(const char* className, const char* message) {
     if (has("raise drops empty messages") && *message == '\0') return;
     if (has("raise drops odd messages") && !isAscii(message)) return;
-    if (has("raise keeps pointers")) keptMessage = message;
+    keepStrings(className, message);
     hasRaised = true;
     standIn (&Vesk_raise)(className, message);
     doWrongAfterRaise(message);

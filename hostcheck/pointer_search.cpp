@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: MIT
+// Searching a process's own memory for a pointer.
+//
+// Finished calls leave copies of it on the stack and in registers. So the call and the search run
+// on a stack of their own, which is left out of the search: wherever the pointer is then found, the
+// call has put it.
+#include "hostcheck/pointer_search.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
+#include <system_error>
+#include <vector>
+
+namespace vesk::hostcheck {
+
+namespace {
+
+/// Larger mappings are a sanitizer's and hold no pointers.
+constexpr std::size_t largestSearched = std::size_t{1} << 30U;
+
+/// What may hold the pointer without fault.
+struct Workspace {
+    const std::function<void(std::span<char>)>* use;
+    std::span<char> given;
+    bool isKept;
+    std::exception_ptr problem;
+    std::array<std::uintptr_t, 8192> piece;
+    std::array<char, std::size_t{8} << 20U> stack;
+};
+
+/// A signal handler is given nothing.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+Workspace* workspace = nullptr;
+
+void* map(std::size_t size, int protection) {
+    void* const memory =
+        mmap(nullptr, size, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
+    return memory;
+}
+
+/// A page at an address that nothing had before, so that no forgotten pointer leads there.
+std::span<char> freshPage() {
+    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    constexpr std::size_t surroundings = std::size_t{1} << 30U;
+    char* const page = static_cast<char*>(map(surroundings, PROT_NONE)) + surroundings / 2;
+    if (mprotect(page, size, PROT_READ | PROT_WRITE) != 0)
+        throw std::system_error(errno, std::generic_category(), "mprotect");
+    return {page, size};
+}
+
+/// Uses freed memory anew, where a pointer may stand that is no longer kept.
+void overwriteFreedMemory() {
+    std::vector<std::vector<char>> blocks;
+    const auto fill = [&](std::size_t size, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i)
+            blocks.emplace_back(size);
+    };
+    // An allocator keeps freed blocks of each small size for that size.
+    for (std::size_t size = 8; size <= 1032; size += 16)
+        fill(size, 64);
+    for (std::size_t size = 2048; size <= std::size_t{1} << 20U; size *= 2)
+        fill(size, 16);
+    // What is left are gaps between those.
+    fill(24, 200000);
+}
+
+/// Asks AddressSanitizer, where the library brings it along: it does not use freed memory anew.
+bool isFreed(std::uintptr_t address) {
+    void* const ask = dlsym(RTLD_DEFAULT, "__asan_address_is_poisoned");
+    return ask != nullptr &&
+           reinterpret_cast<int (*)(const void*)>(ask)(reinterpret_cast<void*>(address)) != 0;
+}
+
+bool isInWorkspace(std::uintptr_t address) {
+    const auto start = reinterpret_cast<std::uintptr_t>(workspace);
+    return address >= start && address - start < sizeof(Workspace);
+}
+
+/// Tells whether one of the first `count` words of the piece, which is from `address`, points into
+/// the memory that was given.
+bool pieceHoldsPointer(std::uintptr_t address, std::size_t count) {
+    const auto first = reinterpret_cast<std::uintptr_t>(workspace->given.data());
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uintptr_t word = workspace->piece[i];
+        const bool pointsThere = word >= first && word - first < workspace->given.size();
+        const std::uintptr_t place = address + i * sizeof word;
+        if (pointsThere && !isInWorkspace(place) && !isFreed(place)) return true;
+    }
+    return false;
+}
+
+/// What cannot be read, such as the end of a file that has become shorter, holds nothing.
+bool rangeHoldsPointer(int memory, std::uintptr_t start, std::uintptr_t end) {
+    while (start < end) {
+        const std::size_t size = std::min(end - start, sizeof workspace->piece);
+        const ssize_t length =
+            pread(memory, workspace->piece.data(), size, static_cast<off_t>(start));
+        if (length <= 0) return false;
+        const auto count = static_cast<std::size_t>(length) / sizeof(std::uintptr_t);
+        if (pieceHoldsPointer(start, count)) return true;
+        start += static_cast<std::size_t>(length);
+    }
+    return false;
+}
+
+bool processHoldsPointer() {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> maps(std::fopen("/proc/self/maps", "re"),
+                                                               &std::fclose);
+    const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    if (!maps || memory == -1)
+        throw std::system_error(errno, std::generic_category(), "/proc/self");
+    unsigned long start = 0;
+    unsigned long end = 0;
+    std::array<char, 5> rights{};
+    bool isFound = false;
+    while (!isFound &&
+           std::fscanf(maps.get(), "%lx-%lx %4s%*[^\n]", &start, &end, rights.data()) == 3) {
+        const bool isPrivateData = rights[0] == 'r' && rights[1] == 'w' && rights[3] == 'p';
+        if (isPrivateData && end - start <= largestSearched)
+            isFound = rangeHoldsPointer(memory, start, end);
+    }
+    close(memory);
+    return isFound;
+}
+
+void useAndSearch() {
+    workspace->given = freshPage();
+    (*workspace->use)(workspace->given);
+    mprotect(workspace->given.data(), workspace->given.size(), PROT_NONE);
+    overwriteFreedMemory();
+    workspace->isKept = processHoldsPointer();
+}
+
+/// No exception leaves a signal handler.
+void handleSignal(int /*signal*/) {
+    try {
+        useAndSearch();
+    } catch (...) {
+        workspace->problem = std::current_exception();
+    }
+}
+
+/// A handler can be given another stack to run on.
+void runOnTheWorkspacesStack(void (*handler)(int)) {
+    stack_t stack{};
+    stack.ss_sp = workspace->stack.data();
+    stack.ss_size = workspace->stack.size();
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_ONSTACK;
+    sigset_t own;
+    sigemptyset(&own);
+    sigaddset(&own, SIGUSR1);
+    if (sigaltstack(&stack, nullptr) != 0 || sigaction(SIGUSR1, &action, nullptr) != 0 ||
+        sigprocmask(SIG_UNBLOCK, &own, nullptr) != 0)
+        throw std::system_error(errno, std::generic_category(), "sigaltstack");
+    std::raise(SIGUSR1);
+}
+
+}  // namespace
+
+bool keepsPointer(const std::function<void(std::span<char>)>& use) {
+    // Without values, as those of the stack would take up all of its memory.
+    workspace = new (map(sizeof(Workspace), PROT_READ | PROT_WRITE)) Workspace;
+    workspace->use = &use;
+    runOnTheWorkspacesStack(&handleSignal);
+    if (workspace->problem) std::rethrow_exception(workspace->problem);
+    return workspace->isKept;
+}
+
+}  // namespace vesk::hostcheck
