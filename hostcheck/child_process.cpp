@@ -141,8 +141,8 @@ bool TrialProcess::waitForMore(Clock::time_point end) const {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     std::array<pollfd, 2> sources = {
         {{pipeEnd_, POLLIN, 0}, {signalQueue().descriptor(), POLLIN, 0}}};
-    const int count =
-        poll(sources.data(), sources.size(), static_cast<int>(std::max(left.count(), 0L)));
+    const int count = poll(sources.data(), sources.size(),
+                           static_cast<int>(std::max<Clock::rep>(left.count(), 0)));
     signalQueue().take();
     return count != 0;
 }

@@ -16,10 +16,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
+#include <fstream>
 #include <memory>
-#include <new>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -30,15 +30,16 @@ namespace {
 /// Larger mappings are a sanitizer's and hold no pointers.
 constexpr std::size_t largestSearched = std::size_t{1} << 30U;
 
-/// What may hold the pointer without fault.
+/// What may hold the pointer without fault, at the start of the memory whose rest is the stack.
 struct Workspace {
-    const std::function<void(std::span<char>)>* use;
+    const std::function<void(std::span<char>)>* use = nullptr;
     std::span<char> given;
-    bool isKept;
+    bool isKept = false;
     std::exception_ptr problem;
-    std::array<std::uintptr_t, 8192> piece;
-    std::array<char, std::size_t{8} << 20U> stack;
+    std::array<std::uintptr_t, 8192> piece{};
 };
+
+constexpr std::size_t workspaceSize = std::size_t{8} << 20U;
 
 /// A signal handler is given nothing.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
@@ -80,13 +81,14 @@ void overwriteFreedMemory() {
 /// Asks AddressSanitizer, where the library brings it along: it does not use freed memory anew.
 bool isFreed(std::uintptr_t address) {
     void* const ask = dlsym(RTLD_DEFAULT, "__asan_address_is_poisoned");
-    return ask != nullptr &&
-           reinterpret_cast<int (*)(const void*)>(ask)(reinterpret_cast<void*>(address)) != 0;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): it is not followed
+    auto* const place = reinterpret_cast<void*>(address);
+    return ask != nullptr && reinterpret_cast<int (*)(const void*)>(ask)(place) != 0;
 }
 
 bool isInWorkspace(std::uintptr_t address) {
     const auto start = reinterpret_cast<std::uintptr_t>(workspace);
-    return address >= start && address - start < sizeof(Workspace);
+    return address >= start && address - start < workspaceSize;
 }
 
 /// Tells whether one of the first `count` words of the piece, which is from `address`, points into
@@ -117,18 +119,17 @@ bool rangeHoldsPointer(int memory, std::uintptr_t start, std::uintptr_t end) {
 }
 
 bool processHoldsPointer() {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> maps(std::fopen("/proc/self/maps", "re"),
-                                                               &std::fclose);
     const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
-    if (!maps || memory == -1)
-        throw std::system_error(errno, std::generic_category(), "/proc/self");
-    unsigned long start = 0;
-    unsigned long end = 0;
-    std::array<char, 5> rights{};
+    if (memory == -1) throw std::system_error(errno, std::generic_category(), "/proc/self/mem");
+    std::ifstream maps("/proc/self/maps");
+    std::uintptr_t start = 0;
+    std::uintptr_t end = 0;
+    char dash = 0;
+    std::string rights;
+    std::string rest;
     bool isFound = false;
-    while (!isFound &&
-           std::fscanf(maps.get(), "%lx-%lx %4s%*[^\n]", &start, &end, rights.data()) == 3) {
-        const bool isPrivateData = rights[0] == 'r' && rights[1] == 'w' && rights[3] == 'p';
+    while (!isFound && maps >> std::hex >> start >> dash >> end >> rights && getline(maps, rest)) {
+        const bool isPrivateData = rights.starts_with("rw") && rights.ends_with('p');
         if (isPrivateData && end - start <= largestSearched)
             isFound = rangeHoldsPointer(memory, start, end);
     }
@@ -156,8 +157,8 @@ void handleSignal(int /*signal*/) {
 /// A handler can be given another stack to run on.
 void runOnTheWorkspacesStack(void (*handler)(int)) {
     stack_t stack{};
-    stack.ss_sp = workspace->stack.data();
-    stack.ss_size = workspace->stack.size();
+    stack.ss_sp = workspace + 1;
+    stack.ss_size = workspaceSize - sizeof(Workspace);
     struct sigaction action {};
     action.sa_handler = handler;
     action.sa_flags = SA_ONSTACK;
@@ -165,7 +166,7 @@ void runOnTheWorkspacesStack(void (*handler)(int)) {
     sigemptyset(&own);
     sigaddset(&own, SIGUSR1);
     if (sigaltstack(&stack, nullptr) != 0 || sigaction(SIGUSR1, &action, nullptr) != 0 ||
-        sigprocmask(SIG_UNBLOCK, &own, nullptr) != 0)
+        pthread_sigmask(SIG_UNBLOCK, &own, nullptr) != 0)
         throw std::system_error(errno, std::generic_category(), "sigaltstack");
     std::raise(SIGUSR1);
 }
@@ -173,8 +174,8 @@ void runOnTheWorkspacesStack(void (*handler)(int)) {
 }  // namespace
 
 bool keepsPointer(const std::function<void(std::span<char>)>& use) {
-    // Without values, as those of the stack would take up all of its memory.
-    workspace = new (map(sizeof(Workspace), PROT_READ | PROT_WRITE)) Workspace;
+    void* const memory = map(workspaceSize, PROT_READ | PROT_WRITE);
+    workspace = std::construct_at(static_cast<Workspace*>(memory));
     workspace->use = &use;
     runOnTheWorkspacesStack(&handleSignal);
     if (workspace->problem) std::rethrow_exception(workspace->problem);

@@ -29,7 +29,7 @@ SignalQueue::SignalQueue() {
     sigaddset(&held, SIGCHLD);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         if (!isIgnored(signal)) sigaddset(&held, signal);
-    sigprocmask(SIG_BLOCK, &held, &maskBefore_);
+    pthread_sigmask(SIG_BLOCK, &held, &maskBefore_);
     descriptor_ = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
     if (descriptor_ == -1) throw std::system_error(errno, std::generic_category(), "signalfd");
 }
@@ -44,7 +44,7 @@ void SignalQueue::take() const {
 
 void SignalQueue::release() const {
     close(descriptor_);
-    sigprocmask(SIG_SETMASK, &maskBefore_, nullptr);
+    pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
 }
 
 const SignalQueue& signalQueue() {
@@ -57,8 +57,8 @@ void endBy(int signal) {
     sigset_t released;
     sigemptyset(&released);
     sigaddset(&released, signal);
-    sigprocmask(SIG_UNBLOCK, &released, nullptr);
-    std::raise(signal);
+    pthread_sigmask(SIG_UNBLOCK, &released, nullptr);
+    kill(getpid(), signal);
     std::abort();
 }
 

@@ -54,9 +54,9 @@ bool modeIsOverwrite(void* mode);
 /// Whether an existing destination is refused or may be replaced (`overwrite`) is decided here; the
 /// module never examines the destination. True: the directory exists and `staging`, empty on entry,
 /// names it. It must mean the same to the system and in its lexically normal form (no `..` behind a
-/// symbolic link), since the extractor forms its targets lexically. False: `error` has been replaced
-/// by the message; the module then removes nothing and raises that text as it stands. On entry
-/// `error` holds what inflateRaw left in it, else nothing.
+/// symbolic link), since the extractor forms its targets lexically. False: `error` has been
+/// replaced by the message; the module then removes nothing and raises that text as it stands. On
+/// entry `error` holds what inflateRaw left in it, else nothing.
 bool prepareExtractionStaging(const std::filesystem::path& destination, bool overwrite,
                               std::filesystem::path& staging, std::string& error);
 
