@@ -362,6 +362,15 @@ class Interruptions(unittest.TestCase):
         program.communicate(timeout=PATIENCE)
         self.assertEqual(program.returncode, -signal.SIGTERM)
 
+    def test_how_a_trial_ended_is_known_even_if_ends_of_children_are_ignored(self):
+        def ignore():
+            signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+
+        done = subprocess.run([PROGRAM, WRONG_HOST], stdout=subprocess.PIPE, text=True,
+                              env=os.environ | {"VESK_DEFECT": "raise aborts"}, preexec_fn=ignore,
+                              timeout=PATIENCE, check=False)
+        self.assertIn("; came a crash: Aborted\n", done.stdout)
+
 
 class UnwrittenReports(unittest.TestCase):
     def test_a_report_that_cannot_be_written_is_said(self):
