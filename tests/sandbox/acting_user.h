@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+// Being another user for a while, without another process.
+#pragma once
+
+#include <grp.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+namespace vesk::testing {
+
+/// Whom the calls of a test are made as.
+struct ActingUser {
+    uid_t uid;
+    gid_t gid;
+    bool isRoot() const { return uid == 0; }
+};
+
+inline ActingUser presentUser() {
+    return {geteuid(), getegid()};
+}
+
+/// Permissions apply to this one, who is nobody in particular.
+inline constexpr ActingUser ordinaryUser{65534, 65534};
+
+/// Makes this process act as `user` for as long as it lives, which takes root to begin with unless
+/// the process is that user already. The real ids go along, since access(2) asks for them; the
+/// saved ones lead back.
+class ActingAs {
+public:
+    explicit ActingAs(const ActingUser& user) : before_(presentUser()) {
+        if (user.uid == before_.uid) return;
+        changed_ = true;
+        require(setgroups(0, nullptr));
+        require(setresgid(user.gid, user.gid, before_.gid));
+        require(setresuid(user.uid, user.uid, before_.uid));
+        // What a program of that user has: its own files in /proc.
+        require(prctl(PR_SET_DUMPABLE, 1, 0, 0, 0));
+    }
+    ~ActingAs() {
+        if (!changed_) return;
+        const bool back = setresuid(before_.uid, before_.uid, before_.uid) == 0 &&
+                          setresgid(before_.gid, before_.gid, before_.gid) == 0;
+        if (!back) _exit(1);
+    }
+    ActingAs(const ActingAs&) = delete;
+    ActingAs& operator=(const ActingAs&) = delete;
+
+private:
+    static void require(int result) {
+        if (result != 0) throw std::runtime_error("cannot become another user");
+    }
+
+    ActingUser before_;
+    bool changed_ = false;
+};
+
+}  // namespace vesk::testing

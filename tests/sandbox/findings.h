@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// What went wrong in many cases, put together by kinds.
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace vesk::testing {
+
+/// Counts findings and keeps the first of each kind.
+class Findings {
+public:
+    void add(const std::string& kind, const std::string& details) {
+        Finding& finding = byKind_[kind];
+        if (finding.count++ == 0) finding.first = details;
+    }
+
+    bool empty() const { return byKind_.empty(); }
+
+    /// How often each kind came, with the first case of it.
+    std::string text() const {
+        std::string lines;
+        for (const auto& [kind, finding] : byKind_)
+            lines += std::to_string(finding.count) + " x " + kind + "\n" + finding.first + "\n";
+        return lines;
+    }
+
+private:
+    struct Finding {
+        int count = 0;
+        std::string first;
+    };
+    std::map<std::string, Finding> byKind_;
+};
+
+}  // namespace vesk::testing

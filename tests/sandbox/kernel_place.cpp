@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+// The walk: every single step is the kernel's own.
+#include "tests/sandbox/kernel_place.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <deque>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/sandbox/sandbox_plan.h"
+#include "tests/sandbox/snapshot.h"
+
+namespace vesk::testing {
+
+namespace {
+
+constexpr int mostLinks = 40;
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(other.number_) { other.number_ = -1; }
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Descriptor() {
+        if (number_ >= 0) close(number_);
+    }
+    int number() const { return number_; }
+    bool isOpen() const { return number_ >= 0; }
+
+private:
+    int number_;
+};
+
+/// A component that is still to be walked, and whether a link brought it.
+struct Step {
+    std::string name;
+    bool fromLink;
+};
+
+/// An end that asks for a directory becomes a step of its own.
+std::deque<Step> stepsOf(const std::string& path, bool fromLink) {
+    std::deque<Step> steps;
+    for (std::string& name : splitPath(path))
+        steps.push_back({std::move(name), fromLink});
+    if (path.ends_with('/')) steps.push_back({".", fromLink});
+    return steps;
+}
+
+Descriptor openPlace(int directory, const char* name) {
+    return Descriptor(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+}
+
+std::string textOfLink(int directory, const char* name) {
+    std::array<char, PATH_MAX> text{};
+    const ssize_t length = readlinkat(directory, name, text.data(), text.size());
+    if (length < 0) throw std::runtime_error("cannot read a link");
+    return std::string(text.data(), static_cast<std::size_t>(length));
+}
+
+/// The kernel knows where an open file is.
+std::string pathOfOpen(const Descriptor& file) {
+    return textOfLink(AT_FDCWD, ("/proc/self/fd/" + std::to_string(file.number())).c_str());
+}
+
+struct stat statusOf(const Descriptor& file) {
+    struct stat status {};
+    if (fstat(file.number(), &status) != 0) throw std::runtime_error("cannot look at a file");
+    return status;
+}
+
+class Walk {
+public:
+    explicit Walk(const std::string& path)
+        : steps_(stepsOf(path, false)),
+          current_(openPlace(AT_FDCWD, path.starts_with('/') ? "/" : ".")) {}
+
+    KernelPlace run() {
+        if (!current_.isOpen()) return failed(errno);
+        while (!steps_.empty() && place_.error == 0) {
+            const Step step = steps_.front();
+            steps_.pop_front();
+            place_.missing.empty() ? goOn(step) : goBelowMissing(step);
+        }
+        if (place_.error == 0) describeEnd();
+        return place_;
+    }
+
+private:
+    KernelPlace failed(int error) {
+        place_.error = error;
+        return place_;
+    }
+
+    void goOn(const Step& step) {
+        Descriptor next = openPlace(current_.number(), step.name.c_str());
+        if (!next.isOpen()) return meetNothing(step, errno);
+        if (S_ISLNK(statusOf(next).st_mode)) return meetLink(next);
+        current_ = std::move(next);
+    }
+
+    /// Only what the path itself names can be made; a link that leads nowhere stays so.
+    void meetNothing(const Step& step, int error) {
+        if (step.fromLink && isEnd()) place_.endDangles = error != EACCES;
+        if (error != ENOENT || step.fromLink) {
+            place_.error = error;
+        } else {
+            place_.missing.push_back(step.name);
+        }
+    }
+
+    void goBelowMissing(const Step& step) {
+        if (step.name.size() > NAME_MAX) {
+            place_.error = ENAMETOOLONG;
+            place_.path = missingPath();
+        } else if (step.name != "." && step.name != "..") {
+            place_.missing.push_back(step.name);
+        } else if (step.name == "..") {
+            place_.passedMissing.push_back(missingPath());
+            place_.missing.pop_back();
+            if (steps_.empty()) place_.error = ENOENT;
+        }
+    }
+
+    void meetLink(const Descriptor& link) {
+        const std::string target = textOfLink(link.number(), "");
+        if (isLast()) noteLinkAtEnd(statusOf(link), statusOf(current_));
+        if (++links_ > mostLinks) {
+            place_.endDangles = isEnd();
+            place_.error = ELOOP;
+            return;
+        }
+        const std::deque<Step> added = stepsOf(target, true);
+        steps_.insert(steps_.begin(), added.begin(), added.end());
+        if (target.starts_with('/')) current_ = openPlace(AT_FDCWD, "/");
+    }
+
+    void noteLinkAtEnd(const struct stat& link, const struct stat& directory) {
+        place_.endsInLink = true;
+        constexpr mode_t openSticky = S_ISVTX | S_IWOTH;
+        if ((directory.st_mode & openSticky) == openSticky && link.st_uid != geteuid() &&
+            link.st_uid != directory.st_uid) {
+            place_.linkOfAnother = true;
+        }
+    }
+
+    /// Nothing comes any more but what a link brought, which was at the end itself.
+    bool isEnd() const { return steps_.empty() || steps_.back().fromLink; }
+
+    /// Nothing comes any more but the wish for a directory.
+    bool isLast() const {
+        return std::all_of(steps_.begin(), steps_.end(),
+                           [](const Step& step) { return step.name == "."; });
+    }
+
+    std::string missingPath() const {
+        return pathOfOpen(current_) + "/" + joinPath(place_.missing);
+    }
+
+    void describeEnd() {
+        if (place_.missing.empty()) {
+            place_.there = statusOf(current_);
+            place_.path = pathOfOpen(current_);
+            place_.directory = parentOf(place_.path);
+            place_.mayChange = access(place_.directory.c_str(), W_OK | X_OK) == 0;
+        } else {
+            place_.directory = pathOfOpen(current_);
+            place_.path = missingPath();
+            place_.mayChange = faccessat(current_.number(), ".", W_OK | X_OK, 0) == 0;
+        }
+        place_.isReachable = access(place_.directory.c_str(), F_OK) == 0;
+    }
+
+    std::deque<Step> steps_;
+    Descriptor current_;
+    KernelPlace place_;
+    int links_ = 0;
+};
+
+}  // namespace
+
+KernelPlace findPlace(const std::string& path) {
+    if (path.empty()) {
+        KernelPlace none;
+        none.error = ENOENT;
+        return none;
+    }
+    if (path.size() >= PATH_MAX) {
+        KernelPlace none;
+        none.error = ENAMETOOLONG;
+        return none;
+    }
+    return Walk(path).run();
+}
+
+std::string withoutTrailingDots(std::string path) {
+    while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/.")))
+        path.pop_back();
+    return path;
+}
+
+}  // namespace vesk::testing

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Archives to unpack, good and damaged, with what they are to become.
+#pragma once
+
+#include <string>
+
+#include "tests/sandbox/random_source.h"
+#include "tests/sandbox/snapshot.h"
+#include "tests/support/module_calls.h"
+
+namespace vesk::testing {
+
+struct ArchiveToUnpack {
+    Container container = Container::tar;
+    std::string bytes;
+    Snapshot tree;            // of a good one: types and contents, by paths below the destination
+    const char* damage = "";  // what is wrong with a damaged one; empty for a good one
+
+    bool isGood() const { return *damage == '\0'; }
+};
+
+/// Two of three are good.
+ArchiveToUnpack randomArchive(RandomSource& random);
+
+/// Returns one that holds the file "new" and the directory "sub"; without an end if `isCut`.
+ArchiveToUnpack plainArchive(bool isCut);
+
+}  // namespace vesk::testing
