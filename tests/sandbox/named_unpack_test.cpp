@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// Unpacking into sandboxes that have a name: those that random ones have found, and one for each
+// rule about what may be replaced.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "tests/sandbox/sandbox.h"
+#include "tests/sandbox/unpack_runner.h"
+
+namespace vesk::testing {
+
+namespace {
+
+struct Row {
+    const char* name;
+    std::vector<PlannedThing> things;  // from the planned root, in which the working directory is
+    const char* destination;
+    bool overwrite;
+    bool isCut = false;
+};
+
+std::ostream& operator<<(std::ostream& out, const Row& row) {
+    return out << row.name;
+}
+
+/// The owner of a thing that belongs to whoever unpacks.
+constexpr ActingUser caller{static_cast<uid_t>(-1), 0};
+constexpr ActingUser stranger{4321, 4321};
+
+PlannedThing directory(const char* path, mode_t permissions = 0755, ActingUser owner = caller) {
+    return {path, S_IFDIR, permissions, owner, ""};
+}
+
+PlannedThing file(const char* path) {
+    return {path, S_IFREG, 0644, caller, "old"};
+}
+
+PlannedThing fifo(const char* path) {
+    return {path, S_IFIFO, 0644, caller, ""};
+}
+
+PlannedThing link(const char* path, const char* target, ActingUser owner = caller) {
+    return {path, S_IFLNK, 0777, owner, target};
+}
+
+/// The parent of what `lnk` names is not the directory that holds `lnk`.
+std::vector<PlannedThing> linkElsewhere() {
+    return {directory("else"), directory("else/where"), directory("else/dst"), file("else/dst/old"),
+            link("lnk", "else/where")};
+}
+
+const Row rows[] = {
+    {"UpFromALink", linkElsewhere(), "lnk/../dst", true},
+    {"UpFromALinkWithADamagedArchive", linkElsewhere(), "lnk/../dst", true, true},
+    {"UpFromALinkToANewName", linkElsewhere(), "lnk/../new", false},
+    {"UpFromALinkToANewNameWithADamagedArchive", linkElsewhere(), "lnk/../new", false, true},
+    {"UpFromALinkToMissingParents", linkElsewhere(), "lnk/../made/new", false},
+    {"UpFromALinkWithoutOverwriting", linkElsewhere(), "lnk/../dst", false},
+    {"UpByALinksTarget",
+     {directory("d"), directory("d/e"), link("d/up", "e/../.."), directory("dst"), file("dst/old")},
+     "d/up/dst",
+     true},
+    {"MissingParentsWithADamagedArchive", {}, "made/too/dst", false, true},
+    {"MissingParentsOfANameThatIsTooLong", {}, nullptr, false},
+    {"Fifo", {fifo("dst")}, "dst", true},
+    {"LinkToAFifo", {fifo("fifo"), link("dst", "fifo")}, "dst", true},
+    {"DanglingLink", {link("dst", "nowhere")}, "dst", true},
+    {"DanglingLinkBeforeASlash", {link("dst", "nowhere")}, "dst/", true},
+    {"LoopingLink", {link("dst", "dst")}, "dst", true},
+    {"DanglingLinkAsParent", {link("lnk", "nowhere")}, "lnk/dst", false},
+    {"EmptyDirectoryWithoutOverwriting", {directory("dst")}, "dst", false},
+    {"EmptyDirectoryWithADamagedArchive", {directory("dst")}, "dst", false, true},
+    {"ClosedDirectory", {directory("dst", 0700), file("dst/old")}, "dst", true},
+    {"DirectoryOpenToAll", {directory("dst", 0777), file("dst/old")}, "dst", true},
+    {"DirectoryOfAnother", {directory("dst", 0755, stranger)}, "dst", true},
+    {"WorkingDirectory", {file("old")}, ".", true},
+    {"AboveTheWorkingDirectory", {file("old")}, "..", true},
+    {"FileByALink", {file("pointed"), link("dst", "pointed")}, "dst", true},
+    {"LinkOfAnotherInAStickyDirectory",
+     {directory("shared", 01777, {0, 0}), directory("kept"), file("kept/old"),
+      link("shared/dst", "../kept", stranger)},
+     "shared/dst",
+     true},
+    {"NeighbourWithAMarkInItsName",
+     {directory("dst"), file("dst/old"), directory(".dst.vesk-unpacking-replacing-abcdef"),
+      file(".dst.vesk-unpacking-replacing-abcdef/kept")},
+     "dst",
+     true},
+};
+
+SandboxPlan planOf(const Row& row, const ActingUser& user) {
+    SandboxPlan plan;
+    std::string path;
+    for (const std::string& part : splitPath(plannedRoot())) {
+        path += (path.empty() ? "" : "/") + part;
+        plan.things.push_back({path, S_IFDIR, 0755, user, ""});
+    }
+    for (PlannedThing thing : row.things) {
+        thing.path = plannedRoot() + "/" + thing.path;
+        if (thing.owner.uid == caller.uid) thing.owner = user;
+        plan.things.push_back(thing);
+    }
+    plan.workingDirectory = plannedRoot();
+    return plan;
+}
+
+class NamedUnpackSandbox : public ::testing::TestWithParam<Row> {
+protected:
+    void runRow(const ActingUser& user) {
+        UnpackCase unpackCase;
+        unpackCase.archive = plainArchive(GetParam().isCut);
+        unpackCase.destination = GetParam().destination != nullptr
+                                     ? GetParam().destination
+                                     : "made/" + std::string(NAME_MAX + 1, 'x');
+        unpackCase.overwrite = GetParam().overwrite;
+        const std::string archive = runner_.archivePath();
+        writeFile(archive, unpackCase.archive.bytes);
+        const Sandbox sandbox(runner_.top(), planOf(GetParam(), user));
+        runner_.run(unpackCase, archive, user, "user " + std::to_string(user.uid));
+    }
+
+    UnpackRunner runner_;
+};
+
+TEST_P(NamedUnpackSandbox, IsUnpackedToAsItMustBe) {
+    runRow(presentUser());
+    if (presentUser().isRoot()) runRow(ordinaryUser);
+    EXPECT_TRUE(runner_.findings().empty()) << runner_.findings().text();
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRow, NamedUnpackSandbox, ::testing::ValuesIn(rows),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+
+}  // namespace vesk::testing
