@@ -5,6 +5,7 @@
 
 #include <climits>
 
+#include "tests/sandbox/plan_by_hand.h"
 #include "tests/sandbox/sandbox.h"
 #include "tests/sandbox/unpack_runner.h"
 
@@ -22,26 +23,6 @@ struct Row {
 
 std::ostream& operator<<(std::ostream& out, const Row& row) {
     return out << row.name;
-}
-
-/// The owner of a thing that belongs to whoever unpacks.
-constexpr ActingUser caller{static_cast<uid_t>(-1), 0};
-constexpr ActingUser stranger{4321, 4321};
-
-PlannedThing directory(const char* path, mode_t permissions = 0755, ActingUser owner = caller) {
-    return {path, S_IFDIR, permissions, owner, ""};
-}
-
-PlannedThing file(const char* path) {
-    return {path, S_IFREG, 0644, caller, "old"};
-}
-
-PlannedThing fifo(const char* path) {
-    return {path, S_IFIFO, 0644, caller, ""};
-}
-
-PlannedThing link(const char* path, const char* target, ActingUser owner = caller) {
-    return {path, S_IFLNK, 0777, owner, target};
 }
 
 /// The parent of what `lnk` names is not the directory that holds `lnk`.
@@ -89,22 +70,6 @@ const Row rows[] = {
      true},
 };
 
-SandboxPlan planOf(const Row& row, const ActingUser& user) {
-    SandboxPlan plan;
-    std::string path;
-    for (const std::string& part : splitPath(plannedRoot())) {
-        path += (path.empty() ? "" : "/") + part;
-        plan.things.push_back({path, S_IFDIR, 0755, user, ""});
-    }
-    for (PlannedThing thing : row.things) {
-        thing.path = plannedRoot() + "/" + thing.path;
-        if (thing.owner.uid == caller.uid) thing.owner = user;
-        plan.things.push_back(thing);
-    }
-    plan.workingDirectory = plannedRoot();
-    return plan;
-}
-
 class NamedUnpackSandbox : public ::testing::TestWithParam<Row> {
 protected:
     void runRow(const ActingUser& user) {
@@ -116,7 +81,7 @@ protected:
         unpackCase.overwrite = GetParam().overwrite;
         const std::string archive = runner_.archivePath();
         writeFile(archive, unpackCase.archive.bytes);
-        const Sandbox sandbox(runner_.top(), planOf(GetParam(), user));
+        const Sandbox sandbox(runner_.top(), planByHand(GetParam().things, user));
         runner_.run(unpackCase, archive, user, "user " + std::to_string(user.uid));
     }
 
