@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+// Making archives of random sources in random sandboxes: the archive is where its path leads and
+// holds the source's files, and nothing else on the disk changes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "tests/sandbox/cases.h"
+#include "tests/sandbox/make_runner.h"
+#include "tests/sandbox/sandbox.h"
+#include "tests/sandbox/source_model.h"
+#include "tests/sandbox/spelling.h"
+
+namespace vesk::testing {
+
+namespace {
+
+/// Most of the time one that can be archived, which few random ones can.
+std::string randomSource(RandomSource& random, const Surroundings& around, const ActingUser& user) {
+    const Snapshot snapshot = takeSnapshot(around.top);
+    const bool isPicky = random.chance(75);
+    std::string source = randomSpelling(random, around);
+    for (int attempt = 0; isPicky && attempt < 12; ++attempt) {
+        const ActingAs acting(user);
+        const SourceFiles found =
+            filesOfSource(source, findPlace(source), snapshot, around.top, user);
+        if (found.ending == Ending::success && !found.files.empty()) break;
+        source = randomSpelling(random, around);
+    }
+    return source;
+}
+
+/// Sometimes the source itself or something in it; most of the time a new name.
+std::string randomArchivePath(RandomSource& random, const Surroundings& around,
+                              const std::string& source) {
+    const std::size_t choice = random.below(100);
+    if (choice < 8) return source;
+    if (choice < 20 && !source.empty()) return source + "/" + randomName(random);
+    std::string path = randomSpelling(random, around);
+    for (int attempt = 0; choice < 70 && attempt < 6; ++attempt) {
+        if (!findPlace(path).missing.empty()) break;
+        path = randomSpelling(random, around);
+    }
+    return path;
+}
+
+void runRandomCase(MakeRunner& runner, std::uint64_t seed, const ActingUser& user) {
+    static constexpr mode_t masks[] = {022, 022, 0, 077, 027};
+    RandomSource random(seed);
+    const SandboxPlan plan = randomPlan(random, user, runner.top());
+    const Sandbox sandbox(runner.top(), plan);
+    const Surroundings around = surroundingsOf(runner.top(), plan);
+    MakeCase makeCase;
+    makeCase.source = randomSource(random, around, user);
+    makeCase.archive = randomArchivePath(random, around, makeCase.source);
+    makeCase.container = random.chance(50) ? Container::tgz : Container::tar;
+    makeCase.overwrite = random.chance(60);
+    makeCase.mask = random.oneOf(masks);
+    runner.run(makeCase, user, titleOfCase(seed, plan));
+}
+
+void runCases(const ActingUser& user) {
+    const std::uint64_t first = firstSeed();
+    const std::uint64_t count = caseCount(300);
+    MakeRunner runner;
+    for (std::uint64_t seed = first; seed < first + count; ++seed)
+        runRandomCase(runner, seed, user);
+    std::printf(
+        "user %ju, %ju cases from seed %ju on: %ju must succeed, %ju must fail; %ju did succeed\n",
+        std::uintmax_t{user.uid}, count, first, runner.certainSuccesses(), runner.certainFailures(),
+        runner.successes());
+    EXPECT_TRUE(runner.findings().empty()) << runner.findings().text();
+    if (count < 100) return;
+    EXPECT_GT(runner.certainSuccesses(), count / 6);
+    EXPECT_GT(runner.certainFailures(), count / 8);
+}
+
+TEST(MakeSandbox, AsThePresentUser) {
+    runCases(presentUser());
+}
+
+TEST(MakeSandbox, AsAnOrdinaryUser) {
+    if (!presentUser().isRoot()) GTEST_SKIP() << "the present user is one";
+    runCases(ordinaryUser);
+}
+
+}  // namespace
+
+}  // namespace vesk::testing
