@@ -66,9 +66,9 @@ void runCases(const ActingUser& user) {
     for (std::uint64_t seed = first; seed < first + count; ++seed)
         runRandomCase(runner, seed, user);
     std::printf(
-        "user %ju, %ju cases from seed %ju on: %ju must succeed, %ju must fail; %ju did succeed\n",
-        std::uintmax_t{user.uid}, count, first, runner.certainSuccesses(), runner.certainFailures(),
-        runner.successes());
+        "user %ju making, seeds %ju to %ju: %ju must succeed, %ju must fail; %ju did succeed\n",
+        std::uintmax_t{user.uid}, first, first + count - 1, runner.certainSuccesses(),
+        runner.certainFailures(), runner.successes());
     EXPECT_TRUE(runner.findings().empty()) << runner.findings().text();
     if (count < 100) return;
     EXPECT_GT(runner.certainSuccesses(), count / 6);
