@@ -112,11 +112,15 @@ SourceFiles filesOfSource(const std::string& spelling, const KernelPlace& place,
         return refused("a source that is not there", true);
     if (place.path.size() <= top.size()) return refused("a source that is too large", false);
     const std::string path = place.path.substr(top.size() + 1);
+    if (!S_ISDIR(place.there->st_mode) && !S_ISREG(place.there->st_mode))
+        return refused("a source that is neither a file nor a directory", false);
     Collection collection(snapshot, top, user);
-    if (S_ISDIR(place.there->st_mode)) return collection.ofDirectory(path);
-    if (S_ISREG(place.there->st_mode))
-        return collection.ofFile(path, spelling.substr(spelling.rfind('/') + 1));
-    return refused("a source that is neither a file nor a directory", false);
+    SourceFiles found = S_ISDIR(place.there->st_mode)
+                            ? collection.ofDirectory(path)
+                            : collection.ofFile(path, spelling.substr(spelling.rfind('/') + 1));
+    // Whether such a link is followed is a setting of the system's.
+    if (place.linkOfAnother && found.ending == Ending::success) found.ending = Ending::either;
+    return found;
 }
 
 }  // namespace vesk::testing

@@ -24,12 +24,6 @@ bool isAboutDestination(const std::string& message) {
     return all.contains(message);
 }
 
-/// The paths of old trees that the host has told it could not delete; nothing where the host does
-/// not tell of any.
-std::optional<std::vector<std::string>> toldLeftovers() {
-    return std::nullopt;
-}
-
 class Judge {
 public:
     Judge(const UnpackCase& unpackCase, const UnpackScene& scene, const UnpackResult& result,
@@ -42,6 +36,10 @@ public:
           prediction_(predictUnpack(unpackCase, scene)) {}
 
     void judge() {
+        for (const std::string& path : result_.toldLeftovers.value_or(std::vector<std::string>{})) {
+            if (!result_.after.contains(fromTop(scene_, path)))
+                find("tells of a left-over that is not there", {});
+        }
         if (!result_.message) {
             judgeSuccess();
         } else {
@@ -97,7 +95,7 @@ private:
         const std::string beside = parentOf(place) + "/.";
         if (!one.path.starts_with(beside) || one.path.find(".vesk-") == std::string::npos)
             return false;
-        const auto told = toldLeftovers();
+        const auto& told = result_.toldLeftovers;
         const bool isTold = !told || std::any_of(told->begin(), told->end(), [&](const auto& path) {
             return isAtOrBelow(one.path, fromTop(scene_, path));
         });

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/sandbox/findings.h"
 #include "tests/sandbox/unpack_model.h"
@@ -13,6 +14,8 @@ namespace vesk::testing {
 /// What came of a call.
 struct UnpackResult {
     std::optional<std::string> message;  // of the pending exception; nothing after a success
+    /// The absolute paths of what the host has told it left behind; nothing where no host tells.
+    std::optional<std::vector<std::string>> toldLeftovers;
     Snapshot after;
 };
 
