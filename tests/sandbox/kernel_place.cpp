@@ -40,18 +40,18 @@ private:
     int number_;
 };
 
-/// A component that is still to be walked, and whether a link brought it.
+/// A component that is still to be walked, and whether a link brought it. One without a name wants
+/// a directory, which it need not search.
 struct Step {
     std::string name;
     bool fromLink;
 };
 
-/// An end that asks for a directory becomes a step of its own.
 std::deque<Step> stepsOf(const std::string& path, bool fromLink) {
     std::deque<Step> steps;
     for (std::string& name : splitPath(path))
         steps.push_back({std::move(name), fromLink});
-    if (path.ends_with('/')) steps.push_back({".", fromLink});
+    if (path.ends_with('/')) steps.push_back({"", fromLink});
     return steps;
 }
 
@@ -81,7 +81,8 @@ class Walk {
 public:
     explicit Walk(const std::string& path)
         : steps_(stepsOf(path, false)),
-          current_(openPlace(AT_FDCWD, path.starts_with('/') ? "/" : ".")) {}
+          current_(openPlace(AT_FDCWD, path.starts_with('/') ? "/" : ".")),
+          start_(current_.isOpen() ? pathOfOpen(current_) : "") {}
 
     KernelPlace run() {
         if (!current_.isOpen()) return failed(errno);
@@ -101,6 +102,10 @@ private:
     }
 
     void goOn(const Step& step) {
+        if (step.name.empty()) {
+            if (!S_ISDIR(statusOf(current_).st_mode)) meetNothing(step, ENOTDIR);
+            return;
+        }
         Descriptor next = openPlace(current_.number(), step.name.c_str());
         if (!next.isOpen()) return meetNothing(step, errno);
         if (S_ISLNK(statusOf(next).st_mode)) return meetLink(next);
@@ -121,7 +126,7 @@ private:
         if (step.name.size() > NAME_MAX) {
             place_.error = ENAMETOOLONG;
             place_.path = missingPath();
-        } else if (step.name != "." && step.name != "..") {
+        } else if (!step.name.empty() && step.name != "." && step.name != "..") {
             place_.missing.push_back(step.name);
         } else if (step.name == "..") {
             place_.passedMissing.push_back(missingPath());
@@ -158,7 +163,7 @@ private:
     /// Nothing comes any more but the wish for a directory.
     bool isLast() const {
         return std::all_of(steps_.begin(), steps_.end(),
-                           [](const Step& step) { return step.name == "."; });
+                           [](const Step& step) { return step.name.empty(); });
     }
 
     std::string missingPath() const {
@@ -176,11 +181,13 @@ private:
             place_.path = missingPath();
             place_.mayChange = faccessat(current_.number(), ".", W_OK | X_OK, 0) == 0;
         }
-        place_.isReachable = access(place_.directory.c_str(), F_OK) == 0;
+        const std::string& found = place_.there ? place_.path : place_.directory;
+        place_.isReachable = access(found.c_str(), F_OK) == 0 && access(start_.c_str(), F_OK) == 0;
     }
 
     std::deque<Step> steps_;
     Descriptor current_;
+    std::string start_;  // the absolute path of the directory in which the walk begins
     KernelPlace place_;
     int links_ = 0;
 };

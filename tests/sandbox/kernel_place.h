@@ -20,7 +20,7 @@ struct KernelPlace {
                        // long, that of the missing ones
 
     bool mayChange = false;    // the user may put names into `directory` and take them away
-    bool isReachable = false;  // by its absolute path, too
+    bool isReachable = false;  // it and the working directory have absolute paths that lead there
 
     std::vector<std::string> passedMissing;  // paths of missing names that ".." leads back from
     bool endsInLink = false;                 // the last name is a link; `path` is what it names

@@ -58,12 +58,12 @@ Prediction predictExisting(const UnpackCase& unpackCase, const UnpackScene& scen
 /// For a good archive.
 Prediction predictPlace(const UnpackCase& unpackCase, const UnpackScene& scene) {
     const KernelPlace& place = scene.place;
+    if (place.linkOfAnother) return {Ending::failure, "a link of another in a sticky directory"};
     if (place.endDangles)
         return {
             Ending::failure, "a link that leads nowhere",
             unpackCase.overwrite ? "Destination cannot be replaced" : "Destination already exists"};
     if (place.error != 0) return {Ending::failure, "a path that the kernel refuses"};
-    if (place.linkOfAnother) return {Ending::failure, "a link of another in a sticky directory"};
     if (unpackCase.destination.size() >= surelyShort || place.path.size() >= surelyShort)
         return {Ending::either, "a very long path"};
     Prediction prediction = place.there ? predictExisting(unpackCase, scene) : predictNew(scene);
