@@ -195,8 +195,8 @@ EXPLANATIONS = [
 ]
 
 
-def run(*words, defect=""):
-    done = subprocess.run([PROGRAM, *words], env=os.environ | {"VESK_DEFECT": defect},
+def run(*words, defect="", **more):
+    done = subprocess.run([PROGRAM, *words], env=os.environ | {"VESK_DEFECT": defect} | more,
                           capture_output=True, timeout=PATIENCE, text=True, check=False)
     return Result(done.returncode, done.stdout, done.stderr)
 
@@ -211,8 +211,11 @@ class Reports(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         defects = [row[0] for row in DEFECTS + WIDE_DEFECTS] + HARMLESS
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            results = pool.map(lambda defect: run(WRONG_HOST, defect=defect), defects)
+        # Hosts that stage elsewhere leave something there.
+        with tempfile.TemporaryDirectory() as directory, \
+                concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            results = pool.map(
+                lambda defect: run(WRONG_HOST, defect=defect, TMPDIR=directory), defects)
             cls.reports = dict(zip(defects, results))
         cls.standin = run(STANDIN_HOST)
 
@@ -262,10 +265,8 @@ class Reports(unittest.TestCase):
 
     def test_nothing_stays_behind(self):
         with tempfile.TemporaryDirectory() as directory:
-            os.environ["TMPDIR"] = directory
-            self.addCleanup(os.environ.pop, "TMPDIR")
             for defect in ["", "raise aborts", "refusal leaves a directory"]:
-                run(WRONG_HOST, defect=defect)
+                run(WRONG_HOST, defect=defect, TMPDIR=directory)
                 self.assertEqual(os.listdir(directory), [])
 
 
@@ -303,9 +304,7 @@ class Libraries(unittest.TestCase):
 
     def test_without_room_for_trials_nothing_is_said_to_hold(self):
         with tempfile.TemporaryDirectory() as directory:
-            os.environ["TMPDIR"] = directory + "/missing"
-            self.addCleanup(os.environ.pop, "TMPDIR")
-            result = run(STANDIN_HOST)
+            result = run(STANDIN_HOST, TMPDIR=directory + "/missing")
         self.assertEqual(result.status, 3)
         self.assertIn("vesk-host-check: ", result.err)
 
