@@ -31,19 +31,21 @@ fs::path withoutTrailingDots(fs::path path) {
     return path;
 }
 
+FileDescriptor openForLookups(const fs::path& directory) {
+    return FileDescriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
 /// Turns a path that ends in a dot or two into one that ends in a name, or the root directory's;
 /// nothing when it leads nowhere.
 std::optional<fs::path> named(fs::path path) {
     path = withoutTrailingDots(std::move(path));
     if (path.filename() != "." && path.filename() != "..") return path;
+    const FileDescriptor directory = openForLookups(path);
     std::error_code error;
     fs::path canonical = fs::canonical(path, error);
-    if (error) return std::nullopt;
-    return canonical;
-}
-
-FileDescriptor openParent(const fs::path& parent) {
-    return FileDescriptor(open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const bool isSame =
+        !error && directory && isOpenAs({AT_FDCWD, canonical.c_str()}, directory.number());
+    return isSame ? std::optional(std::move(canonical)) : std::nullopt;
 }
 
 /// Opens the parent directory and splits off the name. Returns the message of a failure.
@@ -51,10 +53,10 @@ const char* locate(const fs::path& path, MadeParents* parents, Destination& foun
     const std::optional<fs::path> entry = named(path);
     if (!entry) return cannotInspect;
     const fs::path parent = entry->has_parent_path() ? entry->parent_path() : ".";
-    found.parent = openParent(parent);
+    found.parent = openForLookups(parent);
     if (!found.parent && errno == ENOENT && parents != nullptr) {
         parents->make(parent);
-        found.parent = openParent(parent);
+        found.parent = openForLookups(parent);
     }
     if (!found.parent) {
         const bool leadsNowhere = errno == ENOENT || errno == ENOTDIR;

@@ -29,6 +29,14 @@ timespec changeOf(Entry entry) {
     return status.st_mtim;
 }
 
+bool isChangedSince(timespec change, Entry entry) {
+    struct stat status {};
+    // The tree may have got the permissions of a directory that cannot be looked into.
+    if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno != EACCES;
+    return status.st_mtim.tv_sec != change.tv_sec || status.st_mtim.tv_nsec != change.tv_nsec;
+}
+
 /// Returns the directory's name for a system call.
 std::string pathOf(const std::string& directory) {
     return directory.empty() ? "." : directory;
@@ -78,9 +86,8 @@ bool ExtractedNames::areIn(int tree) {
 }
 
 bool ExtractedNames::areUnchanged(int tree) const {
-    return std::all_of(directories_.begin(), directories_.end(), [tree](const auto& directory) {
-        const timespec now = changeOf({tree, pathOf(directory.name).c_str()});
-        return now.tv_sec == directory.changed.tv_sec && now.tv_nsec == directory.changed.tv_nsec;
+    return std::none_of(directories_.begin(), directories_.end(), [tree](const auto& directory) {
+        return isChangedSince(directory.changed, {tree, pathOf(directory.name).c_str()});
     });
 }
 

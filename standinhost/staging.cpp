@@ -218,6 +218,8 @@ const char* commit(Staging& staging, const fs::path& path) {
     const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
 
+    const Entry target = staging.destination.entry();
+    const bool isOnEmptyDirectory = isEmptyDirectory(target);
     const Placement placed = place(staging);
     if (placed == Placement::oldTreeIsAside) leftover = std::move(staging.oldTreeLeft);
     if (placed != Placement::done) return messageOf(placed);
@@ -226,7 +228,7 @@ const char* commit(Staging& staging, const fs::path& path) {
     const bool isWhole = staging.names.areUnchanged(staging.tree.number());
     const bool isFlushed = !staging.sync || fsync(parent.number()) == 0;
     if (isWhole && isFlushed) return nullptr;
-    takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry());
+    takeBackTree(staging.movedEntry(), target, staging.replacedEntry(), isOnEmptyDirectory);
     return isWhole ? cannotFlush : cannotMove;
 }
 

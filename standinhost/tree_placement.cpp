@@ -174,9 +174,14 @@ Placement replaceTree(Entry tree, Entry target, Entry aside) {
     return Placement::failed;
 }
 
-void takeBackTree(Entry tree, Entry target, Entry aside) {
-    const int error = move(target, tree, isThere(tree) ? RENAME_EXCHANGE : 0);
-    if (isUnsupported(error)) replaceInTwoSteps(tree, target, aside, 0);
+void takeBackTree(Entry tree, Entry target, Entry aside, bool wasEmptyDirectory) {
+    if (isThere(tree)) {
+        const int error = move(target, tree, RENAME_EXCHANGE);
+        if (isUnsupported(error)) replaceInTwoSteps(tree, target, aside, 0);
+    } else if (move(target, tree, 0) == 0 && wasEmptyDirectory) {
+        mkdirat(target.directory, target.name, S_IRWXU);
+        adoptPermissions(target, tree);
+    }
 }
 
 }  // namespace vesk::standin

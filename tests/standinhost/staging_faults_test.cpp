@@ -361,16 +361,19 @@ TEST(CommitWithSync, FlushesTheFilesBeforeTheTreeIsInPlaceAndItsDirectoryAfterwa
 }
 
 TEST(CommitWithSync, TakesBackWhatCannotBeFlushed) {
-    for (const Kind existing : {Kind::nothing, Kind::tree}) {
+    for (const Kind existing : {Kind::nothing, Kind::emptyDirectory, Kind::tree}) {
         for (const std::string failing : {"file system", "directory"}) {
             const TempDir dir;
             makeAt(dir / "out", existing);
+            if (existing != Kind::nothing) fs::permissions(dir / "out", fs::perms{0710});
             const Tree before = treeAt(dir.path());
             const fs::path staging = stageWithSync(dir / "out");
             RenameFaults faults;
             faults.flush = [&](const std::string& what) { return what == failing ? -1 : 0; };
             EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
             EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+            if (existing != Kind::nothing)
+                EXPECT_EQ(fs::status(dir / "out").permissions(), fs::perms{0710});
         }
     }
 }
