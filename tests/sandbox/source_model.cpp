@@ -108,8 +108,7 @@ SourceFiles refused(const char* reason, bool isForWantOfSomething) {
 SourceFiles filesOfSource(const std::string& spelling, const KernelPlace& place,
                           const Snapshot& snapshot, const std::string& top,
                           const ActingUser& user) {
-    if (!place.there || !place.passedMissing.empty())
-        return refused("a source that is not there", true);
+    if (!place.there) return refused("a source that is not there", true);
     if (place.path.size() <= top.size()) return refused("a source that is too large", false);
     const std::string path = place.path.substr(top.size() + 1);
     if (!S_ISDIR(place.there->st_mode) && !S_ISREG(place.there->st_mode))
@@ -120,6 +119,11 @@ SourceFiles filesOfSource(const std::string& spelling, const KernelPlace& place,
                             : collection.ofFile(path, spelling.substr(spelling.rfind('/') + 1));
     // Whether such a link is followed is a setting of the system's.
     if (place.linkOfAnother && found.ending == Ending::success) found.ending = Ending::either;
+    if (!place.passedMissing.empty() && found.ending != Ending::failure) {
+        found.ending = Ending::failure;
+        found.reason = "a source by way of missing names";
+        found.isForWantOfSomething = true;
+    }
     return found;
 }
 
