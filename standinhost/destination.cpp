@@ -64,6 +64,9 @@ const char* locate(const fs::path& path, MadeParents* parents, Destination& foun
     }
     found.name = entry->has_filename() ? entry->filename().native() : ".";
     found.path = *entry;
+    std::error_code error;
+    found.parentPath = fs::canonical(parent, error);
+    if (error) found.parentPath = parent;
     return kindOf(found.entry()) == EntryKind::unknown ? cannotInspect : nullptr;
 }
 
@@ -85,7 +88,7 @@ std::optional<Destination> follow(const Destination& destination) {
     std::error_code error;
     const fs::path target = fs::read_symlink(destination.path, error);
     Destination found;
-    if (error || locate(destination.path.parent_path() / target, nullptr, found) != nullptr ||
+    if (error || locate(destination.parentPath / target, nullptr, found) != nullptr ||
         kindOf(found.entry()) == EntryKind::nothing)
         return std::nullopt;
     return found;
@@ -118,7 +121,10 @@ const char* findDestination(const fs::path& path, MadeParents* parents, Destinat
     // The system refuses it, however short it is without the dots at its end.
     if (path.native().size() >= PATH_MAX) return cannotInspect;
     if (const char* message = locate(path, parents, found)) return message;
-    for (int links = 0; links < longestChain && isLinkToFollow(found); ++links) {
+
+    // A link that the system does not follow to its end is not followed here either.
+    const FileDescriptor end(open(found.path.c_str(), O_PATH | O_CLOEXEC));
+    for (int links = 0; end && links < longestChain && isLinkToFollow(found); ++links) {
         std::optional<Destination> next = follow(found);
         if (!next) break;
         found = std::move(*next);

@@ -35,9 +35,9 @@ private:
 /// stands for itself.
 struct Destination {
     FileDescriptor parent;
-    std::string name;  ///< "." for the root directory, which is an entry of none
-    /// A path to it that a person can use; relative where the destination was given so.
-    std::filesystem::path path;
+    std::string name;                  ///< "." for the root directory, which is an entry of none
+    std::filesystem::path path;        ///< to it, relative if the destination was given so
+    std::filesystem::path parentPath;  ///< absolute, without links and dots, if it can be told
 
     Entry entry() const { return {parent.number(), name.c_str()}; }
 };

@@ -12,7 +12,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "module/host/host_runtime.h"
@@ -67,11 +66,10 @@ thread_local bool isSyncWanted = false;
 
 void chooseName(Staging& staging) {
     const Destination& destination = staging.destination;
-    const fs::path parent = destination.path.parent_path();
     staging.name = stagingName(destination.name, staging.overwrite);
     staging.replacedName = replacedTreeName(destination.name, staging.name);
-    staging.directoryLeft = {parent / staging.name, false};
-    staging.oldTreeLeft = {parent / staging.replacedName, true};
+    staging.directoryLeft = {destination.parentPath / staging.name, false};
+    staging.oldTreeLeft = {destination.parentPath / staging.replacedName, true};
 }
 
 bool makeDirectory(Staging& staging) {
@@ -131,9 +129,8 @@ fs::path pathToTree(const Staging& staging) {
     const std::string number = std::to_string(staging.directory.number());
     fs::path path = fs::path("/proc/self/fd") / number / treeName;
     if (leadsTo(path, staging.tree.number())) return path;
-    std::error_code error;
-    path = fs::canonical(staging.directoryLeft.path, error) / treeName;
-    return !error && leadsTo(path, staging.tree.number()) ? path : fs::path();
+    path = staging.directoryLeft.path / treeName;
+    return leadsTo(path, staging.tree.number()) ? path : fs::path();
 }
 
 /// Removes the emptied staging directory under the name that it has by now. True when it is gone.

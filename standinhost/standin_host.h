@@ -74,7 +74,7 @@ void abandonStaging();
 
 /// Something that an extraction could not delete or put back.
 struct Leftover {
-    /// Where it is; relative if the destination was given so.
+    /// Where it is: absolute, without links and dots, if that can be told.
     std::filesystem::path path;
     /// It is the only copy of the tree that was to be replaced, to be moved back to the
     /// destination. Otherwise it is of no use and can be removed.

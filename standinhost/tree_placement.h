@@ -25,8 +25,8 @@ Placement placeNewTree(Entry tree, Entry target);
 /// directory of `tree` belongs to this process alone. Never gives `targetExists`.
 Placement replaceTree(Entry tree, Entry target, Entry aside);
 
-/// Undoes a placement: moves the tree back to `tree`, and what is there by now to `target`. An empty
-/// directory, which `wasEmptyDirectory` says was replaced, is made anew.
+/// Undoes a placement: moves the tree back to `tree`, and what is there by now to `target`. An
+/// empty directory, which `wasEmptyDirectory` says was replaced, is made anew.
 void takeBackTree(Entry tree, Entry target, Entry aside, bool wasEmptyDirectory);
 
 }  // namespace vesk::standin

@@ -150,11 +150,8 @@ private:
 
     void noteLinkAtEnd(const struct stat& link, const struct stat& directory) {
         place_.endsInLink = true;
-        constexpr mode_t openSticky = S_ISVTX | S_IWOTH;
-        if ((directory.st_mode & openSticky) == openSticky && link.st_uid != geteuid() &&
-            link.st_uid != directory.st_uid) {
+        if ((directory.st_mode & S_ISVTX) != 0 && link.st_uid != geteuid())
             place_.linkOfAnother = true;
-        }
     }
 
     /// Nothing comes any more but what a link brought, which was at the end itself.

@@ -36,7 +36,7 @@ public:
           prediction_(predictUnpack(unpackCase, scene)) {}
 
     void judge() {
-        for (const std::string& path : result_.toldLeftovers.value_or(std::vector<std::string>{})) {
+        for (const std::string& path : result_.toldLeftovers) {
             if (!result_.after.contains(fromTop(scene_, path)))
                 find("tells of a left-over that is not there", {});
         }
@@ -96,10 +96,11 @@ private:
         if (!one.path.starts_with(beside) || one.path.find(".vesk-") == std::string::npos)
             return false;
         const auto& told = result_.toldLeftovers;
-        const bool isTold = !told || std::any_of(told->begin(), told->end(), [&](const auto& path) {
-            return isAtOrBelow(one.path, fromTop(scene_, path));
+        return std::any_of(told.begin(), told.end(), [&](const std::string& path) {
+            const std::string directory = fromTop(scene_, path);
+            return one.path == directory || (isAtOrBelow(one.path, directory) &&
+                                             isOldInode(result_.after.at(one.path).inode, place));
         });
-        return isTold && isOldInode(result_.after.at(one.path).inode, place);
     }
 
     bool isOldInode(ino_t inode, const std::string& place) const {

@@ -14,8 +14,8 @@ namespace vesk::testing {
 /// What came of a call.
 struct UnpackResult {
     std::optional<std::string> message;  // of the pending exception; nothing after a success
-    /// The absolute paths of what the host has told it left behind; nothing where no host tells.
-    std::optional<std::vector<std::string>> toldLeftovers;
+    /// The absolute paths of what the host has told it left behind.
+    std::vector<std::string> toldLeftovers;
     Snapshot after;
 };
 
