@@ -1,41 +1,157 @@
 // SPDX-License-Identifier: MIT
-// Noting signals.
+// Noting signals, and ending by them. All that handlers do is allowed in handlers.
 #include "commandline/interruption.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
 #include <csignal>
-#include <initializer_list>
+#include <ctime>
+
+#include "commandline/last_words.h"
 
 namespace vesk::commandline {
 
 namespace {
 
-// Any thread of the process may be the one that receives the signal.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
-std::atomic<int> notedSignal = 0;
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may write nothing else");
+// Rather less than half a second, so that the process has ended by then: it may have to give back
+// much memory.
+constexpr timespec patience{0, 300'000'000};
 
-extern "C" void noteSignal(int signal) {
-    notedSignal = signal;
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
+std::atomic<int> notedSignal = 0;
+std::atomic<bool> workIsOver = false;
+// Written before the first handler is installed.
+sigset_t handledSignals;
+timer_t patienceTimer;
+bool hasTimer = false;
+bool alarmsAreHeeded = true;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "a signal handler may write nothing else");
+
+[[noreturn]] void endBy(int number) {
+    struct sigaction ordinary {};
+    ordinary.sa_handler = SIG_DFL;
+    sigaction(number, &ordinary, nullptr);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, number);
+    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+    raise(number);
+    _exit(128 + number);  // the first process of a container outlives a signal's default
+}
+
+[[noreturn]] void endAtOnceBy(int number) {
+    sayLastWordsAtOnce();
+    endBy(number);
+}
+
+/// Returns whether the process will hear of it when its patience is at an end.
+bool startPatience() {
+    const itimerspec once{{0, 0}, patience};
+    return hasTimer && timer_settime(patienceTimer, 0, &once, nullptr) == 0;
+}
+
+void note(int number) {
+    int none = 0;
+    if (!notedSignal.compare_exchange_strong(none, number)) endAtOnceBy(number);
+    if (workIsOver) endBy(number);
+    if (!startPatience()) endAtOnceBy(number);
+}
+
+extern "C" void heedSignal(int number, siginfo_t* information, void* /*context*/) {
+    const int error = errno;
+    if (number == SIGALRM && information->si_code == SI_TIMER) endAtOnceBy(notedSignal);
+    if (number != SIGALRM || alarmsAreHeeded) note(number);
+    errno = error;
+}
+
+/// Every signal that ends a process unless it is handled; not those by which the process itself
+/// goes wrong, nor those that are ignored for good reason (see prepareStandardStreams).
+sigset_t endingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU,
+                             SIGVTALRM, SIGPROF, SIGIO, SIGPWR,
+#ifdef SIGSTKFLT
+                             SIGSTKFLT
+#endif
+         })
+        sigaddset(&signals, number);
+    for (int number = SIGRTMIN; number <= SIGRTMAX; ++number)
+        sigaddset(&signals, number);
+    return signals;
+}
+
+bool isUnheard(int number, const sigset_t& blocked) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    return action.sa_handler == SIG_IGN || sigismember(&blocked, number) == 1;
+}
+
+void chooseSignals() {
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    handledSignals = endingSignals();
+    alarmsAreHeeded = !isUnheard(SIGALRM, blocked);
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        // The timer's own signal is needed in any case.
+        if (number != SIGALRM && isUnheard(number, blocked)) sigdelset(&handledSignals, number);
+    }
+}
+
+void installHandler() {
+    struct sigaction action {};
+    action.sa_sigaction = heedSignal;
+    action.sa_mask = handledSignals;
+    // Without SA_RESTART the module's reads and writes could fail before it can be stopped.
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (sigismember(&handledSignals, number) == 1) sigaction(number, &action, nullptr);
+    }
+}
+
+void* receiveSignals(void* /*nothing*/) {
+    pthread_sigmask(SIG_UNBLOCK, &handledSignals, nullptr);
+    for (;;)
+        pause();
+}
+
+bool startReceiver() {
+    constexpr std::size_t enoughForTheHandler = 256 * 1024;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, enoughForTheHandler);
+    pthread_t receiver{};
+    const int error = pthread_create(&receiver, &attributes, receiveSignals, nullptr);
+    pthread_attr_destroy(&attributes);
+    return error == 0;
 }
 
 }  // namespace
 
 void noteInterruptions() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action {};
-        sigaction(signal, nullptr, &action);
-        if (action.sa_handler == SIG_IGN) continue;
-        action = {};
-        action.sa_handler = noteSignal;
-        // Without SA_RESTART the module's reads and writes could fail before it can be stopped.
-        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-        sigaction(signal, &action, nullptr);
-    }
+    chooseSignals();
+    sigevent atTheEnd{};
+    atTheEnd.sigev_notify = SIGEV_SIGNAL;
+    atTheEnd.sigev_signo = SIGALRM;
+    hasTimer = timer_create(CLOCK_MONOTONIC, &atTheEnd, &patienceTimer) == 0;
+    installHandler();
+    // Threads begin with the signals blocked that their maker has blocked.
+    pthread_sigmask(SIG_BLOCK, &handledSignals, nullptr);
+    if (!startReceiver()) pthread_sigmask(SIG_UNBLOCK, &handledSignals, nullptr);
 }
 
 void throwIfInterrupted() {
-    if (const int signal = notedSignal; signal != 0) throw Interruption{signal};
+    if (notedSignal != 0) throw Interruption{};
+}
+
+void endIfInterrupted() {
+    workIsOver = true;
+    if (const int number = notedSignal; number != 0) endBy(number);
 }
 
 }  // namespace vesk::commandline

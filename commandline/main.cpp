@@ -2,7 +2,7 @@
 // vesk-archive: makes and unpacks archives with the archive module, in the place of the runtime.
 //
 // Exit status: 0 done; 1 the module raised an exception; 2 wrong usage; 3 the module cannot be
-// loaded or the memory does not suffice; 128 + the signal's number when it was interrupted.
+// loaded or the memory does not suffice. When it was interrupted it ends by the signal.
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +16,7 @@
 #include "commandline/archive_work.h"
 #include "commandline/arguments.h"
 #include "commandline/interruption.h"
+#include "commandline/last_words.h"
 #include "commandline/module_library.h"
 #include "commandline/terminal.h"
 #include "commandline/wording.h"
@@ -28,10 +29,10 @@ constexpr int done = 0;
 constexpr int raised = 1;
 constexpr int wrongUsage = 2;
 constexpr int cannotRun = 3;
-constexpr int signalled = 128;
+constexpr int interrupted = -1;  // a signal is at hand to end by
 
 void complain(const std::string& message) {
-    say("vesk-archive: " + message);
+    if (mayTellTheEnd()) say("vesk-archive: " + message);
 }
 
 std::string inSeconds(std::chrono::duration<double> time) {
@@ -46,10 +47,12 @@ void sayOutcome(const Arguments& arguments, const Outcome& outcome) {
                            : "unpacked " + arguments.archive + " to " + arguments.tree;
     line += ": " + counted(outcome.entries, "entry", "entries");
     if (outcome.archiveBytes) line += ", " + counted(*outcome.archiveBytes, "byte", "bytes");
-    say(line + ", " + inSeconds(outcome.time));
+    if (mayTellTheEnd()) say(line + ", " + inSeconds(outcome.time));
 }
 
 int run(const Arguments& arguments) {
+    if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
+    noteInterruptions();
     try {
         const auto result = carryOut(arguments);
         if (const auto* error = std::get_if<vesk::standin::PendingError>(&result)) {
@@ -58,10 +61,9 @@ int run(const Arguments& arguments) {
         }
         if (!arguments.quiet) sayOutcome(arguments, std::get<Outcome>(result));
         return done;
-    } catch (const Interruption& interruption) {
-        complain(arguments.verb == Verb::make ? "interrupted; the archive was not written"
-                                              : "interrupted; the destination is as it was");
-        return signalled + interruption.signal;
+    } catch (const Interruption&) {
+        sayLastWords();
+        return interrupted;
     } catch (const ModuleError& error) {
         complain(error.what());
         return cannotRun;
@@ -89,11 +91,7 @@ int notEnoughMemory() {
     return cannotRun;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    prepareStandardStreams();
-    noteInterruptions();
+int statusOf(int argc, char** argv) {
     try {
         return runWords(argc, argv);
     } catch (const std::bad_alloc&) {
@@ -104,4 +102,13 @@ int main(int argc, char** argv) {
         complain(std::string("the archive module failed: ") + failure.what());
         return cannotRun;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    prepareStandardStreams();
+    const int status = statusOf(argc, argv);
+    endIfInterrupted();
+    return status;
 }

@@ -2,8 +2,6 @@
 // Drawing the live line.
 #include "commandline/progress_line.h"
 
-#include <unistd.h>
-
 #include <system_error>
 #include <utility>
 
@@ -18,7 +16,6 @@ using namespace std::chrono_literals;
 
 constexpr auto firstDrawn = 500ms;
 constexpr auto redrawn = 200ms;
-constexpr const char* erasure = "\r\033[K";
 
 }  // namespace
 
@@ -49,14 +46,14 @@ void ProgressLine::redrawUntilEnd() {
     do {
         draw();
     } while (pause(redrawn));
-    writeText(STDERR_FILENO, erasure);
+    eraseLiveLine();
 }
 
 void ProgressLine::draw() const {
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    writeText(STDERR_FILENO, erasure + doing_ + ": " + counted(entries_, "entry", "entries") +
-                                 " so far, " + std::to_string(seconds) + " s");
+    showLiveLine(doing_ + ": " + counted(entries_, "entry", "entries") + " so far, " +
+                 std::to_string(seconds) + " s");
 }
 
 }  // namespace vesk::commandline

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <clocale>
 #include <csignal>
@@ -18,6 +19,11 @@
 namespace vesk::commandline {
 
 namespace {
+
+constexpr std::string_view erasure = "\r\033[K";
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
+std::atomic<bool> liveLineIsShown = false;
 
 /// Returns how many bytes the printable character at the front of `text` has; 0 when there is none.
 std::size_t printableLength(std::string_view text) {
@@ -55,13 +61,16 @@ void prepareStandardStreams() {
         if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", O_RDWR);
     }
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
     std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
 }
 
+std::string forStandardError(std::string_view text) {
+    return standardErrorIsTerminal() ? escapedForTerminal(text) : std::string(text);
+}
+
 void say(std::string_view line) {
-    const bool isTerminal = isatty(STDERR_FILENO) != 0;
-    const std::string text = isTerminal ? escapedForTerminal(line) : std::string(line);
-    writeText(STDERR_FILENO, text + "\n");
+    writeText(STDERR_FILENO, forStandardError(line) + "\n");
 }
 
 void writeText(int descriptor, std::string_view text) {
@@ -73,11 +82,29 @@ void writeText(int descriptor, std::string_view text) {
     }
 }
 
+bool standardErrorIsTerminal() {
+    return isatty(STDERR_FILENO) != 0;
+}
+
 bool canRedraw() {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
     const char* const terminal = std::getenv("TERM");
     return terminal != nullptr && *terminal != '\0' && terminal != std::string_view("dumb") &&
-           isatty(STDERR_FILENO) != 0;
+           standardErrorIsTerminal();
+}
+
+void showLiveLine(std::string_view line) {
+    liveLineIsShown = true;
+    writeText(STDERR_FILENO, std::string(erasure).append(line));
+}
+
+void eraseLiveLine() {
+    writeText(STDERR_FILENO, erasure);
+    liveLineIsShown = false;
+}
+
+std::string_view liveLineErasure() {
+    return liveLineIsShown ? erasure : std::string_view();
 }
 
 }  // namespace vesk::commandline

@@ -1,133 +1,17 @@
 # SPDX-License-Identifier: MIT
-"""The promises of vesk-archive: exit statuses, streams, names, formats, signals, the live line.
+"""The promises of vesk-archive: exit statuses, streams, names, formats, the live line."""
 
-Run by ctest, which names the files under test in the environment. All names are bytes: the
-program promises nothing about their encoding.
-"""
-
-import collections
-import contextlib
 import gzip
 import os
-import pathlib
-import pty
 import re
-import select
 import shutil
 import signal
-import subprocess
 import tarfile
-import tempfile
 import time
 import unittest
 import unittest.mock
 
-PROGRAM = os.environb[b"VESK_ARCHIVE"]
-MODULE = os.environb[b"VESK_MODULE"]
-PATIENCE = 60  # seconds until a hanging program is given up
-
-Result = collections.namedtuple("Result", "status out err")
-
-TWO_FILES = {b"a": b"alpha", b"sub/b": b"beta"}
-UNPACKING_CALLS = 7  # archive, after reading, destination, twice for each of two entries
-MAKING_CALLS = 8  # archive, source, after collecting, twice for each of two entries, at the end
-
-SUMMARY = rb", \d+\.\d\d s\n"
-
-
-def environment(fault=None, call=1, **changes):
-    """The test's environment; with a fault, the host call of that number goes wrong."""
-    variables = os.environ | {"LC_ALL": "C.UTF-8", "TERM": "xterm"} | changes
-    if fault:
-        variables.update(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_FAULT=fault,
-                         VESK_FAULT_CALL=str(call))
-    return variables
-
-
-def start(words, cwd, env=None, **options):
-    streams = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    streams.update(options)
-    program = streams.pop("program", PROGRAM)
-    return subprocess.Popen([program, *words], cwd=cwd, env=env or environment(), **streams)
-
-
-def finish(process):
-    """Ends the program's input and returns what it left behind."""
-    try:
-        out, err = process.communicate(timeout=PATIENCE)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.communicate()
-        raise
-    return Result(process.returncode, out, err)
-
-
-def wait_until(condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError
-        time.sleep(0.01)
-
-
-def status_line(process, name):
-    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
-    return re.search(rf"^{name}:\s*(\w+)", status, re.MULTILINE).group(1)
-
-
-def catches(process, number):
-    """Whether the process has a handler for the signal."""
-    return int(status_line(process, "SigCgt"), 16) >> (number - 1) & 1
-
-
-def tree(path):
-    """The regular files below a directory, as a name-to-bytes map."""
-    files = {}
-    for directory, _, names in os.walk(path):
-        for name in names:
-            file = os.path.join(directory, name)
-            files[os.path.relpath(file, path)] = pathlib.Path(os.fsdecode(file)).read_bytes()
-    return files
-
-
-class CommandLineTest(unittest.TestCase):
-    """An empty working directory for every test."""
-
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="vesk commandline ")
-        self.addCleanup(directory.cleanup)
-        self.cwd = os.fsencode(directory.name)
-
-    def path(self, name):
-        return os.path.join(self.cwd, name)
-
-    def write(self, name, contents=b""):
-        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
-        with open(self.path(name), "wb") as file:
-            file.write(contents)
-
-    def read(self, name):
-        with open(self.path(name), "rb") as file:
-            return file.read()
-
-    def write_tree(self, name, files):
-        for file, contents in files.items():
-            self.write(os.path.join(name, file), contents)
-
-    def write_archive(self, name, files, mode="w"):
-        """An archive made by Python's tarfile."""
-        self.write(name)
-        self.write_tree(b"archived", files)
-        with tarfile.open(os.fsdecode(self.path(name)), mode, format=tarfile.USTAR_FORMAT) as made:
-            for file in files:
-                made.add(os.fsdecode(self.path(b"archived/" + file)), os.fsdecode(file))
-        shutil.rmtree(self.path(b"archived"))
-
-    def run_program(self, *words, **options):
-        return finish(start(words, self.cwd, **options))
-
-    def listing(self):
-        return sorted(os.listdir(self.cwd))
+from program_case import *
 
 
 class SuccessTest(CommandLineTest):
@@ -432,116 +316,11 @@ class BrokenStreamTest(CommandLineTest):
         self.assertEqual(finish(process).status, 0)
 
 
-class InterruptionTest(CommandLineTest):
-    """Signals and lack of memory at every single host call, as the real module makes them."""
-
-    UNPACK = (b"unpack", b"--overwrite", b"in.tar", b"dest")
-    MAKE = (b"make", b"--overwrite", b"src", b"in.tar")
-    UNTOUCHED = {"unpack": b"vesk-archive: interrupted; the destination is as it was\n",
-                 "make": b"vesk-archive: interrupted; the archive was not written\n"}
-
-    def setUp(self):
-        super().setUp()
-        self.write_tree(b"src", TWO_FILES)
-        self.write_archive(b"in.tar", TWO_FILES)
-
-    def assert_nothing_is_left(self, words, calls, fault, status, err, dest=None):
-        before = tree(self.cwd), self.listing()
-        for call in range(1, calls + 1):
-            with self.subTest(words=words, fault=fault, call=call):
-                result = self.run_program(*words, env=environment(fault, call))
-                self.assertEqual(result, (status, b"", err))
-                self.assertEqual((tree(self.cwd), self.listing()), before)
-        # One call later there is nothing left to go wrong: every call has been tried.
-        result = self.run_program(*words, env=environment(fault, calls + 1))
-        self.assertEqual(result.status, 0)
-
-    def test_a_signal_in_the_middle_of_unpacking_leaves_no_staging_and_no_destination(self):
-        for fault, status in [("SIGINT", 130), ("SIGTERM", 143), ("SIGHUP", 129)]:
-            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, fault, status,
-                                        self.UNTOUCHED["unpack"])
-            shutil.rmtree(self.path(b"dest"))
-
-    def test_a_signal_in_the_middle_of_unpacking_leaves_the_old_destination(self):
-        self.write(b"dest/old", b"old")
-        self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, "SIGINT", 130,
-                                    self.UNTOUCHED["unpack"])
-
-    def test_a_signal_in_the_middle_of_making_leaves_the_old_archive(self):
-        self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "SIGINT", 130, self.UNTOUCHED["make"])
-
-    def test_lack_of_memory_is_status_3_and_leaves_nothing(self):
-        err = (b"vesk-archive: not enough memory: archives are held in memory whole; "
-               b"free some or handle less at once\n")
-        for fault in ["bad_alloc", "length_error"]:
-            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, fault, 3, err)
-            shutil.rmtree(self.path(b"dest"))
-            self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, fault, 3, err)
-
-    def waiting_unpack(self):
-        process = start(self.UNPACK, self.cwd, environment("wait", UNPACKING_CALLS))
-        self.assertEqual(process.stdout.read(1), b".")
-        wait_until(lambda: status_line(process, "State") == "S")
-        return process
-
-    def test_a_signal_from_another_process_is_heeded_at_the_next_host_call(self):
-        process = self.waiting_unpack()
-        self.assertEqual(len(self.listing()), 3, "a staging directory is being filled")
-        process.send_signal(signal.SIGINT)
-        wait_until(lambda: not catches(process, signal.SIGINT))
-        self.assertEqual(finish(process), (130, b"", self.UNTOUCHED["unpack"]))
-        self.assertEqual(self.listing(), [b"in.tar", b"src"])
-
-    def test_a_second_signal_ends_the_program_at_once(self):
-        process = self.waiting_unpack()
-        process.send_signal(signal.SIGINT)
-        wait_until(lambda: not catches(process, signal.SIGINT))
-        process.send_signal(signal.SIGINT)
-        self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
-        finish(process)
-
-    def test_a_signal_that_was_ignored_at_the_start_stays_ignored(self):
-        for name in ["SIGINT", "SIGTERM", "SIGHUP"]:
-            with self.subTest(signal=name):
-                ignore = lambda: signal.signal(getattr(signal, name), signal.SIG_IGN)
-                result = self.run_program(*self.UNPACK, env=environment(name, UNPACKING_CALLS),
-                                          preexec_fn=ignore)
-                self.assertEqual(result.status, 0)
-
-
-class TerminalTest(CommandLineTest):
-    """Standard error on a pseudo-terminal."""
-
-    def setUp(self):
-        super().setUp()
-        self.write_tree(b"src", TWO_FILES)
-
-    def start_on_terminal(self, *words, env=None):
-        self.terminal, program_end = pty.openpty()
-        self.addCleanup(os.close, self.terminal)
-        process = start(words, self.cwd, env, stderr=program_end)
-        os.close(program_end)
-        return process
-
-    def shown_until(self, pattern):
-        shown = b""
-        deadline = time.monotonic() + PATIENCE
-        while not re.search(pattern, shown):
-            self.assertLess(time.monotonic(), deadline, shown)
-            if select.select([self.terminal], [], [], PATIENCE)[0]:
-                shown += os.read(self.terminal, 4096)
-        return shown
-
-    def rest_shown(self, process, status=0):
-        self.assertEqual(finish(process).status, status)
-        shown = b""
-        with contextlib.suppress(OSError):  # EIO: the program has ended, its end is closed
-            while data := os.read(self.terminal, 4096):
-                shown += data
-        return shown
-
-
 class LiveLineTest(TerminalTest):
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"src", TWO_FILES)
+
     LINE = rb"\r\x1b\[K(making|unpacking): (1 entry|0 entries) so far, \d+ s"
     MAKE = (b"make", b"src", b"a.tar")
     MADE = rb"made a\.tar: 2 entries, 3072 bytes, \d+\.\d\d s"
@@ -585,9 +364,8 @@ class LiveLineTest(TerminalTest):
     def test_the_line_is_erased_when_interrupted(self):
         process = self.start_slow_making()
         self.shown_until(self.LINE)
-        process.send_signal(signal.SIGINT)
-        wait_until(lambda: not catches(process, signal.SIGINT))
-        self.assertRegex(self.rest_shown(process, 130),
+        send_and_await(process, signal.SIGINT)
+        self.assertRegex(self.rest_shown(process, -signal.SIGINT),
                          rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written\r\n\Z")
 
     def shown_of_slow_making(self, *options, **changes):
@@ -614,6 +392,10 @@ class LiveLineTest(TerminalTest):
 
 class HostileNameTest(TerminalTest):
     """What a terminal is shown of names that would drive it."""
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"src", TWO_FILES)
 
     ROWS = [(b"\x1b[31m", rb"\033[31m"), (b"a\nb", rb"a\012b"), (b"\r\x07\x7f", rb"\015\007\177"),
             (b"\xff\x9b", rb"\377\233"), ("\u009b31m".encode(), rb"\302\23331m"),

@@ -4,17 +4,30 @@
 //
 //   VESK_FAULT_CALL  the number of the call, counted from 1 over both functions below
 //   VESK_FAULT       what happens right before that call is answered:
-//       SIGINT, SIGTERM, SIGHUP  the process receives the signal
+//       a number                 the process receives that signal, and has heeded it
 //       bad_alloc, length_error  the call throws the exception
 //       wait                     a dot is written to standard output, and the process waits until
 //                                its standard input ends; it aborts if a signal cuts that short
+//
+// It also takes part in what the program does on signals:
+//
+//   VESK_PATIENCE    if it is "ordinary", the program's patience after a signal has its length;
+//                    else it never ends, so that no test depends on how fast the machine is
+//   VESK_NO_THREADS  if it is set, no thread can be started
+#include <dirent.h>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <new>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "module/host/host_runtime.h"
@@ -31,10 +44,33 @@ void waitForEndOfInput() {
     if (count != 0) std::abort();
 }
 
-void commitFault(std::string_view fault) {
-    if (fault == "SIGINT") std::raise(SIGINT);
-    if (fault == "SIGTERM") std::raise(SIGTERM);
-    if (fault == "SIGHUP") std::raise(SIGHUP);
+bool isAsleep(const std::string& task) {
+    std::ifstream file("/proc/self/task/" + task + "/stat");
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str().substr(text.str().rfind(')') + 1, 2) == " S";
+}
+
+bool othersAreAsleep() {
+    bool all = true;
+    DIR* const tasks = opendir("/proc/self/task");
+    while (const dirent* entry = readdir(tasks)) {
+        const std::string name = entry->d_name;
+        if (name[0] != '.' && name != std::to_string(gettid())) all = all && isAsleep(name);
+    }
+    closedir(tasks);
+    return all;
+}
+
+// A thread that the signal wakes is awake from then on until it waits again.
+void sendSignal(int number) {
+    kill(getpid(), number);
+    while (!othersAreAsleep())
+        usleep(1000);
+}
+
+void commitFault(const std::string& fault) {
+    if (const int number = std::atoi(fault.c_str()); number != 0) sendSignal(number);
     if (fault == "bad_alloc") throw std::bad_alloc();
     if (fault == "length_error") throw std::length_error("injected");
     if (fault == "wait") waitForEndOfInput();
@@ -54,7 +90,26 @@ Function* answering(Function* function) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, info.dli_sname));
 }
 
+// Looked up in advance: the program calls it in a signal handler.
+const auto setTimer = reinterpret_cast<decltype(&timer_settime)>(dlsym(RTLD_NEXT, "timer_settime"));
+
+bool isSet(const char* name, std::string_view value) {
+    const char* const found = std::getenv(name);
+    return found != nullptr && found == value;
+}
+
 }  // namespace
+
+extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* time,
+                             itimerspec* old) noexcept {
+    return isSet("VESK_PATIENCE", "ordinary") ? setTimer(timer, flags, time, old) : 0;
+}
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*run)(void*), void* argument) noexcept {
+    if (isSet("VESK_NO_THREADS", "1")) return EAGAIN;
+    return answering(&pthread_create)(thread, attributes, run, argument);
+}
 
 int Vesk_hasPendingError(void) {
     countCall();

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+// The last words, and what they are made of.
+#include "commandline/last_words.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <string_view>
+
+#include "commandline/staging_search.h"
+#include "commandline/terminal.h"
+
+namespace vesk::commandline {
+
+namespace {
+
+enum class Stage { making, makingInFile, made, unpacking };
+
+// A stage is entered when what belongs to it is complete, and nothing is changed or freed after.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
+std::atomic<Stage> stage = Stage::making;
+std::atomic<bool> isTold = false;
+std::atomic<int> makingDescriptor = -1;
+const std::string* makingPath = nullptr;
+const std::string* shownMakingPath = nullptr;
+const StagingPlace* place = nullptr;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+static_assert(std::atomic<Stage>::is_always_lock_free, "read in a signal handler");
+
+/// Whether the file has a name still: its last, under which it was made, is removed first.
+bool archiveIsInPlace() {
+    struct stat status {};
+    return fstat(makingDescriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink > 0;
+}
+
+void tellMakingFile(FixedText& text) {
+    const bool isGone = unlink(makingPath->c_str()) == 0 || errno == ENOENT;
+    if (!isGone) {
+        text << "; '" << *shownMakingPath << "' is left and can be removed";
+    } else {
+        text << (archiveIsInPlace() ? "; the archive was written"
+                                    : "; the archive was not written");
+    }
+}
+
+FixedText lastWords() {
+    FixedText text;
+    text << liveLineErasure() << "vesk-archive: interrupted";
+    switch (stage.load()) {
+        case Stage::making:
+            text << "; the archive was not written";
+            break;
+        case Stage::makingInFile:
+            tellMakingFile(text);
+            break;
+        case Stage::made:
+            text << "; the archive was written";
+            break;
+        case Stage::unpacking:
+            tellStaging(*place, text);
+            break;
+    }
+    return text << "\n";
+}
+
+bool standardErrorTakesText() {
+    pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+    return poll(&standardError, 1, 0) == 1 && (standardError.revents & POLLOUT) != 0;
+}
+
+}  // namespace
+
+void expectMakingIn(const std::filesystem::path& temporary, int descriptor) {
+    makingPath = new std::string(temporary.native());
+    shownMakingPath = new std::string(forStandardError(temporary.native()));
+    makingDescriptor = descriptor;
+    stage = Stage::makingInFile;
+}
+
+void expectArchive() {
+    stage = Stage::made;
+}
+
+void expectUnpacking(const std::filesystem::path& destination) {
+    place = new StagingPlace(stagingPlace(destination));
+    stage = Stage::unpacking;
+}
+
+bool mayTellTheEnd() {
+    return !isTold.exchange(true);
+}
+
+void sayLastWords() {
+    if (mayTellTheEnd()) writeText(STDERR_FILENO, lastWords().view());
+}
+
+void sayLastWordsAtOnce() {
+    if (!mayTellTheEnd()) return;
+    const FixedText text = lastWords();
+    if (standardErrorTakesText()) writeText(STDERR_FILENO, text.view());
+}
+
+}  // namespace vesk::commandline

@@ -1,0 +1,275 @@
+# SPDX-License-Identifier: MIT
+"""What vesk-archive does on signals and for lack of memory: nothing is left half done.
+
+Run by ctest, which names the files under test in the environment.
+"""
+
+import contextlib
+import fcntl
+import itertools
+import os
+import pty
+import re
+import resource
+import select
+import shutil
+import signal
+import time
+import unittest
+
+from program_case import *
+
+UNTOUCHED = {"unpack": b"vesk-archive: interrupted; the destination is as it was\n",
+             "make": b"vesk-archive: interrupted; the archive was not written\n"}
+
+# Those that end a process unless it does something about them, and that it can do something about.
+ENDING = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1,
+          signal.SIGUSR2, signal.SIGALRM, signal.SIGXCPU, signal.SIGVTALRM, signal.SIGPROF,
+          signal.SIGIO, signal.SIGPWR, 16, signal.SIGRTMIN, signal.SIGRTMIN + 7, signal.SIGRTMAX]
+
+
+def no_core_file():
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+
+class SignalCase(CommandLineTest):
+    UNPACK = (b"unpack", b"--overwrite", b"in.tar", b"dest")
+    MAKE = (b"make", b"--overwrite", b"src", b"in.tar")
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"src", TWO_FILES)
+        self.write_archive(b"in.tar", TWO_FILES)
+
+    def waiting(self, words, call, **changes):
+        """The program, waiting at the host call of that number."""
+        process = start(words, self.cwd, environment("wait", call, **changes),
+                        preexec_fn=no_core_file)
+        self.assertEqual(process.stdout.read(1), b".")
+        wait_until(lambda: status_line(process, "State") == "S")
+        return process
+
+    def waiting_unpack(self, **changes):
+        return self.waiting(self.UNPACK, UNPACKING_CALLS, **changes)
+
+
+class FaultAtEveryCallTest(SignalCase):
+    """Signals and lack of memory at every single host call, as the real module makes them."""
+
+    def assert_nothing_is_left(self, words, calls, fault, status, err, **changes):
+        before = tree(self.cwd), self.listing()
+        for call in range(1, calls + 1):
+            with self.subTest(words=words, fault=fault, call=call):
+                result = self.run_program(*words, env=environment(fault, call, **changes))
+                self.assertEqual(result, (status, b"", err))
+                self.assertEqual((tree(self.cwd), self.listing()), before)
+        # One call later there is nothing left to go wrong: every call has been tried.
+        result = self.run_program(*words, env=environment(fault, calls + 1))
+        self.assertEqual(result.status, 0)
+
+    def test_a_signal_in_the_middle_of_unpacking_leaves_no_staging_and_no_destination(self):
+        for number in [2, 15, 1]:
+            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, str(number), -number,
+                                        UNTOUCHED["unpack"])
+            shutil.rmtree(self.path(b"dest"))
+
+    def test_a_signal_in_the_middle_of_unpacking_leaves_the_old_destination(self):
+        self.write(b"dest/old", b"old")
+        self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, "2", -2, UNTOUCHED["unpack"])
+
+    def test_a_signal_in_the_middle_of_making_leaves_the_old_archive(self):
+        self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "2", -2, UNTOUCHED["make"])
+
+    def test_a_signal_is_heeded_where_no_thread_can_be_started(self):
+        self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "2", -2, UNTOUCHED["make"],
+                                    VESK_NO_THREADS="1")
+        self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, "15", -15, UNTOUCHED["unpack"],
+                                    VESK_NO_THREADS="1")
+
+    def test_lack_of_memory_is_status_3_and_leaves_nothing(self):
+        err = (b"vesk-archive: not enough memory: archives are held in memory whole; "
+               b"free some or handle less at once\n")
+        for fault in ["bad_alloc", "length_error"]:
+            self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, fault, 3, err)
+            shutil.rmtree(self.path(b"dest"))
+            self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, fault, 3, err)
+
+
+class InterruptionTest(SignalCase):
+    """Which signals end the program, and how it ends by them."""
+
+    def test_every_signal_that_ends_a_process_is_heeded_and_ends_the_program_itself(self):
+        for verb, words, call in [("unpack", self.UNPACK, UNPACKING_CALLS),
+                                  ("make", self.MAKE, MAKING_CALLS)]:
+            for number in ENDING:
+                with self.subTest(verb=verb, signal=number):
+                    result = self.run_program(*words, env=environment(str(int(number)), call),
+                                              preexec_fn=no_core_file)
+                    self.assertEqual(result, (-number, b"", UNTOUCHED[verb]))
+                    self.assertEqual(self.listing(), [b"in.tar", b"src"])
+
+    def test_a_signal_from_another_process_is_heeded_at_the_next_host_call(self):
+        process = self.waiting_unpack()
+        self.assertEqual(len(self.listing()), 3, "a staging directory is being filled")
+        send_and_await(process, signal.SIGINT)
+        self.assertEqual(finish(process), (-signal.SIGINT, b"", UNTOUCHED["unpack"]))
+        self.assertEqual(self.listing(), [b"in.tar", b"src"])
+
+    def test_a_second_signal_ends_the_program_at_once_and_what_it_leaves_is_named(self):
+        for first, second in [(signal.SIGINT, signal.SIGINT), (signal.SIGTERM, signal.SIGINT),
+                              (signal.SIGINT, signal.SIGRTMAX)]:
+            with self.subTest(first=first, second=second):
+                process = self.waiting_unpack()
+                send_and_await(process, first)
+                process.send_signal(second)
+                self.assertEqual(process.wait(PATIENCE), -second)
+                self.assert_the_left_over_is_named(finish(process).err)
+
+    def assert_the_left_over_is_named(self, err, beginning=b"vesk-archive: interrupted"):
+        left = [name for name in self.listing() if name.startswith(b".dest.vesk-")]
+        self.assertEqual(len(left), 1)
+        self.assertEqual(err, beginning + b"; '" + left[0] + b"' is left and can be removed\n")
+        shutil.rmtree(self.path(left[0]))
+
+    def test_a_program_that_is_held_up_ends_all_the_same_and_what_it_leaves_is_named(self):
+        self.write(b".dest.vesk-unpacking-new-stale1", b"of an earlier run")
+        self.write(b".destiny.vesk-unpacking-new-other1", b"of something else")
+        os.utime(self.path(b".dest.vesk-unpacking-new-stale1"), (0, 0))
+        time.sleep(0.05)  # longer than the steps of the clock by which files are dated
+        for changes in [{}, {"VESK_NO_THREADS": "1"}]:
+            with self.subTest(changes=changes):
+                process = self.waiting_unpack(VESK_PATIENCE="ordinary", **changes)
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+                os.remove(self.path(b".dest.vesk-unpacking-new-stale1"))
+                self.assert_the_left_over_is_named(finish(process).err)
+                self.write(b".dest.vesk-unpacking-new-stale1", b"of an earlier run")
+                time.sleep(0.05)
+
+    def test_a_left_over_is_named_by_its_path_and_as_a_terminal_can_show_it(self):
+        for dest, shown in [(b"new\xff/d\x1b", rb"new\\377/\.d\\033"),
+                            (b"new/\xc3\xa4\n", b"new/\\.\xc3\xa4\\\\012"),
+                            (b"new/" + b"l\xff" * 125, rb"new/\.(l\\377){100,125}")]:
+            with self.subTest(dest=dest):
+                terminal, program_end = pty.openpty()
+                self.addCleanup(os.close, terminal)
+                process = start((b"unpack", b"in.tar", dest + b"//."), self.cwd,
+                                environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary",
+                                            TERM="dumb"), stderr=program_end)
+                os.close(program_end)
+                process.stdout.read(1)
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+                finish(process)
+                self.assertRegex(os.read(terminal, 4096),
+                                 rb"\Avesk-archive: interrupted; '" + shown +
+                                 rb"\.vesk-unpacking-[\w-]+' is left and can be removed\r\n\Z")
+                shutil.rmtree(self.path(os.path.dirname(dest)))
+
+    def test_one_signal_is_enough_while_the_program_waits_for_a_fifo_to_be_opened(self):
+        os.mkfifo(self.path(b"fifo.tar"))
+        rows = [("make", (b"make", b"--overwrite", b"src", b"fifo.tar")),
+                ("make", (b"make", b"src", b"new.tar", b"--module", b"fifo.tar")),
+                ("unpack", (b"unpack", b"in.tar", b"dest", b"--module", b"fifo.tar"))]
+        for (verb, words), number in itertools.product(rows, [signal.SIGTERM, signal.SIGALRM]):
+            with self.subTest(words=words, signal=number):
+                process = start(words, self.cwd)
+                wait_until(lambda: pathlib.Path(f"/proc/{process.pid}/wchan").read_text()
+                           in ["wait_for_partner", "fifo_open", "0"]
+                           and status_line(process, "State") == "S"
+                           and catches(process, number))
+                process.send_signal(number)
+                self.assertEqual(finish(process), (-number, b"", UNTOUCHED[verb]))
+                self.assertEqual(self.listing(), [b"fifo.tar", b"in.tar", b"src"])
+
+    def test_a_standard_error_that_takes_nothing_keeps_no_program_alive(self):
+        reading, writing = os.pipe()
+        self.addCleanup(os.close, reading)
+        fcntl.fcntl(writing, fcntl.F_SETFL, os.O_NONBLOCK)
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(writing, b"x")
+        fcntl.fcntl(writing, fcntl.F_SETFL, 0)
+        process = start(self.UNPACK, self.cwd, stderr=writing)
+        os.close(writing)
+        wait_until(lambda: os.path.exists(self.path(b"dest")))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish(process).status, -signal.SIGTERM)
+
+    def test_the_thread_that_works_receives_no_signals(self):
+        """So that no long read of its own can hold them up."""
+        process = self.waiting_unpack()
+        blocked = int(status_line(process, "SigBlk"), 16)
+        for number in ENDING:
+            self.assertTrue(blocked >> (number - 1) & 1, number)
+        finish(process)
+
+    def test_a_signal_that_was_ignored_at_the_start_stays_ignored(self):
+        for number in ENDING:
+            with self.subTest(signal=number):
+                ignore = lambda: signal.signal(number, signal.SIG_IGN)
+                result = self.run_program(*self.UNPACK, preexec_fn=ignore,
+                                          env=environment(str(int(number)), UNPACKING_CALLS))
+                self.assertEqual(result.status, 0)
+
+    def test_a_signal_that_was_blocked_at_the_start_stays_blocked(self):
+        for number in [signal.SIGTERM, signal.SIGALRM]:
+            block = lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [number])
+            result = self.run_program(*self.UNPACK, preexec_fn=block,
+                                      env=environment(str(int(number)), UNPACKING_CALLS))
+            self.assertEqual(result.status, 0)
+
+    def test_a_signal_works_where_another_is_ignored(self):
+        numbers = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGALRM]
+        for ignored, sent in itertools.permutations(numbers, 2):
+            with self.subTest(ignored=ignored, sent=sent):
+                ignore = lambda: signal.signal(ignored, signal.SIG_IGN)
+                result = self.run_program(*self.UNPACK, preexec_fn=ignore,
+                                          env=environment(str(int(sent)), UNPACKING_CALLS))
+                self.assertEqual(result, (-sent, b"", UNTOUCHED["unpack"]))
+
+    def test_ignored_alarms_do_not_keep_a_held_up_program_alive(self):
+        process = start(self.UNPACK, self.cwd,
+                        environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary"),
+                        preexec_fn=lambda: signal.signal(signal.SIGALRM, signal.SIG_IGN))
+        process.stdout.read(1)
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
+        finish(process)
+
+    def test_a_limit_on_the_size_of_files_is_a_failure_with_a_message(self):
+        self.write(b"src/large", bytes(8192))
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+        result = self.run_program(b"make", b"src", b"new.tar", preexec_fn=limit)
+        self.assertEqual(result[:2], (1, b""))
+        self.assertEqual(result.err, b"vesk-archive: IOException: Cannot finalize archive\n")
+
+
+class ShellTest(SignalCase):
+    """A loop of a shell on a terminal, from which Ctrl-C is typed."""
+
+    LOOP = 'for number in 1 2 3; do "$0" unpack --overwrite in.tar dest; echo "[$?]"; done; echo end'
+
+    def test_ctrl_c_ends_the_loop_and_not_the_program_alone(self):
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(self.cwd)
+            os.execve("/bin/bash", ["bash", "-c", self.LOOP, PROGRAM],
+                      environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary"))
+        self.addCleanup(os.close, terminal)
+        shown = b""
+        while b"." not in shown:
+            self.assertTrue(select.select([terminal], [], [], PATIENCE)[0])
+            shown += os.read(terminal, 4096)
+        os.write(terminal, b"\x03")
+        with contextlib.suppress(OSError):
+            while data := os.read(terminal, 4096):
+                shown += data
+        self.assertEqual(os.waitpid(child, 0)[1], signal.SIGINT)
+        self.assertIn(b"vesk-archive: interrupted; '.dest.vesk-unpacking-", shown)
+        self.assertNotIn(b"[", shown)
+        self.assertNotIn(b"end", shown)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,171 @@
+# SPDX-License-Identifier: MIT
+"""What the tests of vesk-archive share: running it, and an empty directory for every test.
+
+ctest names the files under test in the environment. All names are bytes: the program promises
+nothing about their encoding.
+"""
+
+import collections
+import contextlib
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import signal
+import subprocess
+import tarfile
+import tempfile
+import time
+import unittest
+
+PROGRAM = os.environb[b"VESK_ARCHIVE"]
+MODULE = os.environb[b"VESK_MODULE"]
+PATIENCE = 60  # seconds until a hanging program is given up
+
+Result = collections.namedtuple("Result", "status out err")
+
+TWO_FILES = {b"a": b"alpha", b"sub/b": b"beta"}
+UNPACKING_CALLS = 7  # archive, after reading, destination, twice for each of two entries
+MAKING_CALLS = 8  # archive, source, after collecting, twice for each of two entries, at the end
+
+SUMMARY = rb", \d+\.\d\d s\n"
+
+
+def environment(fault=None, call=1, **changes):
+    """The test's environment; with a fault, the host call of that number goes wrong."""
+    variables = os.environ | {"LC_ALL": "C.UTF-8", "TERM": "xterm"} | changes
+    if fault:
+        variables.update(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_FAULT=fault,
+                         VESK_FAULT_CALL=str(call))
+    return variables
+
+
+def start(words, cwd, env=None, **options):
+    streams = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    streams.update(options)
+    program = streams.pop("program", PROGRAM)
+    return subprocess.Popen([program, *words], cwd=cwd, env=env or environment(), **streams)
+
+
+def finish(process):
+    """Ends the program's input and returns what it left behind."""
+    try:
+        out, err = process.communicate(timeout=PATIENCE)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.communicate()
+        raise
+    return Result(process.returncode, out, err)
+
+
+def wait_until(condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > deadline:
+            raise TimeoutError
+        time.sleep(0.01)
+
+
+def status_line(process, name):
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return re.search(rf"^{name}:\s*(\w+)", status, re.MULTILINE).group(1)
+
+
+def catches(process, number):
+    """Whether the process has a handler for the signal."""
+    return int(status_line(process, "SigCgt"), 16) >> (number - 1) & 1
+
+
+def send_and_await(process, number):
+    """Sends the signal and waits until all that it sets going at once has been done.
+
+    Whoever is woken by it is running from the moment of sending until it waits again.
+    """
+    def is_heeded():
+        tasks = pathlib.Path(f"/proc/{process.pid}/task").glob("*/stat")
+        states = {task.read_text().rpartition(")")[2].split()[0] for task in tasks}
+        pending = int(status_line(process, "ShdPnd"), 16)
+        return states == {"S"} and not pending >> (number - 1) & 1
+
+    process.send_signal(number)
+    wait_until(is_heeded)
+
+
+def tree(path):
+    """The regular files below a directory, as a name-to-bytes map."""
+    files = {}
+    for directory, _, names in os.walk(path):
+        for name in names:
+            file = os.path.join(directory, name)
+            files[os.path.relpath(file, path)] = pathlib.Path(os.fsdecode(file)).read_bytes()
+    return files
+
+
+class CommandLineTest(unittest.TestCase):
+    """An empty working directory for every test."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="vesk commandline ")
+        self.addCleanup(directory.cleanup)
+        self.cwd = os.fsencode(directory.name)
+
+    def path(self, name):
+        return os.path.join(self.cwd, name)
+
+    def write(self, name, contents=b""):
+        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+        with open(self.path(name), "wb") as file:
+            file.write(contents)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def write_tree(self, name, files):
+        for file, contents in files.items():
+            self.write(os.path.join(name, file), contents)
+
+    def write_archive(self, name, files, mode="w"):
+        """An archive made by Python's tarfile."""
+        self.write(name)
+        self.write_tree(b"archived", files)
+        with tarfile.open(os.fsdecode(self.path(name)), mode, format=tarfile.USTAR_FORMAT) as made:
+            for file in files:
+                made.add(os.fsdecode(self.path(b"archived/" + file)), os.fsdecode(file))
+        shutil.rmtree(self.path(b"archived"))
+
+    def run_program(self, *words, **options):
+        return finish(start(words, self.cwd, **options))
+
+    def listing(self):
+        return sorted(os.listdir(self.cwd))
+
+
+class TerminalTest(CommandLineTest):
+    """Standard error on a pseudo-terminal."""
+
+    def start_on_terminal(self, *words, env=None):
+        self.terminal, program_end = pty.openpty()
+        self.addCleanup(os.close, self.terminal)
+        process = start(words, self.cwd, env, stderr=program_end)
+        os.close(program_end)
+        return process
+
+    def shown_until(self, pattern):
+        shown = b""
+        deadline = time.monotonic() + PATIENCE
+        while not re.search(pattern, shown):
+            self.assertLess(time.monotonic(), deadline, shown)
+            if select.select([self.terminal], [], [], PATIENCE)[0]:
+                shown += os.read(self.terminal, 4096)
+        return shown
+
+    def rest_shown(self, process, status=0):
+        self.assertEqual(finish(process).status, status)
+        shown = b""
+        with contextlib.suppress(OSError):  # EIO: the program has ended, its end is closed
+            while data := os.read(self.terminal, 4096):
+                shown += data
+        return shown
