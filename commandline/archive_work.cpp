@@ -7,7 +7,9 @@
 #include <string>
 #include <system_error>
 
+#include "commandline/archive_target.h"
 #include "commandline/interruption.h"
+#include "commandline/making_file.h"
 #include "commandline/module_library.h"
 #include "commandline/progress_line.h"
 #include "commandline/terminal.h"
@@ -24,6 +26,8 @@ struct Watch {
     HostCall countedCall;
     std::uint64_t calls = 0;
     std::atomic<std::uint64_t> entries = 0;
+    /// Created as soon as the module has collected its entries, so that it becomes none of them.
+    MakingFile* file = nullptr;
 };
 
 void onHostCall(void* context, HostCall call) {
@@ -31,6 +35,7 @@ void onHostCall(void* context, HostCall call) {
     if (call == watch.countedCall) {
         ++watch.calls;
         watch.entries = watch.calls < 2 ? 0 : (watch.calls - 2) / 2;
+        if (watch.calls == 2 && watch.file != nullptr) watch.file->create();
     }
     throwIfInterrupted();
 }
@@ -44,23 +49,50 @@ public:
     Observation& operator=(const Observation&) = delete;
 };
 
-void callModule(NativeMethod method, const Arguments& arguments, Watch& watch) {
-    const bool isMake = arguments.verb == Verb::make;
-    std::optional<ProgressLine> line;
-    if (!arguments.quiet && canRedraw())
-        line.emplace(isMake ? "making" : "unpacking", watch.entries);
+/// Names the module's method and what it is called with.
+struct Call {
+    NativeMethod method;
+    std::string from;
+    std::string to;
+    standin::Mode mode;
+};
 
-    const std::string& from = isMake ? arguments.tree : arguments.archive;
-    const std::string& to = isMake ? arguments.archive : arguments.tree;
-    standin::Mode mode{arguments.overwrite};
+using Failure = std::optional<standin::PendingError>;
+
+Failure callModule(Call call, Watch& watch, bool showsProgress) {
+    std::optional<ProgressLine> line;
+    const bool isMake = watch.countedCall == HostCall::hasPendingError;
+    if (showsProgress && canRedraw()) line.emplace(isMake ? "making" : "unpacking", watch.entries);
+
     const Observation observation(watch);
     try {
-        method(nullptr, from.c_str(), to.c_str(), &mode);
+        call.method(nullptr, call.from.c_str(), call.to.c_str(), &call.mode);
     } catch (...) {
         // The module removes the staging directory after failures of its own only.
         standin::abandonStaging();
         throw;
     }
+    return standin::takePendingError();
+}
+
+Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {
+    const ArchiveTarget target =
+        findArchiveTarget(arguments.archive, arguments.tree, arguments.overwrite);
+    const Call call{method, arguments.tree, target.modulePath, {target.moduleOverwrites, false}};
+    if (!target.file) return callModule(call, watch, !arguments.quiet);
+
+    MakingFile file(target.modulePath, *target.file, arguments.overwrite);
+    watch.file = &file;
+    if (auto error = callModule(call, watch, !arguments.quiet)) return error;
+    if (const char* const message = file.publish(arguments.sync))
+        return standin::PendingError{"IOException", message};
+    return std::nullopt;
+}
+
+Failure unpackArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {
+    return callModule(
+        {method, arguments.archive, arguments.tree, {arguments.overwrite, arguments.sync}}, watch,
+        !arguments.quiet);
 }
 
 std::optional<std::uintmax_t> sizeOf(const std::filesystem::path& archive) {
@@ -80,10 +112,13 @@ std::variant<Outcome, standin::PendingError> carryOut(const Arguments& arguments
     Watch watch{arguments.verb == Verb::make ? HostCall::hasPendingError : HostCall::runtimeFsPath};
     // An archive that lies in the destination may be gone once it has been unpacked.
     auto archiveBytes = sizeOf(arguments.archive);
-    callModule(module.method(arguments.verb, format), arguments, watch);
-    if (auto error = standin::takePendingError()) return *error;
+    const bool isMake = arguments.verb == Verb::make;
+    const NativeMethod method = module.method(arguments.verb, format);
+    const Failure failure =
+        isMake ? makeArchive(method, arguments, watch) : unpackArchive(method, arguments, watch);
+    if (failure) return *failure;
 
-    if (arguments.verb == Verb::make) archiveBytes = sizeOf(arguments.archive);
+    if (isMake) archiveBytes = sizeOf(arguments.archive);
     return Outcome{watch.entries, archiveBytes, std::chrono::steady_clock::now() - start};
 }
 

@@ -19,6 +19,7 @@ struct Options {
     std::string format;
     std::string module;
     bool overwrite = false;
+    bool sync = false;
     bool quiet = false;
 };
 
@@ -28,6 +29,8 @@ void addCommonOptions(CLI::App& verb, Options& options, const std::string& forma
         ->check(CLI::IsMember({"tar", "tgz"}))
         ->option_text("tar|tgz");
     verb.add_flag("--overwrite", options.overwrite, overwriteHelp)->disable_flag_override();
+    verb.add_flag("--sync", options.sync, "Do not end before all of it is on the disk")
+        ->disable_flag_override();
     verb.add_flag("--quiet", options.quiet, "Say nothing but errors")->disable_flag_override();
     verb.add_option("--module", options.module, "Load the archive module from this file")
         ->option_text("PATH");
@@ -81,7 +84,7 @@ std::variant<Arguments, Information, UsageError> request(const CLI::App& program
                                        "' tells no format: add --format tar or --format tgz");
     }
     return Arguments{verb,   options.archive,   options.tree, options.module,
-                     format, options.overwrite, options.quiet};
+                     format, options.overwrite, options.sync, options.quiet};
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ struct Arguments {
     /// Always set when making; nothing when unpacking by what the archive holds.
     std::optional<ArchiveFormat> format;
     bool overwrite = false;
+    /// What is made or unpacked is to be on the disk before success is told.
+    bool sync = false;
     bool quiet = false;
 };
 

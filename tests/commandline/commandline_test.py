@@ -233,7 +233,7 @@ class InformationTest(CommandLineTest):
     def test_the_verbs_help_names_every_option(self):
         for verb in [b"make", b"unpack"]:
             out = self.run_program(verb, b"--help").out
-            for option in [b"--format tar|tgz", b"--overwrite", b"--quiet", b"--module PATH"]:
+            for option in [b"--format tar|tgz", b"--overwrite", b"--sync", b"--quiet", b"--module PATH"]:
                 with self.subTest(verb=verb, option=option):
                     self.assertIn(option, out)
 

@@ -13,7 +13,11 @@
 //
 //   VESK_PATIENCE    if it is "ordinary", the program's patience after a signal has its length;
 //                    else it never ends, so that no test depends on how fast the machine is
-//   VESK_NO_THREADS  if it is set, no thread can be started
+//   VESK_NO_THREADS  if it is 1, no thread can be started
+//
+// And it plays a file system that knows less:
+//
+//   VESK_NO_RENAMEAT2, VESK_NO_LINK  if it is 1, that system call is refused
 #include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
@@ -21,6 +25,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -109,6 +114,20 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
                               void* (*run)(void*), void* argument) noexcept {
     if (isSet("VESK_NO_THREADS", "1")) return EAGAIN;
     return answering(&pthread_create)(thread, attributes, run, argument);
+}
+
+extern "C" int renameat2(int from, const char* name, int to, const char* newName,
+                         unsigned int flags) noexcept {
+    if (!isSet("VESK_NO_RENAMEAT2", "1"))
+        return answering(&renameat2)(from, name, to, newName, flags);
+    errno = EINVAL;
+    return -1;
+}
+
+extern "C" int link(const char* name, const char* newName) noexcept {
+    if (!isSet("VESK_NO_LINK", "1")) return answering(&link)(name, newName);
+    errno = EPERM;
+    return -1;
 }
 
 int Vesk_hasPendingError(void) {

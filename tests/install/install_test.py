@@ -219,7 +219,7 @@ class BashCompletion(ScratchTest):
     _vesk_archive
     printf '%s\\n' "${COMPREPLY[@]}"
     """
-    OPTIONS = {"--format", "--overwrite", "--quiet", "--module", "--help", "--version"}
+    OPTIONS = {"--format", "--overwrite", "--sync", "--quiet", "--module", "--help", "--version"}
 
     def offered(self, *words):
         said = output("bash", "-c", self.SCRIPT, "bash",
@@ -230,7 +230,7 @@ class BashCompletion(ScratchTest):
     def test_the_shell_offers_what_fits(self):
         write_tree(self.scratch, {"a file.tar": b"", "another": b""})
         rows = [([""], {"make", "unpack"}), (["ma"], {"make"}), (["x"], set()),
-                (["make", "--"], self.OPTIONS), (["make", "--qu"], {"--quiet"}),
+                (["make", "--"], self.OPTIONS), (["make", "--qu"], {"--quiet"}), (["make", "--sy"], {"--sync"}),
                 (["make", "--format", ""], {"tar", "tgz"}), (["make", "--format", "tg"], {"tgz"}),
                 (["unpack", "a"], {"a file.tar", "another"}),
                 (["make", "another", "a "], {"a file.tar"}),

@@ -1,0 +1,455 @@
+# SPDX-License-Identifier: MIT
+"""What vesk-archive make promises of its archive: it is whole or it is not there.
+
+Run by ctest, which names the files under test in the environment.
+"""
+
+import itertools
+import os
+import re
+import resource
+import shutil
+import stat
+import subprocess
+import threading
+import time
+import unittest
+
+from program_case import *
+
+NOBODY, SOMEBODY = 65534, 65533
+IS_ROOT = os.geteuid() == 0
+MAKING = rb"\.%s\.vesk-making-[A-Za-z0-9]{6}"
+
+
+class MakingCase(CommandLineTest):
+    def setUp(self):
+        super().setUp()
+        os.chmod(self.cwd, 0o777)  # for the tests that become an ordinary user
+        self.write_tree(b"src", TWO_FILES)
+        self.made = self.contents_of_new_archive()
+
+    def contents_of_new_archive(self, source=b"src"):
+        """The bytes of the source's archive, made where nothing is in the way."""
+        with tempfile.TemporaryDirectory() as directory:
+            archive = os.path.join(os.fsencode(directory), b"x.tar")
+            self.assertEqual(self.run_program(b"make", source, archive).status, 0)
+            return pathlib.Path(os.fsdecode(archive)).read_bytes()
+
+    def make(self, *words, **options):
+        return self.run_program(b"make", *words, **options)
+
+    def assert_makes(self, *words, **options):
+        result = self.make(*words, **options)
+        self.assertEqual(result[:2], (0, b""), result.err)
+
+    def assert_fails(self, message, *words, **options):
+        result = self.make(*words, **options)
+        self.assertEqual(result, (1, b"", b"vesk-archive: IOException: " + message + b"\n"))
+
+    def waiting(self, *words, call=MAKING_CALLS, **options):
+        """The program, waiting at that host call: the last one is right before the writing."""
+        process = start((b"make", *words), self.cwd, environment("wait", call), **options)
+        self.assertEqual(process.stdout.read(1), b".")
+        return process
+
+    def mode(self, name):
+        return stat.S_IMODE(os.stat(self.path(name)).st_mode)
+
+
+def as_ordinary_user():
+    if IS_ROOT:
+        os.setgroups([])
+        os.setresgid(NOBODY, NOBODY, NOBODY)
+        os.setresuid(NOBODY, NOBODY, NOBODY)
+
+
+class MessagesTest(MakingCase):
+    """The module's checks come out as if it were called on the name itself."""
+
+    EXISTS, CREATE = b"Archive already exists", b"Cannot create archive"
+    INSPECT, PARENT = b"Cannot inspect archive destination", b"Cannot create archive parent directory"
+    NO_SOURCE = b"Archive source does not exist"
+
+    def setUp(self):
+        super().setUp()
+        self.write(b"old.tar", b"old")
+        self.write(b"fixed/old.tar", b"old")
+        self.write(b"readonly.tar", b"old")
+        os.mkdir(self.path(b"dir.tar"))
+        os.mkfifo(self.path(b"pipe"))
+        os.symlink(b"loop.tar", self.path(b"loop.tar"))
+        os.symlink(b"missing/x.tar", self.path(b"nowhere.tar"))
+        os.symlink(b"readonly.tar", self.path(b"link.tar"))
+        self.write(b"unreadable", b"x")
+        os.chmod(self.path(b"unreadable"), 0)
+        os.chmod(self.path(b"readonly.tar"), 0o444)
+        os.chmod(self.path(b"fixed"), 0o555)
+
+    def tearDown(self):
+        os.chmod(self.path(b"fixed"), 0o755)
+
+    ROWS = [
+        (b"src", b"old.tar", [], EXISTS), (b"src", b"dir.tar", [], EXISTS),
+        (b"none", b"old.tar", [], EXISTS), (b"src", b"pipe", ["--format=tar"], EXISTS),
+        (b"src", b"link.tar", [], EXISTS), (b"src", b"dir.tar/", ["--format=tar"], EXISTS),
+        (b"none", b"loop.tar", [], INSPECT), (b"none", b"x" * 256 + b".tar", [], INSPECT),
+        (b"none", b"old.tar/x.tar", [], PARENT), (b"none", b"fixed/new/x.tar", [], PARENT),
+        (b"none", b"dir.tar/" + b"x" * 256 + b"/x.tar", [], INSPECT),
+        (b"none", b"new.tar", [], NO_SOURCE), (b"none", b"a/b/new.tar", [], NO_SOURCE),
+        (b"none", b"fixed/new.tar", [], NO_SOURCE),
+        (b"none", b"dir.tar", ["--overwrite"], NO_SOURCE),
+        (b"none", b"readonly.tar", ["--overwrite"], NO_SOURCE),
+        (b"none", b"nowhere.tar", [], NO_SOURCE),
+        (b"", b"a/b/new.tar", [], b"Source path is required"),
+        (b"pipe", b"a/new.tar", [], b"Archive source must be a file or directory"),
+        (b"unreadable", b"fixed/new.tar", [], b"Cannot read file: unreadable"),
+        (b"unreadable", b"dir.tar", ["--overwrite"], b"Cannot read file: unreadable"),
+        (b"src", b"dir.tar", ["--overwrite"], CREATE),
+        (b"src", b"dir.tar/", ["--overwrite", "--format=tar"], CREATE),
+        (b"src", b".", ["--overwrite", "--format=tar"], CREATE),
+        (b"src", b"readonly.tar", ["--overwrite"], CREATE),
+        (b"src", b"link.tar", ["--overwrite"], CREATE),
+        (b"src", b"fixed/new.tar", [], CREATE), (b"src", b"fixed/old.tar", ["--overwrite"], CREATE),
+        (b"src", b"nowhere.tar", [], CREATE), (b"src", b"nowhere.tar", ["--overwrite"], CREATE),
+    ]
+
+    def snapshot(self):
+        """What is there, with what tells a file from another in its place and from its past."""
+        found = []
+        for directory, _, files in os.walk(self.cwd):
+            found.append(directory)
+            for name in files:
+                status = os.lstat(os.path.join(directory, name))
+                found.append((name, status.st_ino, status.st_size, status.st_mtime_ns))
+        return sorted(found, key=repr)
+
+    def test_the_first_check_that_fails_has_the_word_and_nothing_is_changed(self):
+        before = self.snapshot()
+        for source, archive, options, message in self.ROWS:
+            with self.subTest(source=source, archive=archive, options=options):
+                self.assert_fails(message, source, archive, *options, preexec_fn=as_ordinary_user)
+                self.assertEqual(self.snapshot(), before)
+
+    def test_a_name_with_a_slash_at_its_end_cannot_be_created(self):
+        self.assert_fails(self.CREATE, b"src", b"new.tar/", b"--format=tar")
+
+    def test_a_directory_that_cannot_be_made_below_others_is_told_before_a_missing_source(self):
+        self.assert_fails(self.PARENT, b"none", b"a/" + b"x" * 256 + b"/x.tar")
+
+    def test_missing_directories_are_made(self):
+        self.assert_makes(b"src", b"a/../b/c/new.tar")
+        self.assertEqual(self.read(b"b/c/new.tar"), self.made)
+
+
+class FileTest(MakingCase):
+    """The file in which the archive is made."""
+
+    def test_it_has_a_telling_name_and_is_not_there_before_the_entries_have_been_collected(self):
+        for name in [b"new.tar", b"n\xff\n.tar", b"x" * 251 + b".tar"]:
+            shown = re.escape(name if len(name) < 200 else name[:235])
+            for call, pattern in [(3, None), (5, MAKING % shown), (MAKING_CALLS, MAKING % shown)]:
+                with self.subTest(name=name, call=call):
+                    process = self.waiting(b"src", name, call=call)
+                    hidden = [name for name in self.listing() if name != b"src"]
+                    self.assertEqual(len(hidden), 0 if pattern is None else 1)
+                    for name_of_file in hidden:
+                        self.assertRegex(name_of_file, rb"\A" + pattern + rb"\Z")
+                    self.assertEqual(finish(process).status, 0)
+                    self.assertEqual(self.listing(), sorted([name, b"src"]))
+                    self.assertEqual(self.read(name), self.made)
+                    os.remove(self.path(name))
+
+    def test_a_long_name_is_cut_between_two_characters(self):
+        name = b"x" * 2 + "\u4e2d".encode() * 83 + b".tar"
+        process = self.waiting(b"src", name)
+        [hidden] = [file for file in self.listing() if file.startswith(b".x")]
+        self.assertRegex(hidden.decode(), "\\A.xx\u4e2d{77}.vesk-making-")
+        self.assertEqual(finish(process).status, 0)
+
+    def test_a_path_as_long_as_the_system_takes_is_used(self):
+        path = (b"d" * 203 + b"/") * 20 + b"x" * 11 + b".tar"
+        self.assertEqual(len(path), 4095)
+        self.write_deep(os.path.dirname(path))
+        for options in [[], [b"--overwrite"]]:
+            self.assert_makes(b"src", path, *options)
+        self.assert_fails(b"Archive already exists", b"src", path)
+
+    def write_deep(self, directory):
+        here = os.open(self.cwd, os.O_RDONLY)
+        for name in directory.split(b"/"):
+            os.mkdir(name, dir_fd=here)
+            below = os.open(name, os.O_RDONLY, dir_fd=here)
+            os.close(here)
+            here = below
+        os.close(here)
+
+    def test_it_never_becomes_an_entry(self):
+        self.write(b"src/z", b"last")
+        expected = self.contents_of_new_archive()
+        src = self.path(b"src")
+        for archive, cwd in [(b"new.tar", src), (b"../src/new.tar", src), (b"../x.tar", src)]:
+            with self.subTest(archive=archive):
+                result = finish(start((b"make", b".", archive), cwd))
+                self.assertEqual(result.status, 0)
+                made = os.path.join(cwd, archive)
+                with open(made, "rb") as file:
+                    self.assertEqual(file.read(), expected)
+                os.remove(made)
+
+    def test_a_single_file_can_be_made_into_an_archive_beside_it(self):
+        self.assert_makes(b"src/a", b"src/a.tar")
+        with tarfile.open(os.fsdecode(self.path(b"src/a.tar"))) as made:
+            self.assertEqual(made.getnames(), ["a"])
+
+    def test_a_file_that_somebody_else_has_put_there_is_neither_written_nor_removed(self):
+        """Nobody can know the name before; one who sees the file itself may replace it."""
+        process = self.waiting(b"src", b"new.tar")
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        os.remove(self.path(hidden))
+        os.mkdir(self.path(hidden))
+        self.assertEqual(finish(process).err,
+                         b"vesk-archive: IOException: Cannot create archive\n")
+        self.assertEqual(self.listing(), [hidden, b"src"])
+
+
+class PlaceTest(MakingCase):
+    """What becomes of what is at the archive's path."""
+
+    # Each way to rename without replacing, where the better ones are refused.
+    SYSTEMS = [{}, {"VESK_NO_RENAMEAT2": "1"}, {"VESK_NO_RENAMEAT2": "1", "VESK_NO_LINK": "1"}]
+
+    def test_what_comes_there_meanwhile_is_never_overwritten_unless_that_is_allowed(self):
+        for changes in self.SYSTEMS:
+            with self.subTest(changes=changes):
+                process = start((b"make", b"src", b"new.tar"), self.cwd,
+                                environment("wait", MAKING_CALLS, **changes))
+                process.stdout.read(1)
+                self.write(b"new.tar", b"meanwhile")
+                self.assertEqual(finish(process).err,
+                                 b"vesk-archive: IOException: Archive already exists\n")
+                self.assertEqual(self.read(b"new.tar"), b"meanwhile")
+                self.assertEqual(self.listing(), [b"new.tar", b"src"])
+                self.assert_makes(b"src", b"new.tar", b"--overwrite",
+                                  env=environment("none", **changes))
+                self.assertEqual(self.read(b"new.tar"), self.made)
+                os.remove(self.path(b"new.tar"))
+                self.assert_makes(b"src", b"new.tar", env=environment("none", **changes))
+                self.assertEqual(self.listing(), [b"new.tar", b"src"])
+                os.remove(self.path(b"new.tar"))
+
+    def test_a_link_that_comes_there_meanwhile_counts_too(self):
+        for changes in self.SYSTEMS:
+            process = start((b"make", b"src", b"new.tar"), self.cwd,
+                            environment("wait", MAKING_CALLS, **changes))
+            process.stdout.read(1)
+            os.symlink(b"nowhere", self.path(b"new.tar"))
+            self.assertEqual(finish(process).err,
+                             b"vesk-archive: IOException: Archive already exists\n")
+            self.assertEqual(self.listing(), [b"new.tar", b"src"])
+            os.remove(self.path(b"new.tar"))
+
+    def test_only_a_regular_file_is_overwritten(self):
+        for put in [os.mkdir, os.mkfifo, lambda path: os.symlink(b"src", path)]:
+            process = self.waiting(b"src", b"new.tar", b"--overwrite")
+            put(self.path(b"new.tar"))
+            self.assertEqual(finish(process).err,
+                             b"vesk-archive: IOException: Cannot create archive\n")
+            self.assertEqual(self.listing(), [b"new.tar", b"src"])
+            self.assertFalse(os.path.isfile(self.path(b"new.tar")))
+            subprocess.run(["rm", "-r", self.path(b"new.tar")], check=True)
+
+    def test_a_file_that_comes_there_meanwhile_may_be_overwritten_where_that_is_allowed(self):
+        process = self.waiting(b"src", b"new.tar", b"--overwrite")
+        self.write(b"new.tar", b"meanwhile")
+        os.chmod(self.path(b"new.tar"), 0o640)
+        self.assertEqual(finish(process).status, 0)
+        self.assertEqual((self.read(b"new.tar"), self.mode(b"new.tar")), (self.made, 0o640))
+
+    def test_of_many_makes_at_once_exactly_one_succeeds(self):
+        for _ in range(5):
+            waiting = [self.waiting(b"src", b"new.tar") for _ in range(4)]
+            for process in waiting:
+                process.stdin.close()
+                process.stdin = None
+            results = [finish(process) for process in waiting]
+            self.assertEqual(sorted(result.status for result in results), [0, 1, 1, 1])
+            errors = {result.err for result in results if result.status == 1}
+            self.assertEqual(errors, {b"vesk-archive: IOException: Archive already exists\n"})
+            self.assertEqual(self.read(b"new.tar"), self.made)
+            self.assertEqual(self.listing(), [b"new.tar", b"src"])
+            os.remove(self.path(b"new.tar"))
+
+    def test_the_old_archive_is_there_whole_until_the_new_one_is(self):
+        self.write(b"old.tar", b"old")
+        os.link(self.path(b"old.tar"), self.path(b"other"))
+        process = self.waiting(b"src", b"old.tar", b"--overwrite")
+        self.assertEqual(self.read(b"old.tar"), b"old")
+        self.assertEqual(finish(process).status, 0)
+        self.assertEqual((self.read(b"old.tar"), self.read(b"other")), (self.made, b"old"))
+
+    def test_a_failure_leaves_the_old_archive_and_nothing_else(self):
+        self.write(b"src/large", bytes(8192))
+        self.write(b"old.tar", b"old")
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+        for words in [(b"src", b"old.tar", b"--overwrite"), (b"src", b"new.tar"),
+                      (b"src", b"new.tgz")]:
+            self.assert_fails(b"Cannot finalize archive", *words, preexec_fn=limit)
+            self.assertEqual(self.listing(), [b"old.tar", b"src"])
+            self.assertEqual(self.read(b"old.tar"), b"old")
+
+    def test_a_source_that_cannot_be_read_leaves_the_old_archive_and_nothing_else(self):
+        self.write(b"old.tar", b"old")
+        process = self.waiting(b"src", b"old.tar", b"--overwrite", call=4)
+        shutil.rmtree(self.path(b"src/sub"))
+        self.assertEqual(finish(process).err,
+                         b"vesk-archive: IOException: Cannot read file: src/sub/b\n")
+        self.assertEqual(self.listing(), [b"old.tar", b"src"])
+        self.assertEqual(self.read(b"old.tar"), b"old")
+
+
+class RightsTest(MakingCase):
+    def test_a_new_archive_has_the_ordinary_mode(self):
+        for mask, mode in [(0o022, 0o644), (0, 0o666), (0o277, 0o400), (0o777, 0)]:
+            with self.subTest(mask=oct(mask)):
+                self.assert_makes(b"src", b"new.tar", umask=mask, preexec_fn=as_ordinary_user)
+                self.assertEqual(oct(self.mode(b"new.tar")), oct(mode))
+                os.remove(self.path(b"new.tar"))
+
+    def test_it_has_the_ordinary_mode_also_if_what_it_was_to_replace_is_gone(self):
+        self.write(b"old.tar", b"old")
+        process = self.waiting(b"src", b"old.tar", b"--overwrite", umask=0o027)
+        os.remove(self.path(b"old.tar"))
+        self.assertEqual(finish(process).status, 0)
+        self.assertEqual(oct(self.mode(b"old.tar")), oct(0o640))
+
+    def test_the_mode_of_a_replaced_archive_is_kept_and_nobody_reads_before(self):
+        for mode in [0o600, 0o666, 0o644, 0o4755]:
+            with self.subTest(mode=oct(mode)):
+                self.write(b"old.tar", b"old")
+                os.chmod(self.path(b"old.tar"), mode)
+                process = self.waiting(b"src", b"old.tar", b"--overwrite")
+                [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+                self.assertEqual(oct(self.mode(hidden)), oct(0o600))
+                self.assertEqual(finish(process).status, 0)
+                self.assertEqual(oct(self.mode(b"old.tar")), oct(mode))
+                self.assertEqual(self.read(b"old.tar"), self.made)
+
+    @unittest.skipUnless(IS_ROOT, "files are given to others by root alone")
+    def test_root_keeps_owner_group_and_mode_of_a_replaced_archive(self):
+        self.write(b"old.tar", b"old")
+        os.chown(self.path(b"old.tar"), NOBODY, SOMEBODY)
+        os.chmod(self.path(b"old.tar"), 0o4750)
+        self.assert_makes(b"src", b"old.tar", b"--overwrite")
+        status = os.stat(self.path(b"old.tar"))
+        self.assertEqual((status.st_uid, status.st_gid, oct(status.st_mode)),
+                         (NOBODY, SOMEBODY, oct(0o104750)))
+
+    @unittest.skipUnless(IS_ROOT, "files are given to others by root alone")
+    def test_an_ordinary_user_keeps_no_rights_of_another_owner(self):
+        self.write(b"old.tar", b"old")
+        os.chown(self.path(b"old.tar"), SOMEBODY, SOMEBODY)
+        os.chmod(self.path(b"old.tar"), 0o6777)
+        self.assert_makes(b"src", b"old.tar", b"--overwrite", preexec_fn=as_ordinary_user)
+        self.assertEqual(oct(self.mode(b"old.tar")), oct(0o777))
+
+
+class LinkTest(MakingCase):
+    def test_a_link_stays_and_what_it_names_is_replaced_or_created(self):
+        self.write(b"there/old.tar", b"old")
+        os.symlink(b"there/old.tar", self.path(b"link.tar"))
+        os.symlink(self.path(b"link.tar"), self.path(b"second.tar"))
+        os.symlink(b"there/new.tar", self.path(b"dangling.tar"))
+        for link, file, options in [(b"link.tar", b"there/old.tar", [b"--overwrite"]),
+                                    (b"second.tar", b"there/old.tar", [b"--overwrite"]),
+                                    (b"dangling.tar", b"there/new.tar", [])]:
+            with self.subTest(link=link):
+                process = self.waiting(b"src", link, *options)
+                self.assertTrue(any(b"vesk-making" in name
+                                    for name in os.listdir(self.path(b"there"))))
+                self.assertEqual(finish(process).status, 0)
+                self.assertTrue(os.path.islink(self.path(link)))
+                self.assertFalse(os.path.islink(self.path(file)))
+                self.assertEqual(self.read(file), self.made)
+                self.write(b"there/old.tar", b"old")
+
+    @unittest.skipUnless(IS_ROOT, "links are given to others by root alone")
+    def test_another_user_s_link_where_everybody_may_put_one_is_not_followed(self):
+        os.mkdir(self.path(b"shared"))
+        self.write(b"victim", b"old")
+        os.symlink(b"../victim", self.path(b"shared/out.tar"))
+        os.symlink(b"../new", self.path(b"shared/new.tar"))
+        os.symlink(b"shared/out.tar", self.path(b"own.tar"))
+        for name in [b"shared/out.tar", b"shared/new.tar"]:
+            os.chown(self.path(name), NOBODY, NOBODY, follow_symlinks=False)
+        rows = [(b"shared/out.tar", [b"--overwrite"]), (b"shared/new.tar", []),
+                (b"own.tar", [b"--overwrite"])]
+        os.chmod(self.path(b"shared"), 0o1777)
+        for name, options in rows:
+            with self.subTest(name=name):
+                result = self.make(b"src", name, *options)
+                self.assertEqual(result.status, 1)
+                # Where the kernel itself follows no such link, not even a look is possible.
+                self.assertRegex(result.err, b"Cannot (create archive|inspect archive destination)\n")
+                self.assertEqual(self.read(b"victim"), b"old")
+                self.assertFalse(os.path.exists(self.path(b"new")))
+        os.chmod(self.path(b"shared"), 0o777)
+        for name, options in rows:
+            self.assert_makes(b"src", name, *options)
+        os.chmod(self.path(b"shared"), 0o1777)
+        os.chown(self.path(b"shared/out.tar"), 0, 0, follow_symlinks=False)
+        self.assert_makes(b"src", b"shared/out.tar", b"--overwrite")
+
+
+class DirectTest(MakingCase):
+    """What is no regular file is written directly."""
+
+    def test_a_fifo_is_written_to(self):
+        os.mkfifo(self.path(b"fifo.tar"))
+        read = []
+        reader = threading.Thread(target=lambda: read.append(self.read(b"fifo.tar")))
+        reader.start()
+        self.assert_makes(b"src", b"fifo.tar", b"--overwrite")
+        reader.join()
+        self.assertEqual(read, [self.made])
+        self.assertEqual(self.listing(), [b"fifo.tar", b"src"])
+
+    def test_standard_output_is_written_to_whatever_it_is(self):
+        words = (b"make", b"src", b"/dev/stdout", b"--format=tar", b"--overwrite", b"--sync")
+        self.assertEqual(self.run_program(*words).out, self.made)
+        with open(self.path(b"out"), "wb") as out:
+            result = self.run_program(*words, stdout=out)
+            self.assertEqual(result.status, 0)
+            self.assertEqual(os.fstat(out.fileno()).st_ino, os.stat(self.path(b"out")).st_ino)
+        self.assertEqual(self.read(b"out"), self.made)
+        self.assertEqual(self.listing(), [b"out", b"src"])
+
+
+class SyncTest(MakingCase):
+    """--sync, seen from the system calls."""
+
+    def calls(self, *words):
+        trace = self.path(b"trace")
+        done = subprocess.run(["strace", "-f", "-y", "-o", trace, "-e",
+                               "trace=fsync,rename,renameat2", PROGRAM, *words], cwd=self.cwd,
+                              capture_output=True, check=False)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        lines = self.read(b"trace").decode().splitlines()
+        return [match[1] for line in lines if (match := re.match(r"\d+ +(\w+\(.*)", line))]
+
+    def test_the_file_is_synced_before_it_takes_its_place_and_its_directory_after(self):
+        os.mkdir(self.path(b"there"))
+        for options, placing in [([], "renameat2"), ([b"--overwrite"], "rename")]:
+            calls = self.calls(b"make", b"src", b"there/a.tar", b"--sync", *options)
+            self.assertRegex(calls[0], r"fsync\(\d+<.*/there/\.a\.tar\.vesk-making-\w{6}>\) = 0")
+            self.assertRegex(calls[1], placing + r"\(.*\) = 0")
+            self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
+            self.assertEqual(len(calls), 3)
+
+    def test_nothing_is_synced_unless_that_is_asked_for(self):
+        calls = self.calls(b"make", b"src", b"a.tar")
+        self.assertRegex(" ".join(calls), r"\Arenameat2\([^)]*\) = 0\Z")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
