@@ -110,7 +110,7 @@ std::variant<Outcome, standin::PendingError> carryOut(const Arguments& arguments
         arguments.format ? *arguments.format : formatOfContents(arguments.archive);
 
     Watch watch{arguments.verb == Verb::make ? HostCall::hasPendingError : HostCall::runtimeFsPath};
-    // An archive that lies in the destination may be gone once it has been unpacked.
+    // The archive that was unpacked may be another file by the time it has been.
     auto archiveBytes = sizeOf(arguments.archive);
     const bool isMake = arguments.verb == Verb::make;
     const NativeMethod method = module.method(arguments.verb, format);

@@ -17,6 +17,7 @@
 #include "commandline/arguments.h"
 #include "commandline/interruption.h"
 #include "commandline/last_words.h"
+#include "commandline/mistake.h"
 #include "commandline/module_library.h"
 #include "commandline/terminal.h"
 #include "commandline/wording.h"
@@ -54,6 +55,10 @@ int run(const Arguments& arguments) {
     if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
     noteInterruptions();
     try {
+        if (const auto mistake = mistakeIn(arguments)) {
+            complain(*mistake);
+            return wrongUsage;
+        }
         const auto result = carryOut(arguments);
         if (const auto* error = std::get_if<vesk::standin::PendingError>(&result)) {
             complain(error->className + ": " + error->message);

@@ -55,12 +55,6 @@ class SuccessTest(CommandLineTest):
         self.assertEqual(result.status, 0)
         self.assertRegex(result.err, rb"\Amade sink: 1 entry" + SUMMARY)
 
-    def test_an_archive_inside_the_destination_is_summed_up_with_its_size(self):
-        self.write_archive(b"dest/in.tar", TWO_FILES)
-        result = self.run_program(b"unpack", b"--overwrite", b"dest/in.tar", b"dest")
-        self.assertIn(b"2 entries, 10240 bytes", result.err)
-        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
-
     def test_quiet_says_nothing_on_success_and_errors_all_the_same(self):
         self.write_tree(b"src", TWO_FILES)
         rows = [((b"make", b"src", b"out.tar"), 0, b""),
@@ -217,6 +211,105 @@ class FailureTest(CommandLineTest):
                 self.assertRegex(result.err, rb"\Avesk-archive: [^\n]+\nTry '" + helped +
                                  rb" --help'\.\n\Z")
                 self.assertEqual(self.listing(), [b"file"])
+
+
+class MistakeTest(CommandLineTest):
+    """Requests that nobody means are refused with status 2 before anything is touched."""
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"project/sub", TWO_FILES)
+        self.write(b"project/file", b"precious")
+        self.write_archive(b"project/backup.tar", TWO_FILES)
+        shutil.copy(self.path(b"project/backup.tar"), self.path(b"outside.tgz"))
+        os.symlink(b"project", self.path(b"link"))
+        os.symlink(b"project/backup.tar", self.path(b"link.tar"))
+        os.link(self.path(b"project/backup.tar"), self.path(b"hard.tar"))
+        self.write(b"other/file", b"x")
+        os.symlink(b"../outside.tgz", self.path(b"other/leading-out.tar"))
+
+    def assert_refused(self, pattern, cwd, *words):
+        before = tree(self.cwd), self.listing()
+        result = finish(start(words, self.path(cwd)))
+        self.assertEqual((result.status, result.out), (2, b""), words)
+        self.assertRegex(result.err, rb"\Avesk-archive: " + pattern + rb"\n\Z")
+        self.assertEqual((tree(self.cwd), self.listing()), before)
+
+    def test_unpacking_onto_the_working_directory_or_one_above_it(self):
+        archive = self.path(b"outside.tgz")
+        rows = [(b"project", b"."), (b"project", b"./"), (b"project", b"../project"),
+                (b"project", self.path(b"project")), (b"project", b"../link"),
+                (b"project", self.path(b"link/.")), (b"project/sub", b".."),
+                (b"project/sub/sub", b"../.."), (b"project/sub", self.path(b"link")),
+                (b"project", b"/"), (b"project", b"sub/..")]
+        for cwd, destination in rows:
+            with self.subTest(cwd=cwd, destination=destination):
+                own = os.path.join(destination, b"outside")
+                self.assert_refused(b"unpacking to '" + re.escape(destination) + b"' would replace "
+                                    b"the working directory with all it holds: name a directory "
+                                    b"of its own, such as '" + re.escape(own) + b"'",
+                                    cwd, b"unpack", archive, destination, b"--overwrite")
+
+    def test_unpacking_onto_a_directory_that_the_archive_is_in(self):
+        for archive, destination in [(b"project/backup.tar", b"project"), (b"link.tar", b"project"),
+                                     (b"link.tar", b"link"), (b"link/backup.tar", b"project/"),
+                                     (b"project/sub/../backup.tar", b"link/../project")]:
+            with self.subTest(archive=archive, destination=destination):
+                self.assert_refused(b"unpacking to '" + re.escape(destination) + b"' would replace "
+                                    b"the directory that the archive itself is in: name a "
+                                    b"directory of its own, such as '.*'",
+                                    b".", b"unpack", archive, destination, b"--overwrite")
+
+    def test_making_an_archive_of_itself(self):
+        for archive in [b"project/backup.tar", b"link.tar", b"hard.tar", b"link/backup.tar"]:
+            for source in [b"project/backup.tar", b"./link.tar", b"hard.tar"]:
+                with self.subTest(archive=archive, source=source):
+                    other = os.path.join(os.path.dirname(archive), b"new-" +
+                                         os.path.basename(archive))
+                    self.assert_refused(b"the archive '" + re.escape(archive) + b"' would be made "
+                                        b"of itself: name another, such as '" + other + b"'",
+                                        b".", b"make", source, archive, b"--overwrite")
+
+    def test_making_an_archive_over_one_in_its_source(self):
+        rows = [(b".", b"project", b"project/backup.tar", b"backup.tar"),
+                (b".", b"link", b"project/backup.tar", b"backup.tar"),
+                (b".", b"project", b"link.tar", b"link.tar"),
+                (b"project", b".", b"backup.tar", b"../backup.tar"),
+                (b"project/sub", b"..", b"../backup.tar", b"../../backup.tar")]
+        for cwd, source, archive, outside in rows:
+            with self.subTest(cwd=cwd, source=source, archive=archive):
+                self.assert_refused(b"the archive '" + re.escape(archive) + b"' is in its source '" +
+                                    re.escape(source) + b"': remove it first, or name one outside, "
+                                    b"such as '" + re.escape(outside) + b"'",
+                                    cwd, b"make", source, archive, b"--overwrite")
+
+    def test_what_only_looks_like_it_is_done(self):
+        rows = [(b"project", (b"unpack", b"backup.tar", b"sub")),
+                (b".", (b"unpack", b"project/backup.tar", b"project/sub")),
+                (b".", (b"unpack", b"other/leading-out.tar", b"other")),
+                (b"project/sub", (b"unpack", b"../backup.tar", b"../new")),
+                (b".", (b"make", b"project/backup.tar", b"new.tar")),
+                (b".", (b"make", b"project", b"hard.tar")),
+                (b"project", (b"make", b".", b"../outside.tgz"))]
+        for cwd, words in rows:
+            with self.subTest(cwd=cwd, words=words):
+                result = finish(start((*words, b"--overwrite"), self.path(cwd)))
+                self.assertEqual(result.status, 0, result.err)
+
+    def test_without_leave_to_overwrite_the_messages_are_the_ordinary_ones(self):
+        rows = [((b"unpack", b"outside.tgz", b"."), b"Destination already exists"),
+                ((b"make", b"project", b"project/backup.tar"), b"Archive already exists"),
+                ((b"make", b"hard.tar", b"hard.tar"), b"Archive already exists")]
+        for words, message in rows:
+            self.assertEqual(self.run_program(*words),
+                             (1, b"", b"vesk-archive: IOException: " + message + b"\n"))
+
+    def test_what_is_not_there_is_left_to_the_module(self):
+        rows = [((b"unpack", b"none.tar", b"other"), b"Archive file does not exist"),
+                ((b"make", b"none", b"other/none.tar"), b"Archive source does not exist")]
+        for words, message in rows:
+            self.assertEqual(self.run_program(*words, b"--overwrite"),
+                             (1, b"", b"vesk-archive: IOException: " + message + b"\n"))
 
 
 class InformationTest(CommandLineTest):

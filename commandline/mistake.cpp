@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+// Recognising files and directories by what they are, not by how they are spelled.
+#include "commandline/mistake.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+namespace vesk::commandline {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isSame(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+/// Whether `directory` is `place`, itself a directory, or above it.
+bool isAtOrAbove(const std::string& directory, const fs::path& place) {
+    struct stat sought {};
+    if (stat(directory.c_str(), &sought) != 0) return false;
+    constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    int descriptor = open(place.c_str(), flags);
+    struct stat below {};
+    bool isFound = false;
+    while (descriptor != -1 && !isFound) {
+        struct stat here {};
+        fstat(descriptor, &here);
+        isFound = isSame(here, sought);
+        const bool isRoot = isSame(here, below);
+        below = here;
+        const int above = isRoot ? -1 : openat(descriptor, "..", flags);
+        close(descriptor);
+        descriptor = above;
+    }
+    if (descriptor != -1) close(descriptor);
+    return isFound;
+}
+
+/// Whether the file is in the directory or below it, where it really lies.
+bool isIn(const std::string& directory, const std::string& file) {
+    std::error_code error;
+    const fs::path real = fs::canonical(file, error);
+    return !error && isAtOrAbove(directory, real.parent_path());
+}
+
+std::string quoted(const std::string& name) {
+    return "'" + name + "'";
+}
+
+std::string withoutFormat(std::string name) {
+    for (const std::string_view ending : {".tar", ".tgz", ".tar.gz"}) {
+        if (name.size() > ending.size() && name.ends_with(ending))
+            return name.substr(0, name.size() - ending.size());
+    }
+    return name + "-unpacked";
+}
+
+std::string unpackingMistake(const std::string& archive, const std::string& destination) {
+    std::string problem;
+    if (isAtOrAbove(destination, ".")) {
+        problem = " would replace the working directory with all it holds";
+    } else if (isIn(destination, archive)) {
+        problem = " would replace the directory that the archive itself is in";
+    } else {
+        return "";
+    }
+    const fs::path own = fs::path(destination) / withoutFormat(fs::path(archive).filename());
+    return "unpacking to " + quoted(destination) + problem +
+           ": name a directory of its own, such as " + quoted(own.native());
+}
+
+std::string makingMistake(const std::string& source, const std::string& archive) {
+    struct stat from {};
+    struct stat to {};
+    if (stat(source.c_str(), &from) != 0 || stat(archive.c_str(), &to) != 0) return "";
+
+    const fs::path name = fs::path(archive).filename();
+    if (S_ISREG(from.st_mode) && isSame(from, to)) {
+        const fs::path other = fs::path(archive).parent_path() / ("new-" + name.native());
+        return "the archive " + quoted(archive) +
+               " would be made of itself: name another, such as " + quoted(other.native());
+    }
+    if (S_ISDIR(from.st_mode) && S_ISREG(to.st_mode) && isIn(source, archive)) {
+        const fs::path outside = (fs::path(source) / ".." / name).lexically_normal();
+        return "the archive " + quoted(archive) + " is in its source " + quoted(source) +
+               ": remove it first, or name one outside, such as " + quoted(outside.native());
+    }
+    return "";
+}
+
+}  // namespace
+
+std::optional<std::string> mistakeIn(const Arguments& arguments) {
+    if (!arguments.overwrite) return std::nullopt;
+    std::string mistake = arguments.verb == Verb::make
+                              ? makingMistake(arguments.tree, arguments.archive)
+                              : unpackingMistake(arguments.archive, arguments.tree);
+    if (mistake.empty()) return std::nullopt;
+    return mistake;
+}
+
+}  // namespace vesk::commandline
