@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace vesk::commandline {
 
@@ -87,6 +89,24 @@ std::variant<Arguments, Information, UsageError> request(const CLI::App& program
                      format, options.overwrite, options.sync, options.quiet};
 }
 
+// The parser takes the word `++` for the end of a verb. With a NUL behind it, which no word of a
+// command line can hold, it is a name like all others.
+
+/// Returns the words as the parser wants them: the last one first, without the program's own.
+std::vector<std::string> protectedWords(int argc, const char* const* argv) {
+    std::vector<std::string> words;
+    for (int i = argc - 1; i > 0; --i) {
+        words.emplace_back(argv[i]);
+        if (words.back() == "++") words.back() += '\0';
+    }
+    return words;
+}
+
+std::string unprotected(std::string text) {
+    std::erase(text, '\0');
+    return text;
+}
+
 }  // namespace
 
 std::variant<Arguments, Information, UsageError> parseArguments(int argc, const char* const* argv) {
@@ -100,14 +120,16 @@ std::variant<Arguments, Information, UsageError> parseArguments(int argc, const 
     program.footer("Example: vesk-archive make photos photos.tar.gz");
 
     try {
-        program.parse(argc, argv);
+        program.parse(protectedWords(argc, argv));
     } catch (const CLI::Success& wanted) {
         std::ostringstream text;
         program.exit(wanted, text, text);
         return Information{text.str()};
     } catch (const CLI::ParseError& error) {
-        return usageError(program, error.what());
+        return usageError(program, unprotected(error.what()));
     }
+    for (std::string* const name : {&options.archive, &options.tree, &options.module})
+        *name = unprotected(*name);
     return request(program, options, make->parsed() ? Verb::make : Verb::unpack);
 }
 

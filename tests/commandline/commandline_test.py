@@ -128,8 +128,9 @@ class FormatTest(CommandLineTest):
 
 class NamesTest(CommandLineTest):
     NAMES = [b"with space", b"new\nline", b"qu'o\"te", b"\xff\xfe", "\u00e4\u4e2d".encode(),
-             b"[a,b]", b"{a}", b"make", b"unpack", b"%s", b"@file", b"a=b", b"#", b"$(x)", b"*"]
-    DASHED = [b"-", b"-dash", b"--", b"--help", b"--format=tgz", b"-h", b"++"]
+             b"[a,b]", b"{a}", b"make", b"unpack", b"%s", b"@file", b"a=b", b"#", b"$(x)", b"*", b"++", b"+",
+             b"+++", b"++/"]
+    DASHED = [b"-", b"-dash", b"--", b"--help", b"--format=tgz", b"-h"]
 
     def round_trip(self, name, *mark):
         self.write_tree(name, TWO_FILES)
@@ -148,6 +149,16 @@ class NamesTest(CommandLineTest):
         for name in self.NAMES + self.DASHED:
             with self.subTest(name=name):
                 self.round_trip(name, b"--")
+    def test_two_plus_signs_are_a_name_wherever_there_may_be_one(self):
+        self.write(b"file")
+        result = self.run_program(b"make", b"file", b"++", b"--format=tar")
+        self.assertRegex(result.err, rb"\Amade \+\+: 1 entry")
+        result = self.run_program(b"unpack", b"++", b"dest", b"--module", b"++")
+        self.assertRegex(result.err, rb"\Avesk-archive: cannot load the archive module: .*/\+\+:")
+        result = self.run_program(b"unpack", b"--format", b"++", b"++", b"dest")
+        self.assertEqual(result.status, 2)
+        self.assertEqual(self.run_program(b"unpack", b"a", b"b", b"++").err.count(b"\0"), 0)
+
 
 
 class FailureTest(CommandLineTest):
