@@ -13,17 +13,20 @@ namespace {
 
 constexpr const char* moduleFile = "libvesk_io_archives.so";
 
+[[noreturn]] void refuse(const std::string& problem) {
+    throw ModuleError(problem + "; name the module's file with --module PATH");
+}
+
 std::filesystem::path moduleBesideProgram() {
     std::error_code error;
-    const auto programDirectory =
-        std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    // Looked for from nowhere, the module would be found below the working directory.
+    if (!program.is_absolute())
+        refuse("cannot tell where this program is, to find the archive module");
+    const auto programDirectory = program.parent_path();
     auto installed = programDirectory / VESK_MODULE_DIRECTORY / moduleFile;
     if (std::filesystem::exists(installed, error)) return installed;
     return programDirectory / "../lib" / moduleFile;
-}
-
-[[noreturn]] void refuse(const std::string& problem) {
-    throw ModuleError(problem + "; name the module's file with --module PATH");
 }
 
 template <typename Function>

@@ -7,6 +7,8 @@ import re
 import shutil
 import signal
 import tarfile
+import subprocess
+import sys
 import time
 import unittest
 import unittest.mock
@@ -392,6 +394,27 @@ class ModuleTest(CommandLineTest):
 
 class BrokenStreamTest(CommandLineTest):
     ROWS = [((b"make", b"file", b"a.tar"), 0), ((b"make", b"none", b"b.tar"), 1),
+    WITHOUT_PROC = ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
+
+    @unittest.skipUnless(can_mount(), "no file system can be hidden here")
+    def test_a_program_that_cannot_tell_its_place_loads_nothing_from_below_the_working_directory(self):
+        self.write(b"file")
+        for directory in [b"../lib", os.environb[b"VESK_MODULE_DIRECTORY"]]:
+            target = os.path.normpath(os.path.join(self.cwd, b"work", directory))
+            os.makedirs(target, exist_ok=True)
+            shutil.copy(MODULE, target)
+        os.mkdir(self.path(b"work"))
+        done = subprocess.run([*self.WITHOUT_PROC, PROGRAM, "make", "../file", "a.tar"],
+                              cwd=self.path(b"work"), capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stdout), (3, b""))
+        self.assertEqual(done.stderr,
+                         b"vesk-archive: cannot tell where this program is, to find the archive "
+                         b"module; name the module's file with --module PATH\n")
+        done = subprocess.run([*self.WITHOUT_PROC, PROGRAM, "make", "file", "a.tar", "--module",
+                               MODULE], cwd=self.cwd, capture_output=True, check=False)
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+
             ((b"make", b"file"), 2), ((b"make", b"file", b"b.tar", b"--module=none"), 3)]
 
     def test_a_closed_standard_error_changes_no_status(self):

@@ -7,6 +7,7 @@ nothing about their encoding.
 
 import collections
 import contextlib
+import functools
 import os
 import pathlib
 import pty
@@ -91,6 +92,15 @@ def send_and_await(process, number):
 
     process.send_signal(number)
     wait_until(is_heeded)
+
+
+@functools.cache
+def can_mount():
+    """Whether a program can be given file systems of its own."""
+    with contextlib.suppress(FileNotFoundError):
+        return subprocess.run(["unshare", "-rm", "mount", "-t", "tmpfs", "none", "/proc"],
+                              capture_output=True, check=False).returncode == 0
+    return False
 
 
 def tree(path):
