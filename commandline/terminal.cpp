@@ -57,8 +57,10 @@ std::string escapedForTerminal(std::string_view text) {
 
 void prepareStandardStreams() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        // open takes the lowest free number: this one, since those below are open by now.
-        if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", O_RDWR);
+        if (fcntl(descriptor, F_GETFD) != -1) continue;
+        // open takes the lowest free number: this one, since those below are open by now. Where
+        // there is no /dev/null, that on which nothing can be read or written does as well.
+        if (open("/dev/null", O_RDWR) == -1) open("/", O_PATH);
     }
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);

@@ -2,6 +2,7 @@
 """The promises of vesk-archive: exit statuses, streams, names, formats, the live line."""
 
 import gzip
+import itertools
 import os
 import re
 import shutil
@@ -435,12 +436,44 @@ class BrokenStreamTest(CommandLineTest):
                 self.assertEqual(result.status, status)
 
     def test_no_file_of_the_program_takes_the_place_of_a_closed_stream(self):
+    def streams_of(self, process):
+        """What the streams lead to, once the program waits for the module to be opened."""
+        wait_until(lambda: status_line(process, "State") == "S" and catches(process, signal.SIGTERM)
+                   and status_line(process, "Threads") == "2")
+        return [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
+
         self.write(b"file")
-        process = start((b"make", b"file", b"a.tar"), self.cwd, environment("wait", 3),
-                        preexec_fn=lambda: os.close(2))
-        process.stdout.read(1)
-        self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/2"), "/dev/null")
-        self.assertEqual(finish(process).status, 0)
+        os.mkfifo(self.path(b"fifo"))
+        numbers = range(3)
+        for closed in [combination for count in range(4)
+                       for combination in itertools.combinations(numbers, count)]:
+            with self.subTest(closed=closed):
+                process = start((b"make", b"file", b"a.tar", b"--module", b"fifo"), self.cwd,
+                                preexec_fn=lambda: [os.close(number) for number in closed])
+                for number, place in enumerate(self.streams_of(process)):
+                    wanted = "/dev/null" if number in closed else "pipe:"
+                    self.assertTrue(place.startswith(wanted), place)
+                process.kill()
+                finish(process)
+
+    def test_an_open_stream_stays_what_it_is(self):
+        self.write(b"file")
+        for words, status in self.ROWS:
+            result = self.run_program(*words)
+            self.assertEqual(result.status, status)
+            self.assertNotEqual(result.err, b"")
+
+    @unittest.skipUnless(can_mount(), "no file system can be hidden here")
+    def test_without_a_null_device_a_closed_stream_is_taken_all_the_same(self):
+        self.write(b"file")
+        os.mkfifo(self.path(b"fifo"))
+        process = subprocess.Popen(
+            ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /dev && exec "$@" 2>&-', "sh",
+             PROGRAM, "make", "file", "a.tar", "--module", "fifo"], cwd=self.cwd,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual(self.streams_of(process)[2], "/")
+        process.kill()
+        finish(process)
 
 
 class LiveLineTest(TerminalTest):
