@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
+#include <iterator>
 #include <string>
 
 namespace vesk::commandline {
@@ -25,20 +27,64 @@ constexpr std::string_view erasure = "\r\033[K";
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
 std::atomic<bool> liveLineIsShown = false;
 
-/// Returns how many bytes the printable character at the front of `text` has; 0 when there is none.
-std::size_t printableLength(std::string_view text) {
+/// Characters that count as printable but cannot be seen, or change the order in which others are
+/// shown, so that a name would pass for another: the first and the last of each range.
+struct HiddenRange {
+    char32_t first;
+    char32_t last;
+};
+
+constexpr HiddenRange hiddenRanges[] = {
+    {0x00AD, 0x00AD},    // the soft hyphen
+    {0x034F, 0x034F},    // the grapheme joiner
+    {0x0600, 0x0605},    // Arabic number signs
+    {0x061C, 0x061C},    // the Arabic letter mark
+    {0x06DD, 0x06DD},    // the Arabic end of ayah
+    {0x070F, 0x070F},    // the Syriac abbreviation mark
+    {0x0890, 0x0891},    // Arabic currency marks
+    {0x08E2, 0x08E2},    // the Arabic disputed end of ayah
+    {0x115F, 0x1160},    // Hangul fillers
+    {0x17B4, 0x17B5},    // Khmer inherent vowels
+    {0x180B, 0x180F},    // Mongolian variation selectors and the vowel separator
+    {0x200B, 0x200F},    // zero width, and the marks of direction
+    {0x2028, 0x202E},    // separators of lines and paragraphs, embeddings and overrides
+    {0x2060, 0x206F},    // invisible operators and isolates
+    {0x3164, 0x3164},    // the Hangul filler
+    {0xFE00, 0xFE0F},    // variation selectors
+    {0xFEFF, 0xFEFF},    // the byte order mark
+    {0xFFA0, 0xFFA0},    // the halfwidth Hangul filler
+    {0xFFF0, 0xFFFB},    // unassigned ones to be ignored, and marks of annotations
+    {0x110BD, 0x110BD},  // Kaithi number signs
+    {0x110CD, 0x110CD}, {0x13430, 0x1343F},  // Egyptian hieroglyph controls
+    {0x1BCA0, 0x1BCA3},                      // shorthand controls
+    {0x1D173, 0x1D17A},                      // musical controls
+    {0xE0000, 0xE0FFF},                      // tags and variation selectors
+};
+
+bool isHidden(wchar_t character) {
+    const auto code = static_cast<char32_t>(character);
+    return std::any_of(std::begin(hiddenRanges), std::end(hiddenRanges), [code](HiddenRange range) {
+        return range.first <= code && code <= range.last;
+    });
+}
+
+/// Returns how many bytes the character at the front of `text` has, if it can be seen; else 0.
+std::size_t visibleLength(std::string_view text) {
     wchar_t character = 0;
     std::mbstate_t state{};
     // NOLINTNEXTLINE(concurrency-mt-unsafe): it is given its state
     const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
     const bool isComplete = length >= 1 && length <= text.size();
-    return isComplete && std::iswprint(static_cast<std::wint_t>(character)) != 0 ? length : 0;
+    return isComplete && std::iswprint(static_cast<std::wint_t>(character)) != 0 &&
+                   !isHidden(character)
+               ? length
+               : 0;
 }
 
 std::string escapedForTerminal(std::string_view text) {
     std::string escaped;
     while (!text.empty()) {
-        std::size_t length = printableLength(text);
+        std::size_t length = visibleLength(text);
         if (length > 0) {
             escaped += text.substr(0, length);
         } else {

@@ -15,7 +15,8 @@ void prepareStandardStreams();
 
 /// Returns `text` as standard error is to be shown it. On a terminal every byte that is not part of
 /// a printable character becomes a backslash and three octal digits, so that a file name cannot
-/// drive the terminal; elsewhere the bytes stay as they are.
+/// drive the terminal, nor pass for another by characters that are not seen or change the order of
+/// others; elsewhere the bytes stay as they are.
 std::string forStandardError(std::string_view text);
 
 /// Writes `line`, as forStandardError gives it, and a newline to standard error. Failure to write

@@ -7,10 +7,11 @@ import os
 import re
 import shutil
 import signal
-import tarfile
 import subprocess
 import sys
+import tarfile
 import time
+import unicodedata
 import unittest
 import unittest.mock
 
@@ -148,10 +149,6 @@ class NamesTest(CommandLineTest):
             with self.subTest(name=name):
                 self.round_trip(name)
 
-    def test_after_two_dashes_every_word_is_a_name(self):
-        for name in self.NAMES + self.DASHED:
-            with self.subTest(name=name):
-                self.round_trip(name, b"--")
     def test_two_plus_signs_are_a_name_wherever_there_may_be_one(self):
         self.write(b"file")
         result = self.run_program(b"make", b"file", b"++", b"--format=tar")
@@ -162,6 +159,10 @@ class NamesTest(CommandLineTest):
         self.assertEqual(result.status, 2)
         self.assertEqual(self.run_program(b"unpack", b"a", b"b", b"++").err.count(b"\0"), 0)
 
+    def test_after_two_dashes_every_word_is_a_name(self):
+        for name in self.NAMES + self.DASHED:
+            with self.subTest(name=name):
+                self.round_trip(name, b"--")
 
 
 class FailureTest(CommandLineTest):
@@ -393,8 +394,6 @@ class ModuleTest(CommandLineTest):
         self.assertEqual(self.make(program=program).status, 0)
 
 
-class BrokenStreamTest(CommandLineTest):
-    ROWS = [((b"make", b"file", b"a.tar"), 0), ((b"make", b"none", b"b.tar"), 1),
     WITHOUT_PROC = ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
 
     @unittest.skipUnless(can_mount(), "no file system can be hidden here")
@@ -416,6 +415,8 @@ class BrokenStreamTest(CommandLineTest):
         self.assertEqual(done.returncode, 0, done.stderr)
 
 
+class BrokenStreamTest(CommandLineTest):
+    ROWS = [((b"make", b"file", b"a.tar"), 0), ((b"make", b"none", b"b.tar"), 1),
             ((b"make", b"file"), 2), ((b"make", b"file", b"b.tar", b"--module=none"), 3)]
 
     def test_a_closed_standard_error_changes_no_status(self):
@@ -435,13 +436,13 @@ class BrokenStreamTest(CommandLineTest):
                 os.close(writing)
                 self.assertEqual(result.status, status)
 
-    def test_no_file_of_the_program_takes_the_place_of_a_closed_stream(self):
     def streams_of(self, process):
         """What the streams lead to, once the program waits for the module to be opened."""
         wait_until(lambda: status_line(process, "State") == "S" and catches(process, signal.SIGTERM)
                    and status_line(process, "Threads") == "2")
         return [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
 
+    def test_no_file_of_the_program_takes_the_place_of_a_closed_stream(self):
         self.write(b"file")
         os.mkfifo(self.path(b"fifo"))
         numbers = range(3)
@@ -559,7 +560,32 @@ class HostileNameTest(TerminalTest):
 
     ROWS = [(b"\x1b[31m", rb"\033[31m"), (b"a\nb", rb"a\012b"), (b"\r\x07\x7f", rb"\015\007\177"),
             (b"\xff\x9b", rb"\377\233"), ("\u009b31m".encode(), rb"\302\23331m"),
-            (b"\xe4\xb8", rb"\344\270"), ("\u00e4\u4e2d".encode(), "\u00e4\u4e2d".encode())]
+            (b"\xe4\xb8", rb"\344\270"), ("\u00e4\u4e2d".encode(), "\u00e4\u4e2d".encode()),
+            ("gpj\u202eexe".encode(), rb"gpj\342\200\256exe")]
+
+    # The first and the last of those that are shown in no way of their own, or turn others round,
+    # and their neighbours, which are shown.
+    HIDDEN = [0xAD, 0x61C, 0x180E, 0x200B, 0x200F, 0x2028, 0x2029, 0x202A, 0x202E, 0x2060, 0x206F,
+              0xFEFF, 0xFFF9, 0xFFFB, 0xE0000, 0xE0001, 0xE0020, 0xE007F]
+    SHOWN = [0xAC, 0xAE, 0x61B, 0x61E, 0x1807, 0x1810, 0x2010, 0x2027, 0x2030, 0x205E, 0x2070,
+             0xFEFC, 0xFF01, 0xFFFC, 0x1F600]
+
+    def test_a_character_that_is_hidden_or_turns_others_round_is_escaped(self):
+        rows = [(code, True) for code in self.HIDDEN + self.formats()]
+        rows += [(code, False) for code in self.SHOWN]
+        name = "|".join(chr(code) for code, _ in rows)
+        process = self.start_on_terminal(b"make", b"src", name.encode())
+        shown = self.rest_shown(process, 2).partition(b"the name '")[2].partition(b"' tells")[0]
+        for (code, hidden), text in zip(rows, shown.split(b"|"), strict=True):
+            with self.subTest(code=hex(code)):
+                raw = chr(code).encode()
+                escaped = b"".join(b"\\%03o" % byte for byte in raw)
+                self.assertEqual(text, escaped if hidden else raw)
+
+    @staticmethod
+    def formats():
+        """All format characters that there are."""
+        return [code for code in range(sys.maxunicode) if unicodedata.category(chr(code)) == "Cf"]
 
     def test_a_summary_shows_control_characters_as_octal_digits(self):
         for name, shown in self.ROWS:
