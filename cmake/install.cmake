@@ -13,6 +13,14 @@ function(vesk_install_program name)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endfunction()
 
+# vesk_find_libraries(TARGET DIRECTORY...): where it looks for libraries of this project. The same
+# paths in the build tree as in the installed one: a path that is to be edited on installing is
+# padded by CMake with an empty element, which stands for the working directory of whoever runs it.
+function(vesk_find_libraries target)
+    set_target_properties(${target} PROPERTIES
+        INSTALL_RPATH "${ARGN}" BUILD_WITH_INSTALL_RPATH ON)
+endfunction()
+
 # What a runtime includes to load the module, and to supply what it asks for.
 add_library(vesk_host_interface INTERFACE)
 target_compile_features(vesk_host_interface INTERFACE cxx_std_20)
@@ -23,8 +31,8 @@ install(FILES module/host/host_runtime.h DESTINATION ${header_directory}/module/
 install(FILES module/native_methods.h DESTINATION ${header_directory}/module)
 install(TARGETS vesk_host_interface EXPORT VeskArchives)
 
-set_target_properties(vesk_io_archives PROPERTIES
-    EXPORT_NAME module INSTALL_RPATH "$ORIGIN/../..")
+set_target_properties(vesk_io_archives PROPERTIES EXPORT_NAME module)
+vesk_find_libraries(vesk_io_archives "$ORIGIN/../.." "$ORIGIN")
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
 
 vesk_install_program(vesk-host-check)
@@ -34,8 +42,9 @@ if(NOT VESK_RUNTIME_LIBRARY)
     install(TARGETS vesk_standin_host EXPORT VeskArchives)
     install(FILES standinhost/standin_host.h DESTINATION ${header_directory}/standinhost)
 
-    set_target_properties(vesk-archive PROPERTIES
-        INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    set(library_directories "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" "$ORIGIN/../lib")
+    list(REMOVE_DUPLICATES library_directories)
+    vesk_find_libraries(vesk-archive ${library_directories})
     vesk_install_program(vesk-archive)
     install(FILES commandline/bash-completion/vesk-archive
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
