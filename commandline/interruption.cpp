@@ -131,6 +131,16 @@ bool startReceiver() {
     return error == 0;
 }
 
+/// Lets this thread receive what was sent to it and to no other.
+void receiveOwnSignals() {
+    sigset_t pending;
+    sigpending(&pending);
+    sigandset(&pending, &pending, &handledSignals);
+    if (sigisemptyset(&pending) != 0) return;
+    pthread_sigmask(SIG_UNBLOCK, &pending, nullptr);
+    pthread_sigmask(SIG_BLOCK, &pending, nullptr);
+}
+
 }  // namespace
 
 void noteInterruptions() {
@@ -146,11 +156,13 @@ void noteInterruptions() {
 }
 
 void throwIfInterrupted() {
+    receiveOwnSignals();
     if (notedSignal != 0) throw Interruption{};
 }
 
 void endIfInterrupted() {
     workIsOver = true;
+    receiveOwnSignals();
     if (const int number = notedSignal; number != 0) endBy(number);
 }
 

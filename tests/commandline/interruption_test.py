@@ -9,6 +9,7 @@ import fcntl
 import itertools
 import os
 import pty
+import random
 import re
 import resource
 import select
@@ -243,6 +244,80 @@ class InterruptionTest(SignalCase):
         result = self.run_program(b"make", b"src", b"new.tar", preexec_fn=limit)
         self.assertEqual(result[:2], (1, b""))
         self.assertEqual(result.err, b"vesk-archive: IOException: Cannot finalize archive\n")
+
+
+    def test_a_signal_that_comes_when_all_is_done_ends_the_program_after_it_has_said_so(self):
+        said = rb"\A(made in\.tar|unpacked in\.tar to dest): 2 entries, \d+ bytes" + SUMMARY + rb"\Z"
+        for words, call in [(self.MAKE, "/^rename"), (self.UNPACK, "/^rename")]:
+            with self.subTest(words=words):
+                result = self.run_program(
+                    "-f", "-o", "/dev/null", "-e", f"inject={call}:signal=SIGTERM", PROGRAM, *words,
+                    program="strace")
+                self.assertEqual(result.status, -signal.SIGTERM)
+                self.assertRegex(result.err, said)
+        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
+        self.assertEqual(self.listing(), [b"dest", b"in.tar", b"src"])
+
+    def test_a_signal_to_the_working_thread_alone_is_heeded(self):
+        result = self.run_program("-f", "-o", "/dev/null", "-e",
+                                  "inject=getdents64:signal=SIGTERM:when=1", PROGRAM, *self.MAKE,
+                                  program="strace")
+        self.assertEqual(result, (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+
+
+class AnyMomentTest(SignalCase):
+    """Every signal at moments chosen by chance, as VESK_SIGNAL_MOMENTS says how many; else at 2."""
+
+    MOMENTS = int(os.environ.get("VESK_SIGNAL_MOMENTS", "2"))
+    FILES = {b"%03d" % number: b"x" * 2000 for number in range(300)}
+
+    def setUp(self):
+        super().setUp()
+        self.write_tree(b"many", self.FILES)
+        self.assertEqual(self.run_program(b"make", b"many", b"many.tar").status, 0)
+        self.archive = self.read(b"many.tar")
+
+    def prepare(self, old):
+        shutil.rmtree(self.path(b"work"), ignore_errors=True)
+        self.write(b"work/unrelated")
+        if old:
+            self.write(b"work/a.tar", b"old")
+            self.write(b"work/dest/old", b"old")
+
+    def judge(self, process, number, old):
+        """Old or new, whole, and nothing beside it but what is named."""
+        result = finish(process)
+        self.assertIn(result.status, [0, -number])
+        archive = self.read(b"work/a.tar") if os.path.exists(self.path(b"work/a.tar")) else None
+        dest = tree(self.path(b"work/dest"))
+        made, unpacked = archive == self.archive, dest == self.FILES
+        self.assertTrue(made or archive == (b"old" if old else None))
+        self.assertTrue(unpacked or dest == ({b"old": b"old"} if old else {}))
+        left = set(os.listdir(self.path(b"work"))) - {b"a.tar", b"dest", b"unrelated"}
+        named = set(re.findall(rb"'work/([^']*)' is left", result.err))
+        self.assertEqual(left, named)
+        if left or not result.err:  # held up, or not even begun
+            self.assertEqual(result.status, -number)
+        elif made or unpacked:
+            self.assertRegex(result.err, rb"\A(made|unpacked) .*\n\Z|; the archive was \w+\n\Z")
+        else:
+            self.assertIn(result.err, UNTOUCHED.values())
+
+    def test_old_or_new_and_ended_by_that_signal(self):
+        for words in [(b"make", b"many", b"work/a.tar"), (b"unpack", b"many.tar", b"work/dest")]:
+            self.prepare(False)
+            beginning = time.monotonic()
+            self.assertEqual(self.run_program(*words).status, 0)
+            duration = time.monotonic() - beginning
+            for number, old, _ in itertools.product(ENDING, [False, True], range(self.MOMENTS)):
+                moment = random.uniform(0, duration)
+                with self.subTest(words=words, signal=number, old=old, moment=moment):
+                    self.prepare(old)
+                    process = start(words + ((b"--overwrite",) if old else ()), self.cwd,
+                                    preexec_fn=no_core_file)
+                    time.sleep(moment)
+                    process.send_signal(number)
+                    self.judge(process, number, old)
 
 
 class ShellTest(SignalCase):
