@@ -131,7 +131,8 @@ std::optional<ArchiveTarget> withoutNewDirectories(const fs::path& archive) {
     const bool canBeMadeIn = canBeNamed && fs::is_directory(directory, error) &&
                              faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
     if (!canBeMadeIn) return std::nullopt;
-    return ArchiveTarget{makingPath(directory / archive.filename()), true, std::nullopt};
+    // Should the source come there meanwhile, it fails when the file is to take its place.
+    return ArchiveTarget{makingPath(directory / archive.filename()), true, archive};
 }
 
 }  // namespace
@@ -145,7 +146,7 @@ ArchiveTarget findArchiveTarget(const std::string& archive, const std::string& s
     if (fs::is_directory(status)) return refusedAtTheEnd();
     if (fs::exists(status) && !fs::is_regular_file(status)) return written(archive, overwrite);
 
-    if (!fs::exists(status) && !canBeArchived(source)) {
+    if (!fs::exists(directoryOf(archive), error) && !canBeArchived(source)) {
         if (auto target = withoutNewDirectories(archive)) return *target;
     }
     if (!isNamed(archive)) return written(archive, overwrite);

@@ -137,6 +137,14 @@ class MessagesTest(MakingCase):
     def test_a_directory_that_cannot_be_made_below_others_is_told_before_a_missing_source(self):
         self.assert_fails(self.PARENT, b"none", b"a/" + b"x" * 256 + b"/x.tar")
 
+    def test_a_source_that_comes_there_meanwhile_leaves_no_archive_in_another_place(self):
+        process = self.waiting(b"late", b"a/new.tar", call=2)
+        self.write_tree(b"late", TWO_FILES)
+        self.assertEqual(finish(process).err,
+                         b"vesk-archive: IOException: Cannot finalize archive\n")
+        self.assertNotIn(b"a", self.listing())
+        self.assertFalse([name for name in self.listing() if b"vesk-making" in name])
+
     def test_missing_directories_are_made(self):
         self.assert_makes(b"src", b"a/../b/c/new.tar")
         self.assertEqual(self.read(b"b/c/new.tar"), self.made)
