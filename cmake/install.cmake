@@ -13,12 +13,21 @@ function(vesk_install_program name)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endfunction()
 
-# vesk_find_libraries(TARGET DIRECTORY...): where it looks for libraries of this project. The same
-# paths in the build tree as in the installed one: a path that is to be edited on installing is
-# padded by CMake with an empty element, which stands for the working directory of whoever runs it.
-function(vesk_find_libraries target)
+# vesk_find_libraries(TARGET FILE DIRECTORY...): where TARGET, installed as FILE, looks for libraries
+# of this project; in the build tree it looks in their directory there first. CMake's own way is to
+# link with another path and to edit it on installing, for which it pads the path with an empty
+# element: that would stand for the working directory of whoever runs the program.
+function(vesk_find_libraries target file)
+    set(here ${PROJECT_BINARY_DIR}/lib)
+    if(VESK_RUNTIME_LIBRARY)
+        get_filename_component(here ${VESK_RUNTIME_LIBRARY} DIRECTORY)
+    endif()
     set_target_properties(${target} PROPERTIES
-        INSTALL_RPATH "${ARGN}" BUILD_WITH_INSTALL_RPATH ON)
+        INSTALL_RPATH "${here};${ARGN}" BUILD_WITH_INSTALL_RPATH ON)
+    string(REPLACE ";" ":" path "${ARGN}")
+    string(REPLACE "$" "\\$" path "${path}")
+    install(CODE "file(RPATH_SET FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${file}\"
+        NEW_RPATH \"${path}\")")
 endfunction()
 
 # What a runtime includes to load the module, and to supply what it asks for.
@@ -32,8 +41,8 @@ install(FILES module/native_methods.h DESTINATION ${header_directory}/module)
 install(TARGETS vesk_host_interface EXPORT VeskArchives)
 
 set_target_properties(vesk_io_archives PROPERTIES EXPORT_NAME module)
-vesk_find_libraries(vesk_io_archives "$ORIGIN/../.." "$ORIGIN")
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
+vesk_find_libraries(vesk_io_archives ${module_directory}/libvesk_io_archives.so "$ORIGIN/../..")
 
 vesk_install_program(vesk-host-check)
 if(NOT VESK_RUNTIME_LIBRARY)
@@ -42,10 +51,9 @@ if(NOT VESK_RUNTIME_LIBRARY)
     install(TARGETS vesk_standin_host EXPORT VeskArchives)
     install(FILES standinhost/standin_host.h DESTINATION ${header_directory}/standinhost)
 
-    set(library_directories "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" "$ORIGIN/../lib")
-    list(REMOVE_DUPLICATES library_directories)
-    vesk_find_libraries(vesk-archive ${library_directories})
     vesk_install_program(vesk-archive)
+    vesk_find_libraries(vesk-archive ${CMAKE_INSTALL_BINDIR}/vesk-archive
+        "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
     install(FILES commandline/bash-completion/vesk-archive
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
