@@ -121,7 +121,7 @@ void* receiveSignals(void* /*nothing*/) {
 }
 
 bool startReceiver() {
-    constexpr std::size_t enoughForTheHandler = 256 * 1024;
+    constexpr std::size_t enoughForTheHandler = 256UL * 1024;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, enoughForTheHandler);

@@ -47,7 +47,7 @@ void tellMakingFile(FixedText& text) {
     }
 }
 
-FixedText lastWords() {
+FixedText lastWords(bool isClearedAway) {
     FixedText text;
     text << liveLineErasure() << "vesk-archive: interrupted";
     switch (stage.load()) {
@@ -61,7 +61,11 @@ FixedText lastWords() {
             text << "; the archive was written";
             break;
         case Stage::unpacking:
-            tellStaging(*place, text);
+            if (isClearedAway) {
+                text << "; the destination is as it was";
+            } else {
+                tellStaging(*place, text);
+            }
             break;
     }
     return text << "\n";
@@ -95,12 +99,12 @@ bool mayTellTheEnd() {
 }
 
 void sayLastWords() {
-    if (mayTellTheEnd()) writeText(STDERR_FILENO, lastWords().view());
+    if (mayTellTheEnd()) writeText(STDERR_FILENO, lastWords(true).view());
 }
 
 void sayLastWordsAtOnce() {
     if (!mayTellTheEnd()) return;
-    const FixedText text = lastWords();
+    const FixedText text = lastWords(false);
     if (standardErrorTakesText()) writeText(STDERR_FILENO, text.view());
 }
 

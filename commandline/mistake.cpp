@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool isSame(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+bool isSame(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
 /// Whether `directory` is `place`, itself a directory, or above it.
@@ -53,7 +53,7 @@ std::string quoted(const std::string& name) {
     return "'" + name + "'";
 }
 
-std::string withoutFormat(std::string name) {
+std::string withoutFormat(const std::string& name) {
     for (const std::string_view ending : {".tar", ".tgz", ".tar.gz"}) {
         if (name.size() > ending.size() && name.ends_with(ending))
             return name.substr(0, name.size() - ending.size());

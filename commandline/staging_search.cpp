@@ -23,14 +23,15 @@ namespace fs = std::filesystem;
 constexpr std::string_view mark = ".vesk-";
 
 /// The directory entry that unpacking replaces: a link's end, and no dots or slashes at the end.
-fs::path entryOf(const fs::path& destination) {
+fs::path entryOf(fs::path path) {
     std::error_code error;
-    const bool isNamed = destination.has_filename() && destination.filename() != "." &&
-                         destination.filename() != "..";
-    if (isNamed && !fs::is_symlink(destination, error)) return destination;
-    fs::path resolved = fs::canonical(destination, error);
-    if (!error) return resolved;
-    return isNamed ? destination : destination.parent_path();
+    const auto isNamed = [&] { return path.has_filename() && path.filename() != "."; };
+    const bool mayBeOther = !isNamed() || path.filename() == ".." || fs::is_symlink(path, error);
+    fs::path resolved = mayBeOther ? fs::canonical(path, error) : path;
+    if (!error && !resolved.empty()) return resolved;
+    while (!isNamed() && path.has_relative_path())
+        path = path.parent_path();
+    return path;
 }
 
 /// What an entry's name begins with after its dot: the destination's name or, where that is too

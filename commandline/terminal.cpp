@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
-#include <iterator>
 #include <string>
 
 namespace vesk::commandline {
@@ -34,7 +33,7 @@ struct HiddenRange {
     char32_t last;
 };
 
-constexpr HiddenRange hiddenRanges[] = {
+constexpr auto hiddenRanges = std::to_array<HiddenRange>({
     {0x00AD, 0x00AD},    // the soft hyphen
     {0x034F, 0x034F},    // the grapheme joiner
     {0x0600, 0x0605},    // Arabic number signs
@@ -55,15 +54,16 @@ constexpr HiddenRange hiddenRanges[] = {
     {0xFFA0, 0xFFA0},    // the halfwidth Hangul filler
     {0xFFF0, 0xFFFB},    // unassigned ones to be ignored, and marks of annotations
     {0x110BD, 0x110BD},  // Kaithi number signs
-    {0x110CD, 0x110CD}, {0x13430, 0x1343F},  // Egyptian hieroglyph controls
-    {0x1BCA0, 0x1BCA3},                      // shorthand controls
-    {0x1D173, 0x1D17A},                      // musical controls
-    {0xE0000, 0xE0FFF},                      // tags and variation selectors
-};
+    {0x110CD, 0x110CD},  // the one above
+    {0x13430, 0x1343F},  // Egyptian hieroglyph controls
+    {0x1BCA0, 0x1BCA3},  // shorthand controls
+    {0x1D173, 0x1D17A},  // musical controls
+    {0xE0000, 0xE0FFF},  // tags and variation selectors
+});
 
 bool isHidden(wchar_t character) {
     const auto code = static_cast<char32_t>(character);
-    return std::any_of(std::begin(hiddenRanges), std::end(hiddenRanges), [code](HiddenRange range) {
+    return std::any_of(hiddenRanges.begin(), hiddenRanges.end(), [code](HiddenRange range) {
         return range.first <= code && code <= range.last;
     });
 }

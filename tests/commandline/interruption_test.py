@@ -154,7 +154,7 @@ class InterruptionTest(SignalCase):
             with self.subTest(dest=dest):
                 terminal, program_end = pty.openpty()
                 self.addCleanup(os.close, terminal)
-                process = start((b"unpack", b"in.tar", dest + b"//."), self.cwd,
+                process = start((b"unpack", b"in.tar", dest + b"//././"), self.cwd,
                                 environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary",
                                             TERM="dumb"), stderr=program_end)
                 os.close(program_end)
