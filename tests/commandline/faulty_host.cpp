@@ -14,6 +14,7 @@
 //   VESK_PATIENCE    if it is "ordinary", the program's patience after a signal has its length;
 //                    else it never ends, so that no test depends on how fast the machine is
 //   VESK_NO_THREADS  if it is 1, no thread can be started
+//   VESK_NO_TIMER    if it is 1, no timer can be had
 //
 // And it plays a file system that knows less:
 //
@@ -108,6 +109,12 @@ bool isSet(const char* name, std::string_view value) {
 extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* time,
                              itimerspec* old) noexcept {
     return isSet("VESK_PATIENCE", "ordinary") ? setTimer(timer, flags, time, old) : 0;
+}
+
+extern "C" int timer_create(clockid_t clock, sigevent* event, timer_t* timer) noexcept {
+    if (!isSet("VESK_NO_TIMER", "1")) return answering(&timer_create)(clock, event, timer);
+    errno = EAGAIN;
+    return -1;
 }
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,

@@ -147,6 +147,12 @@ class InterruptionTest(SignalCase):
                 self.write(b".dest.vesk-unpacking-new-stale1", b"of an earlier run")
                 time.sleep(0.05)
 
+    def test_where_no_timer_can_be_had_the_first_signal_ends_the_program_at_once(self):
+        process = self.waiting_unpack(VESK_NO_TIMER="1")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+        self.assert_the_left_over_is_named(finish(process).err)
+
     def test_a_left_over_is_named_by_its_path_and_as_a_terminal_can_show_it(self):
         for dest, shown in [(b"new\xff/d\x1b", rb"new\\377/\.d\\033"),
                             (b"new/\xc3\xa4\n", b"new/\\.\xc3\xa4\\\\012"),
