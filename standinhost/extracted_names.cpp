@@ -38,8 +38,8 @@ bool isChangedSince(timespec change, Entry entry) {
 }
 
 /// Returns the directory's name for a system call.
-std::string pathOf(const std::string& directory) {
-    return directory.empty() ? "." : directory;
+const char* pathOf(const std::string& directory) {
+    return directory.empty() ? "." : directory.c_str();
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ bool ExtractedNames::areIn(int tree) {
     directories_ = {{"", changeOf({tree, "."})}};
     for (std::size_t index = 0; index < directories_.size(); ++index) {
         const std::string name = directories_[index].name;
-        const FileDescriptor directory = openDirectory({tree, pathOf(name).c_str()});
+        const FileDescriptor directory = openDirectory({tree, pathOf(name)});
         if (!directory) return errno == EACCES;
         NameReader names(directory.number());
         while (const char* entry = names.next()) {
@@ -85,9 +85,10 @@ bool ExtractedNames::areIn(int tree) {
     return count >= hashes_.size();
 }
 
-bool ExtractedNames::areUnchanged(int tree) const {
+// By now the tree is in its place, so that this may not throw.
+bool ExtractedNames::areUnchanged(int tree) const noexcept {
     return std::none_of(directories_.begin(), directories_.end(), [tree](const auto& directory) {
-        return isChangedSince(directory.changed, {tree, pathOf(directory.name).c_str()});
+        return isChangedSince(directory.changed, {tree, pathOf(directory.name)});
     });
 }
 

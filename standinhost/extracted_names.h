@@ -23,7 +23,7 @@ public:
     bool areIn(int tree);
 
     /// Tells whether no directory has gained or lost an entry since areIn looked at it.
-    bool areUnchanged(int tree) const;
+    bool areUnchanged(int tree) const noexcept;
 
 private:
     /// A directory of the tree, and when its entries had changed last before it was read.

@@ -208,7 +208,10 @@ bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
         fs::copy(staging, back, fs::copy_options::recursive, failure);
         fs::remove_all(staging);
     } else {
-        fs::rename(staging, back, failure);
+        // The stand-in host commits the directory that it made and no other.
+        for (const auto& entry : fs::directory_iterator(staging, failure))
+            if (!failure) fs::rename(entry, back / entry.path().filename(), failure);
+        if (!failure) fs::remove(staging);
     }
     if (failure) error = "cannot bring the files";
     return !failure;
@@ -393,7 +396,8 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
     const std::string before = error;
     fs::path source = standInsName(staging);
     if (isStagedElsewhere() && !bringBack(staging, source, error)) return false;
-    if (has("commit never replaces") && isPlain(destination) && fs::exists(destination))
+    if (has("commit never replaces") && isPlain(destination) && fs::exists(destination) &&
+        !isEmptyDirectory(destination))
         return false;
     if (has("empty destinations are accepted in vain") && isEmptyDirectory(destination))
         return false;

@@ -59,6 +59,8 @@ Prediction predictExisting(const UnpackCase& unpackCase, const UnpackScene& scen
 Prediction predictPlace(const UnpackCase& unpackCase, const UnpackScene& scene) {
     const KernelPlace& place = scene.place;
     if (place.linkOfAnother) return {Ending::failure, "a link of another in a sticky directory"};
+    if (place.endDangles && unpackCase.destination.size() >= PATH_MAX)
+        return {Ending::failure, "a link that leads nowhere, by a path that is too long"};
     if (place.endDangles)
         return {
             Ending::failure, "a link that leads nowhere",
