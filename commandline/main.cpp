@@ -51,9 +51,17 @@ void sayOutcome(const Arguments& arguments, const Outcome& outcome) {
     if (mayTellTheEnd()) say(line + ", " + inSeconds(outcome.time));
 }
 
-int run(const Arguments& arguments) {
-    if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
-    noteInterruptions();
+/// Says what the host could not delete or put back, which is no failure of the work.
+void sayLeftover() {
+    const auto leftover = vesk::standin::takeLeftover();
+    if (!leftover) return;
+    const std::string path = "vesk-archive: '" + leftover->path.native();
+    say(path + (leftover->isOldTree
+                    ? "' is what was at the destination: it could not be moved back"
+                    : "' could not be deleted whole: it is of no use and can be removed"));
+}
+
+int carryOutAndTell(const Arguments& arguments) {
     try {
         if (const auto mistake = mistakeIn(arguments)) {
             complain(*mistake);
@@ -73,6 +81,14 @@ int run(const Arguments& arguments) {
         complain(error.what());
         return cannotRun;
     }
+}
+
+int run(const Arguments& arguments) {
+    if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
+    noteInterruptions();
+    const int status = carryOutAndTell(arguments);
+    sayLeftover();
+    return status;
 }
 
 int runWords(int argc, char** argv) {

@@ -97,10 +97,13 @@ std::string makingMistake(const std::string& source, const std::string& archive)
 }  // namespace
 
 std::optional<std::string> mistakeIn(const Arguments& arguments) {
-    if (!arguments.overwrite) return std::nullopt;
-    std::string mistake = arguments.verb == Verb::make
-                              ? makingMistake(arguments.tree, arguments.archive)
-                              : unpackingMistake(arguments.archive, arguments.tree);
+    const bool isUnpacking = arguments.verb == Verb::unpack;
+    std::error_code error;
+    const bool replaces =
+        arguments.overwrite || (isUnpacking && fs::is_empty(arguments.tree, error) && !error);
+    if (!replaces) return std::nullopt;
+    std::string mistake = isUnpacking ? unpackingMistake(arguments.archive, arguments.tree)
+                                      : makingMistake(arguments.tree, arguments.archive);
     if (mistake.empty()) return std::nullopt;
     return mistake;
 }

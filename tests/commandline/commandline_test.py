@@ -71,6 +71,30 @@ class SuccessTest(CommandLineTest):
                 self.assertEqual(result, (status, b"", err))
 
 
+class LeftoverTest(CommandLineTest):
+    """What cannot be deleted is named, and fails nobody."""
+
+    @unittest.skipUnless(os.geteuid() == 0, "only the superuser can make another user's files")
+    def test_a_rest_of_the_old_tree_is_named_whether_or_not_the_program_is_quiet(self):
+        self.write_archive(b"in.tar", TWO_FILES)
+        for options in [(), (b"--quiet",)]:
+            with self.subTest(options=options):
+                self.write(b"out/dest/foreign/file", b"x")
+                for name in [b"", b"out", b"out/dest"]:
+                    os.chown(self.path(name), 65534, 65534)
+                result = self.run_program(b"unpack", b"in.tar", b"out/dest", b"--overwrite", *options,
+                                          user=65534, group=65534)
+                self.assertEqual(result.status, 0)
+                left = [name for name in os.listdir(self.path(b"out")) if name != b"dest"]
+                self.assertEqual(len(left), 1)
+                told = (b"vesk-archive: '" + os.path.realpath(self.path(b"out/" + left[0])) +
+                        b"' could not be deleted whole: it is of no use and can be removed\n")
+                self.assertTrue(result.err.endswith(told), result.err)
+                self.assertEqual(result.err.count(b"\n"), 1 if options else 2)
+                self.assertEqual(tree(self.path(b"out/dest")), TWO_FILES)
+                shutil.rmtree(self.path(b"out"))
+
+
 class FormatTest(CommandLineTest):
     GZIP, PLAIN = b"\x1f\x8b", b"fi"  # the one entry is named "file"
 
@@ -264,6 +288,14 @@ class MistakeTest(CommandLineTest):
                                     b"the working directory with all it holds: name a directory "
                                     b"of its own, such as '" + re.escape(own) + b"'",
                                     cwd, b"unpack", archive, destination, b"--overwrite")
+
+    def test_unpacking_onto_an_empty_working_directory_which_would_vanish_under_the_shell(self):
+        os.mkdir(self.path(b"empty"))
+        for destination in [b".", b"../empty", self.path(b"empty")]:
+            with self.subTest(destination=destination):
+                self.assert_refused(b"unpacking to '" + re.escape(destination) + b"' would replace "
+                                    b"the working directory .*",
+                                    b"empty", b"unpack", b"../outside.tgz", destination)
 
     def test_unpacking_onto_a_directory_that_the_archive_is_in(self):
         for archive, destination in [(b"project/backup.tar", b"project"), (b"link.tar", b"project"),
