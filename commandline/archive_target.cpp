@@ -78,7 +78,7 @@ LinkEnd followed(fs::path path) {
         if (isTrap(path, status)) break;
         std::error_code error;
         const fs::path link = fs::read_symlink(path, error);
-        if (error || !isNamed(link)) break;
+        if (error) break;
         path = path.parent_path() / link;
     }
     return {LinkEnd::Kind::refused, {}};

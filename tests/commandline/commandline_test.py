@@ -561,6 +561,15 @@ class LiveLineTest(TerminalTest):
         self.assertRegex(self.rest_shown(process, -signal.SIGINT),
                          rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written\r\n\Z")
 
+    def test_the_line_is_erased_when_the_program_is_held_up(self):
+        process = self.start_slow_making(VESK_PATIENCE="ordinary")
+        self.shown_until(self.LINE)
+        process.send_signal(signal.SIGINT)
+        shown = self.shown_until(rb"written\r\n")
+        self.assertRegex(shown, rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written")
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
+        finish(process)
+
     def shown_of_slow_making(self, *options, **changes):
         process = self.start_slow_making(*options, **changes)
         process.stdout.read(1)

@@ -33,6 +33,12 @@ def no_core_file():
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
+def finish_waiting(process):
+    """What the program leaves behind that ends although its input does not."""
+    process.wait(PATIENCE)
+    return finish(process)
+
+
 class SignalCase(CommandLineTest):
     UNPACK = (b"unpack", b"--overwrite", b"in.tar", b"dest")
     MAKE = (b"make", b"--overwrite", b"src", b"in.tar")
@@ -133,18 +139,21 @@ class InterruptionTest(SignalCase):
         shutil.rmtree(self.path(left[0]))
 
     def test_a_program_that_is_held_up_ends_all_the_same_and_what_it_leaves_is_named(self):
-        self.write(b".dest.vesk-unpacking-new-stale1", b"of an earlier run")
-        self.write(b".destiny.vesk-unpacking-new-other1", b"of something else")
-        os.utime(self.path(b".dest.vesk-unpacking-new-stale1"), (0, 0))
+        stale = b".dest.vesk-unpacking-new-stale1"
+        others = [b".destiny.vesk-unpacking-new-other1", b".des.vesk-unpacking-new-other2",
+                  b"dest.vesk-unpacking-new-other3", b".dest.vest"]
+        self.write(stale, b"of an earlier run")
         time.sleep(0.05)  # longer than the steps of the clock by which files are dated
         for changes in [{}, {"VESK_NO_THREADS": "1"}]:
             with self.subTest(changes=changes):
                 process = self.waiting_unpack(VESK_PATIENCE="ordinary", **changes)
+                for name in others:
+                    self.write(name, b"of something else")
                 process.send_signal(signal.SIGTERM)
                 self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
-                os.remove(self.path(b".dest.vesk-unpacking-new-stale1"))
+                os.rename(self.path(stale), self.path(b"stale"))
                 self.assert_the_left_over_is_named(finish(process).err)
-                self.write(b".dest.vesk-unpacking-new-stale1", b"of an earlier run")
+                os.rename(self.path(b"stale"), self.path(stale))
                 time.sleep(0.05)
 
     def test_where_no_timer_can_be_had_the_first_signal_ends_the_program_at_once(self):
@@ -189,7 +198,46 @@ class InterruptionTest(SignalCase):
                 self.assertEqual(finish(process), (-number, b"", UNTOUCHED[verb]))
                 self.assertEqual(self.listing(), [b"fifo.tar", b"in.tar", b"src"])
 
-    def test_a_standard_error_that_takes_nothing_keeps_no_program_alive(self):
+    def test_making_that_is_held_up_leaves_nothing(self):
+        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
+        self.assertEqual(len(self.listing()), 3, "the archive's file is there")
+        before = self.read(b"in.tar")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+        self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
+
+    def test_a_file_of_making_that_cannot_be_removed_is_named(self):
+        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        os.remove(self.path(hidden))
+        os.mkdir(self.path(hidden))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process).err,
+                         b"vesk-archive: interrupted; '" + hidden + b"' is left and can be removed\n")
+
+    def test_an_archive_that_is_in_its_place_is_not_said_to_be_missing(self):
+        """As between the renaming and the end, on a system that is slow to say that it is done."""
+        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        os.rename(self.path(hidden), self.path(b"in.tar"))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process).err,
+                         b"vesk-archive: interrupted; the archive was written\n")
+
+    def test_the_end_is_told_once(self):
+        for words in [self.MAKE, self.UNPACK, (b"make", b"none", b"new.tar")]:
+            with self.subTest(words=words):
+                process = start(words, self.cwd, environment("none", VESK_PATIENCE="ordinary",
+                                                             VESK_HOLD_UP="said"))
+                self.assertEqual(process.stdout.read(1), b".")
+                process.send_signal(signal.SIGTERM)
+                result = finish_waiting(process)
+                self.assertEqual(result.status, -signal.SIGTERM)
+                self.assertEqual(result.err.count(b"\n"), 1)
+                self.assertNotIn(b"interrupted", result.err)
+
+    def full_pipe(self):
+        """The writing end of a pipe that takes no more."""
         reading, writing = os.pipe()
         self.addCleanup(os.close, reading)
         fcntl.fcntl(writing, fcntl.F_SETFL, os.O_NONBLOCK)
@@ -197,11 +245,42 @@ class InterruptionTest(SignalCase):
             while True:
                 os.write(writing, b"x")
         fcntl.fcntl(writing, fcntl.F_SETFL, 0)
+        return writing
+
+    def test_a_standard_error_that_takes_nothing_keeps_no_program_alive(self):
+        writing = self.full_pipe()
         process = start(self.UNPACK, self.cwd, stderr=writing)
-        os.close(writing)
         wait_until(lambda: os.path.exists(self.path(b"dest")))
         process.send_signal(signal.SIGTERM)
         self.assertEqual(finish(process).status, -signal.SIGTERM)
+        process = start(self.UNPACK, self.cwd, stderr=writing,
+                        env=environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary"))
+        os.close(writing)
+        process.stdout.read(1)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+        finish(process)
+
+    def test_what_is_left_is_told_by_what_has_become_of_the_destination(self):
+        removable, precious = "can be removed", "may hold the old destination"
+        rows = [(False, lambda dest: None, "", removable),
+                (False, os.mkdir, "; the archive was unpacked", removable),
+                (True, lambda dest: None, "", removable),
+                (True, os.rmdir, "", precious),
+                (True, lambda dest: (os.rename(dest, dest + b".old"), os.mkdir(dest)),
+                 "; the archive was unpacked", removable)]
+        for exists, change, done, left in rows:
+            with self.subTest(exists=exists, done=done, left=left):
+                shutil.rmtree(self.path(b"dest"), ignore_errors=True)
+                if exists:
+                    os.mkdir(self.path(b"dest"))
+                process = self.waiting_unpack(VESK_PATIENCE="ordinary")
+                change(self.path(b"dest"))
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+                self.assertRegex(finish(process).err.decode(),
+                                 rf"\Avesk-archive: interrupted{done}; '\.dest\.vesk-[\w-]+' "
+                                 rf"is left and {left}\n\Z")
 
     def test_the_thread_that_works_receives_no_signals(self):
         """So that no long read of its own can hold them up."""

@@ -80,6 +80,8 @@ class MessagesTest(MakingCase):
         os.mkfifo(self.path(b"pipe"))
         os.symlink(b"loop.tar", self.path(b"loop.tar"))
         os.symlink(b"missing/x.tar", self.path(b"nowhere.tar"))
+        os.symlink(b"missing/", self.path(b"slash.tar"))
+        os.symlink(b"old.tar/", self.path(b"file.tar"))
         os.symlink(b"readonly.tar", self.path(b"link.tar"))
         self.write(b"unreadable", b"x")
         os.chmod(self.path(b"unreadable"), 0)
@@ -111,6 +113,7 @@ class MessagesTest(MakingCase):
         (b"src", b"readonly.tar", ["--overwrite"], CREATE),
         (b"src", b"link.tar", ["--overwrite"], CREATE),
         (b"src", b"fixed/new.tar", [], CREATE), (b"src", b"fixed/old.tar", ["--overwrite"], CREATE),
+        (b"src", b"slash.tar", [], CREATE), (b"src", b"file.tar", [], CREATE),
         (b"src", b"nowhere.tar", [], CREATE), (b"src", b"nowhere.tar", ["--overwrite"], CREATE),
     ]
 
@@ -405,8 +408,11 @@ class LinkTest(MakingCase):
         for name, options in rows:
             self.assert_makes(b"src", name, *options)
         os.chmod(self.path(b"shared"), 0o1777)
-        os.chown(self.path(b"shared/out.tar"), 0, 0, follow_symlinks=False)
-        self.assert_makes(b"src", b"shared/out.tar", b"--overwrite")
+        # One's own link is followed, and that of the directory's owner.
+        for directory, link in [(0, 0), (SOMEBODY, 0), (NOBODY, NOBODY)]:
+            os.chown(self.path(b"shared"), directory, directory)
+            os.chown(self.path(b"shared/out.tar"), link, link, follow_symlinks=False)
+            self.assert_makes(b"src", b"shared/out.tar", b"--overwrite")
 
 
 class DirectTest(MakingCase):
