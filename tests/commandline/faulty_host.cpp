@@ -17,6 +17,10 @@
 //   VESK_NO_TIMER    if it is 1, no timer can be had
 //   VESK_HOLD_UP     if it is "said", the program waits when it has written to standard error
 //
+// It tells what the module is called with:
+//
+//   VESK_SHOW_SYNC   if it is 1, "sync" is written to standard output when the mode asks for it
+//
 // And it plays a file system that knows less:
 //
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK  if it is 1, that system call is refused
@@ -39,6 +43,7 @@
 #include <string_view>
 
 #include "module/host/host_runtime.h"
+#include "standinhost/standin_host.h"
 
 namespace {
 
@@ -153,4 +158,11 @@ int Vesk_hasPendingError(void) {
 std::filesystem::path Vesk_runtimeFsPath(const char* text) {
     countCall();
     return answering(&Vesk_runtimeFsPath)(text);
+}
+
+bool vesk::runtime::archives::modeIsOverwrite(void* mode) {
+    constexpr std::string_view word = "sync";
+    if (isSet("VESK_SHOW_SYNC", "1") && static_cast<const standin::Mode*>(mode)->sync)
+        syscall(SYS_write, STDOUT_FILENO, word.data(), word.size());
+    return answering(&modeIsOverwrite)(mode);
 }

@@ -460,6 +460,13 @@ class SyncTest(MakingCase):
             self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
             self.assertEqual(len(calls), 3)
 
+    def test_the_host_is_asked_to_sync_what_is_unpacked(self):
+        self.write_archive(b"in.tar", TWO_FILES)
+        for options, asked in [([], b""), ([b"--sync"], b"sync")]:
+            result = self.run_program(b"unpack", b"in.tar", b"dest", b"--overwrite", *options,
+                                      env=environment("none", VESK_SHOW_SYNC="1"))
+            self.assertEqual((result.status, result.out[:4]), (0, asked))
+
     def test_nothing_is_synced_unless_that_is_asked_for(self):
         calls = self.calls(b"make", b"src", b"a.tar")
         self.assertRegex(" ".join(calls), r"\Arenameat2\([^)]*\) = 0\Z")
