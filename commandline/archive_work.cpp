@@ -83,10 +83,14 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watc
 
     MakingFile file(target.modulePath, *target.file, arguments.overwrite);
     watch.file = &file;
-    if (auto error = callModule(call, watch, !arguments.quiet)) return error;
-    if (const char* const message = file.publish(arguments.sync))
-        return standin::PendingError{"IOException", message};
-    return std::nullopt;
+    const char* message = nullptr;
+    try {
+        if (auto error = callModule(call, watch, !arguments.quiet)) return error;
+        message = file.publish(arguments.sync);
+    } catch (const NameTaken&) {
+        message = "Cannot create archive";
+    }
+    return message == nullptr ? Failure() : standin::PendingError{"IOException", message};
 }
 
 Failure unpackArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {

@@ -93,7 +93,8 @@ void MakingFile::create() {
         const bool isPrivate = overwrite_ || (ordinaryMode_ & 0600) != 0600;
         if (isPrivate) fchmod(descriptor_, 0600);
     } else if (errno == EEXIST) {
-        path_.clear();  // somebody else's
+        path_.clear();  // not this one's to remove
+        throw NameTaken{};
     }
 }
 

@@ -12,6 +12,9 @@ namespace vesk::commandline {
 /// Returns a path beside `target` that nobody else uses: .NAME.vesk-making-XXXXXX.
 std::string makingPath(const std::filesystem::path& target);
 
+/// Somebody has guessed such a path and put something there, which is not to be written to.
+struct NameTaken {};
+
 /// The file at such a path. It is removed when this is destroyed, unless it has become the archive.
 class MakingFile {
 public:

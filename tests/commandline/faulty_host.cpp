@@ -21,6 +21,10 @@
 //
 //   VESK_SHOW_SYNC   if it is 1, "sync" is written to standard output when the mode asks for it
 //
+// It lets a test know what nobody can know:
+//
+//   VESK_NO_CHANCE   if it is 1, all that is chosen by chance is the first that there is
+//
 // And it plays a file system that knows less:
 //
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK  if it is 1, that system call is refused
@@ -34,6 +38,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <new>
@@ -122,6 +127,12 @@ extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t size) {
 extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* time,
                              itimerspec* old) noexcept {
     return isSet("VESK_PATIENCE", "ordinary") ? setTimer(timer, flags, time, old) : 0;
+}
+
+extern "C" ssize_t getrandom(void* bytes, std::size_t size, unsigned int flags) {
+    if (!isSet("VESK_NO_CHANCE", "1")) return syscall(SYS_getrandom, bytes, size, flags);
+    std::memset(bytes, 0, size);
+    return static_cast<ssize_t>(size);
 }
 
 extern "C" int timer_create(clockid_t clock, sigevent* event, timer_t* timer) noexcept {

@@ -213,6 +213,20 @@ class FileTest(MakingCase):
         with tarfile.open(os.fsdecode(self.path(b"src/a.tar"))) as made:
             self.assertEqual(made.getnames(), ["a"])
 
+    def test_what_somebody_has_put_there_before_is_neither_written_nor_removed(self):
+        self.write(b"victim", b"old")
+        name = b".new.tar.vesk-making-aaaaaa"
+        env = environment("none", VESK_NO_CHANCE="1")
+        for put in [lambda path: os.link(self.path(b"victim"), path),
+                    lambda path: os.symlink(b"victim", path),
+                    lambda path: os.symlink(b"new-victim", path)]:
+            put(self.path(name))
+            self.assert_fails(b"Cannot create archive", b"src", b"new.tar", env=env)
+            self.assertEqual(self.listing(), [name, b"src", b"victim"])
+            self.assertEqual(self.read(b"victim"), b"old")
+            os.remove(self.path(name))
+        self.assert_makes(b"src", b"new.tar", env=env)
+
     def test_a_file_that_somebody_else_has_put_there_is_neither_written_nor_removed(self):
         """Nobody can know the name before; one who sees the file itself may replace it."""
         process = self.waiting(b"src", b"new.tar")
@@ -269,6 +283,15 @@ class PlaceTest(MakingCase):
             self.assertEqual(self.listing(), [b"new.tar", b"src"])
             self.assertFalse(os.path.isfile(self.path(b"new.tar")))
             subprocess.run(["rm", "-r", self.path(b"new.tar")], check=True)
+
+    def test_what_was_in_the_way_and_is_gone_does_not_let_the_module_write_there(self):
+        os.mkdir(self.path(b"dir.tar"))
+        process = self.waiting(b"src", b"dir.tar", b"--overwrite")
+        os.rmdir(self.path(b"dir.tar"))
+        self.write(b"dir.tar", b"meanwhile")
+        self.assertEqual(finish(process).err,
+                         b"vesk-archive: IOException: Cannot create archive\n")
+        self.assertEqual(self.read(b"dir.tar"), b"meanwhile")
 
     def test_a_file_that_comes_there_meanwhile_may_be_overwritten_where_that_is_allowed(self):
         process = self.waiting(b"src", b"new.tar", b"--overwrite")
@@ -446,7 +469,7 @@ class SyncTest(MakingCase):
         trace = self.path(b"trace")
         done = subprocess.run(["strace", "-f", "-y", "-o", trace, "-e",
                                "trace=fsync,rename,renameat2", PROGRAM, *words], cwd=self.cwd,
-                              capture_output=True, check=False)
+                              env=traced(environment()), capture_output=True, check=False)
         self.assertEqual(done.returncode, 0, done.stderr)
         lines = self.read(b"trace").decode().splitlines()
         return [match[1] for line in lines if (match := re.match(r"\d+ +(\w+\(.*)", line))]

@@ -43,11 +43,25 @@ def environment(fault=None, call=1, **changes):
     return variables
 
 
+def traced(variables):
+    """The environment for a program that is traced, which the search for leaks cannot stand."""
+    options = [variables.get("ASAN_OPTIONS", ""), "detect_leaks=0"]
+    return variables | {"ASAN_OPTIONS": ":".join(options)}
+
+
+def is_instrumented():
+    """Whether the program has a sanitizer in it, which cannot do without /proc."""
+    return b"__asan_init" in pathlib.Path(os.fsdecode(PROGRAM)).read_bytes()
+
+
 def start(words, cwd, env=None, **options):
     streams = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     streams.update(options)
     program = streams.pop("program", PROGRAM)
-    return subprocess.Popen([program, *words], cwd=cwd, env=env or environment(), **streams)
+    variables = env or environment()
+    if program == "strace":
+        variables = traced(variables)
+    return subprocess.Popen([program, *words], cwd=cwd, env=variables, **streams)
 
 
 def finish(process):
