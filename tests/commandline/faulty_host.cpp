@@ -28,8 +28,13 @@
 // And it plays a file system that knows less:
 //
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK  if it is 1, that system call is refused
+//
+// or one on which others work at the same time:
+//
+//   VESK_MEANWHILE  if it is 1, a file comes to the new name right before the first renameat2
 #include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -46,6 +51,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "module/host/host_runtime.h"
 #include "standinhost/standin_host.h"
@@ -149,6 +155,9 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
 
 extern "C" int renameat2(int from, const char* name, int to, const char* newName,
                          unsigned int flags) noexcept {
+    static bool isFirst = true;
+    if (std::exchange(isFirst, false) && isSet("VESK_MEANWHILE", "1"))
+        close(openat(to, newName, O_WRONLY | O_CREAT, 0666));
     if (!isSet("VESK_NO_RENAMEAT2", "1"))
         return answering(&renameat2)(from, name, to, newName, flags);
     errno = EINVAL;

@@ -343,6 +343,14 @@ class InterruptionTest(SignalCase):
         self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
         self.assertEqual(self.listing(), [b"dest", b"in.tar", b"src"])
 
+    def test_a_signal_while_the_archive_is_synced_leaves_the_old_one(self):
+        before = self.read(b"in.tar")
+        result = self.run_program("-f", "-o", "/dev/null", "-e",
+                                  "inject=fsync:signal=SIGTERM:when=1", PROGRAM, *self.MAKE,
+                                  b"--sync", program="strace")
+        self.assertEqual(result, (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+        self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
+
     def test_a_signal_to_the_working_thread_alone_is_heeded(self):
         result = self.run_program("-f", "-o", "/dev/null", "-e",
                                   "inject=getdents64:signal=SIGTERM:when=1", PROGRAM, *self.MAKE,

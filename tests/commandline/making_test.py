@@ -300,6 +300,14 @@ class PlaceTest(MakingCase):
         self.assertEqual(finish(process).status, 0)
         self.assertEqual((self.read(b"new.tar"), self.mode(b"new.tar")), (self.made, 0o640))
 
+    def test_a_file_that_comes_there_at_the_last_moment_is_overwritten_only_where_that_is_allowed(self):
+        env = environment("none", VESK_MEANWHILE="1")
+        self.assert_fails(b"Archive already exists", b"src", b"new.tar", env=env)
+        self.assertEqual(self.read(b"new.tar"), b"")
+        os.remove(self.path(b"new.tar"))
+        self.assert_makes(b"src", b"new.tar", b"--overwrite", env=env)
+        self.assertEqual(self.read(b"new.tar"), self.made)
+
     def test_of_many_makes_at_once_exactly_one_succeeds(self):
         for _ in range(5):
             waiting = [self.waiting(b"src", b"new.tar") for _ in range(4)]
