@@ -26,7 +26,8 @@ struct Watch {
     HostCall countedCall;
     std::uint64_t calls = 0;
     std::atomic<std::uint64_t> entries = 0;
-    /// Created as soon as the module has collected its entries, so that it becomes none of them.
+    /// Created at the first such call, when the module has collected its entries: it becomes none
+    /// of them.
     MakingFile* file = nullptr;
 };
 
@@ -35,7 +36,7 @@ void onHostCall(void* context, HostCall call) {
     if (call == watch.countedCall) {
         ++watch.calls;
         watch.entries = watch.calls < 2 ? 0 : (watch.calls - 2) / 2;
-        if (watch.calls == 2 && watch.file != nullptr) watch.file->create();
+        if (watch.calls == 1 && watch.file != nullptr) watch.file->create();
     }
     throwIfInterrupted();
 }
