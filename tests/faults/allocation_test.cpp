@@ -6,12 +6,11 @@
 //
 // libstdc++ 12: _Dir::advance(bool, std::error_code&) and _Dir::open_subdir(bool, bool,
 // std::error_code&) of std::filesystem are noexcept although they put paths together.
-// recursive_directory_iterator's constructor, its increment(std::error_code&) and remove_all(path,
-// std::error_code&) rest on them: when memory runs out there, the library ends the process.
+// recursive_directory_iterator's constructor and its increment(std::error_code&) rest on them: when
+// memory runs out there, the library ends the process.
 //
 // libc++ 14: a directory that has been opened stays open when memory runs out while the path of its
-// first entry is put together, since the constructor of __dir_stream has not come to its end. And
-// remove_all(path, std::error_code&) gives up when memory runs out, which leaves a staging tree.
+// first entry is put together, since the constructor of __dir_stream has not come to its end.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -44,18 +43,15 @@ const std::string unstored = "IOException: Cannot store DEFLATE output";
 
 /// What else a standard library makes of a failed allocation.
 struct StandardLibrary {
-    bool doesWithout;        ///< C streams that get no buffer do without, and the call succeeds
-    bool endsWalks;          ///< ends the process when memory runs out in a walk
-    bool leavesWalksOpen;    ///< leaves a directory open when memory runs out in a walk
-    bool leavesStagingTree;  ///< does not remove the staging tree without memory
+    bool doesWithout;      ///< C streams that get no buffer do without, and the call succeeds
+    bool endsWalks;        ///< ends the process when memory runs out in a walk
+    bool leavesWalksOpen;  ///< leaves a directory open when memory runs out in a walk
 };
 
 #ifdef _LIBCPP_VERSION
-const StandardLibrary library = {
-    .doesWithout = true, .endsWalks = false, .leavesWalksOpen = true, .leavesStagingTree = true};
+const StandardLibrary library = {.doesWithout = true, .endsWalks = false, .leavesWalksOpen = true};
 #else
-const StandardLibrary library = {
-    .doesWithout = false, .endsWalks = true, .leavesWalksOpen = false, .leavesStagingTree = false};
+const StandardLibrary library = {.doesWithout = false, .endsWalks = true, .leavesWalksOpen = false};
 #endif
 
 /// Every call converts two paths and opens a file, whatever the standard library.
@@ -115,7 +111,7 @@ private:
     std::string judgeDestination(const std::string& ending) const;
     std::string judgeTermination() const;
     std::string judgeNextCall() const;
-    std::string judgeSurroundings(const std::string& ending, const AllocationReport& report) const;
+    std::string judgeSurroundings() const;
 
     const std::unique_ptr<TempDir> directory_ = makeMemoryDir();
     const TempDir& root_ = *directory_;
@@ -195,7 +191,7 @@ std::string AllocationFaults::judge(const std::string& ending,
     std::string verdict = (report.owner == CallOwner::module ? "module: " : "host: ") +
                           judgeMessage(ending, report.owner) + judgeDestination(ending);
     verdict += judgeNextCall();
-    return verdict + judgeSurroundings(ending, report);
+    return verdict + judgeSurroundings();
 }
 
 std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner owner) const {
@@ -207,9 +203,8 @@ std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner 
     return known ? text : "defect: " + text;
 }
 
-/// The destination is as it was, with two exceptions: a file stream that has opened, and truncated,
-/// the archive allocates its buffer after that; and an old tree that has been replaced but cannot
-/// be deleted fails nothing.
+/// The destination is as it was, with one exception: a file stream that has opened, and truncated,
+/// the archive allocates its buffer after that.
 std::string AllocationFaults::judgeDestination(const std::string& ending) const {
     const std::optional<Tree> now = destination();
     if (ending == "done") return now == complete_ ? "" : ", defect: destination incomplete";
@@ -227,21 +222,13 @@ std::string AllocationFaults::judgeTermination() const {
     return (whole ? "terminated" : "terminated, defect: destination changed") + judgeNextCall();
 }
 
-/// What is beside the destination: nothing, or the rest of an old tree that has been replaced, or a
-/// staging tree whose removal had no memory either.
-std::string AllocationFaults::judgeSurroundings(const std::string& ending,
-                                                const AllocationReport& report) const {
-    std::string verdict;
+/// Nothing is beside the destination: neither staging nor what was replaced takes memory to delete.
+std::string AllocationFaults::judgeSurroundings() const {
     for (const auto& entry : fs::directory_iterator(to().parent_path())) {
         const std::string name = entry.path().filename().native();
-        const bool rest =
-            ending == "done" && name.starts_with(".destination.vesk-unpacking-replacing-");
-        const bool staging = library.leavesStagingTree && report.failures > 1 && ending != "done" &&
-                             name.starts_with(".destination.vesk-unpacking-");
-        if (name != "destination" && !rest && !staging) return ", defect: left " + name;
-        if (staging) verdict = ", staging tree left";
+        if (name != "destination") return ", defect: left " + name;
     }
-    return verdict;
+    return "";
 }
 
 /// Makes the call again, without faults, in the state in which the last one left everything.
