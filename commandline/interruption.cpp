@@ -40,7 +40,7 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
     sigemptyset(&only);
     sigaddset(&only, number);
     pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
-    raise(number);
+    pthread_kill(pthread_self(), number);
     _exit(128 + number);  // the first process of a container outlives a signal's default
 }
 

@@ -118,7 +118,8 @@ std::string forStandardError(std::string_view text) {
 }
 
 void say(std::string_view line) {
-    writeText(STDERR_FILENO, forStandardError(line) + "\n");
+    const std::string text = forStandardError(line) + "\n";
+    writeText(STDERR_FILENO, text);
 }
 
 void writeText(int descriptor, std::string_view text) {

@@ -72,19 +72,19 @@ int move(Entry from, Entry to, unsigned flags) {
     return secondError;
 }
 
-/// Gives the tree the permissions and, if this is the superuser, the owner and group of the
-/// directory that it is to replace.
-bool adoptPermissions(Entry tree, Entry target) {
+/// Gives a directory the permissions of the one whose place it takes, and, if this is the
+/// superuser, its owner and group. True when there is no such directory.
+bool adoptPermissions(Entry taker, Entry giver) {
     struct stat old {};
     struct stat fresh {};
-    if (!statusOf(target, old) || !S_ISDIR(old.st_mode)) return true;
-    if (!statusOf(tree, fresh)) return false;
+    if (!statusOf(giver, old) || !S_ISDIR(old.st_mode)) return true;
+    if (!statusOf(taker, fresh)) return false;
     const bool isSuperuser = geteuid() == 0;
     if (isSuperuser && (fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid) &&
-        fchownat(tree.directory, tree.name, old.st_uid, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0)
+        fchownat(taker.directory, taker.name, old.st_uid, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0)
         return false;
     return fresh.st_mode == old.st_mode ||
-           fchmodat(tree.directory, tree.name, old.st_mode & 07777, 0) == 0;
+           fchmodat(taker.directory, taker.name, old.st_mode & 07777, 0) == 0;
 }
 
 /// What it means that the old tree could not be moved.
