@@ -3,6 +3,7 @@
 #include "commandline/arguments.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -89,23 +90,30 @@ std::variant<Arguments, Information, UsageError> request(const CLI::App& program
                      format, options.overwrite, options.sync, options.quiet};
 }
 
-// The parser takes the word `++` for the end of a verb. With a NUL behind it, which no word of a
-// command line can hold, it is a name like all others.
-
-/// Returns the words as the parser wants them: the last one first, without the program's own.
-std::vector<std::string> protectedWords(int argc, const char* const* argv) {
-    std::vector<std::string> words;
-    for (int i = argc - 1; i > 0; --i) {
-        words.emplace_back(argv[i]);
-        if (words.back() == "++") words.back() += '\0';
+/// The parser takes the word `++` for the end of a verb. It is shown another in its place, one that
+/// occurs nowhere in the words.
+class PlusSigns {
+public:
+    explicit PlusSigns(std::vector<std::string>& words) {
+        const auto holdsSubstitute = [this](const std::string& text) {
+            return text.find(substitute_) != std::string::npos;
+        };
+        do {
+            substitute_ += '\1';
+        } while (std::any_of(words.begin(), words.end(), holdsSubstitute));
+        std::replace(words.begin(), words.end(), word, substitute_);
     }
-    return words;
-}
 
-std::string unprotected(std::string text) {
-    std::erase(text, '\0');
-    return text;
-}
+    std::string restored(std::string text) const {
+        for (auto at = text.find(substitute_); at != std::string::npos; at = text.find(substitute_))
+            text.replace(at, substitute_.size(), word);
+        return text;
+    }
+
+private:
+    const std::string word = "++";
+    std::string substitute_ = word;
+};
 
 }  // namespace
 
@@ -119,17 +127,20 @@ std::variant<Arguments, Information, UsageError> parseArguments(int argc, const 
     addUnpack(program, options);
     program.footer("Example: vesk-archive make photos photos.tar.gz");
 
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    const PlusSigns plusSigns(words);
     try {
-        program.parse(protectedWords(argc, argv));
+        // The parser wants the last word first.
+        program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success& wanted) {
         std::ostringstream text;
         program.exit(wanted, text, text);
         return Information{text.str()};
     } catch (const CLI::ParseError& error) {
-        return usageError(program, unprotected(error.what()));
+        return usageError(program, plusSigns.restored(error.what()));
     }
     for (std::string* const name : {&options.archive, &options.tree, &options.module})
-        *name = unprotected(*name);
+        *name = plusSigns.restored(*name);
     return request(program, options, make->parsed() ? Verb::make : Verb::unpack);
 }
 
