@@ -18,7 +18,7 @@ namespace vesk::commandline {
 
 namespace {
 
-enum class Stage { making, makingInFile, made, unpacking };
+enum class Stage { making, makingInFile, unpacking };
 
 // A stage is entered when what belongs to it is complete, and nothing is changed or freed after.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
@@ -57,9 +57,6 @@ FixedText lastWords(bool isClearedAway) {
         case Stage::makingInFile:
             tellMakingFile(text);
             break;
-        case Stage::made:
-            text << "; the archive was written";
-            break;
         case Stage::unpacking:
             if (isClearedAway) {
                 text << "; the destination is as it was";
@@ -83,10 +80,6 @@ void expectMakingIn(const std::filesystem::path& temporary, int descriptor) {
     shownMakingPath = new std::string(forStandardError(temporary.native()));
     makingDescriptor = descriptor;
     stage = Stage::makingInFile;
-}
-
-void expectArchive() {
-    stage = Stage::made;
 }
 
 void expectUnpacking(const std::filesystem::path& destination) {

@@ -12,11 +12,8 @@ namespace vesk::commandline {
 // At first the work is taken to be the making of an archive that is written directly.
 
 /// From now on the work is the making of an archive in the file `temporary`, which the last words
-/// remove. `descriptor` refers to it and is never closed.
+/// remove if it is there still. `descriptor` refers to it and is never closed.
 void expectMakingIn(const std::filesystem::path& temporary, int descriptor);
-
-/// From now on the archive is made, whatever happens.
-void expectArchive();
 
 /// From now on the work is the unpacking of an archive to `destination`.
 void expectUnpacking(const std::filesystem::path& destination);

@@ -146,7 +146,6 @@ const char* MakingFile::publish(bool sync) {
     if (descriptor_ == -1 && !open(0)) return cannotCreate;
     if (const char* const message = moveIntoPlace(sync)) return message;
     path_.clear();
-    expectArchive();
     return sync && !syncDirectoryOf(target_) ? cannotFinalize : nullptr;
 }
 

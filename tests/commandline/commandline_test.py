@@ -345,6 +345,14 @@ class MistakeTest(CommandLineTest):
                 result = finish(start((*words, b"--overwrite"), self.path(cwd)))
                 self.assertEqual(result.status, 0, result.err)
 
+    def test_a_fifo_in_the_source_is_no_archive_there(self):
+        os.mkfifo(self.path(b"other/fifo.tar"))
+        reader = subprocess.Popen(["cat", self.path(b"other/fifo.tar")], stdout=subprocess.DEVNULL)
+        result = self.run_program(b"make", b"other", b"other/fifo.tar", b"--overwrite")
+        reader.kill()
+        reader.wait()
+        self.assertEqual(result.status, 0, result.err)
+
     def test_without_leave_to_overwrite_the_messages_are_the_ordinary_ones(self):
         rows = [((b"unpack", b"outside.tgz", b"."), b"Destination already exists"),
                 ((b"make", b"project", b"project/backup.tar"), b"Archive already exists"),
