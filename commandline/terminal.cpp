@@ -118,8 +118,8 @@ std::string forStandardError(std::string_view text) {
 }
 
 void say(std::string_view line) {
-    const std::string text = forStandardError(line) + "\n";
-    writeText(STDERR_FILENO, text);
+    const std::string shown = forStandardError(line);
+    writeText(STDERR_FILENO, shown + "\n");
 }
 
 void writeText(int descriptor, std::string_view text) {
@@ -144,7 +144,8 @@ bool canRedraw() {
 
 void showLiveLine(std::string_view line) {
     liveLineIsShown = true;
-    writeText(STDERR_FILENO, std::string(erasure).append(line));
+    const std::string text = std::string(erasure).append(line);
+    writeText(STDERR_FILENO, text);
 }
 
 void eraseLiveLine() {
