@@ -129,7 +129,7 @@ fs::path pathToTree(const Staging& staging) {
     const std::string number = std::to_string(staging.directory.number());
     fs::path path = fs::path("/proc/self/fd") / number / treeName;
     if (leadsTo(path, staging.tree.number())) return path;
-    path = staging.directoryLeft.path / treeName;
+    path = (staging.directoryLeft.path / treeName).lexically_normal();
     return leadsTo(path, staging.tree.number()) ? path : fs::path();
 }
 
