@@ -309,6 +309,12 @@ class Libraries(unittest.TestCase):
         self.assertIn("vesk-host-check: ", result.err)
 
 
+def heed_all_signals():
+    """Undoes what the starter of the tests may ignore, as one that runs them in the background."""
+    for number in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
+        signal.signal(number, signal.SIG_DFL)
+
+
 class Interruptions(unittest.TestCase):
     """The program is sent signals while a trial hangs."""
 
@@ -319,6 +325,7 @@ class Interruptions(unittest.TestCase):
 
     def start(self, **more):
         """Returns the program and the number of the hanging process."""
+        more = {"preexec_fn": heed_all_signals} | more
         program = subprocess.Popen(
             [PROGRAM, WRONG_HOST], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
             env=os.environ | {"VESK_DEFECT": "raise hangs", "TMPDIR": str(self.directory)}, **more)
