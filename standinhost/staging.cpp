@@ -86,12 +86,16 @@ bool makeDirectory(Staging& staging) {
 /// Opens the staging directory. A umask may have taken permissions from its owner.
 FileDescriptor openOwnersDirectory(Entry entry) {
     FileDescriptor directory = openDirectory(entry);
-    struct stat status {};
-    const bool isAsMade =
-        directory && fstat(directory.number(), &status) == 0 && (status.st_mode & 0777) == S_IRWXU;
-    if (isAsMade) return directory;
+    if (directory || errno != EACCES) return directory;
     fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
     return openDirectory(entry);
+}
+
+/// Gives the owner of the open directory all permissions, and nobody else any.
+void closeToOthers(int directory) {
+    struct stat status {};
+    const bool isAsMade = fstat(directory, &status) == 0 && (status.st_mode & 0777) == S_IRWXU;
+    if (!isAsMade) fchmod(directory, S_IRWXU);
 }
 
 /// Tells whether the two have one owner. Where others may write to the parent, one of them may have
@@ -103,14 +107,25 @@ bool haveOneOwner(int directory, int tree) {
            outer.st_uid == inner.st_uid;
 }
 
+/// Makes and opens the staging directory. What holds something is not the one that was made: it was
+/// put in its place, and is left alone.
+bool openStagingDirectory(Staging& staging) {
+    if (!makeDirectory(staging)) return false;
+    FileDescriptor directory = openOwnersDirectory(staging.directoryEntry());
+    if (!directory) return false;
+    if (NameReader(directory.number()).next() != nullptr) {
+        staging.name.clear();
+        return false;
+    }
+    closeToOthers(directory.number());
+    staging.directory = std::move(directory);
+    return true;
+}
+
 /// Makes and opens the staging directory and, by a plain mkdir, the tree in it, which has the
 /// permissions of any new directory there.
 bool makeTree(Staging& staging) {
-    if (!makeDirectory(staging)) return false;
-    const Entry directory = staging.directoryEntry();
-    staging.directory = openOwnersDirectory(directory);
-    if (!isEmptyDirectory(directory) || !isOpenAs(directory, staging.directory.number()))
-        return false;
+    if (!openStagingDirectory(staging)) return false;
     const Entry tree = staging.treeEntry();
     if (mkdirat(tree.directory, tree.name, 0777) != 0) return false;
     staging.tree = FileDescriptor(

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+// What others do in between two steps of the host, each at the worst moment: it is noticed, or
+// harmless, and nothing of theirs is taken for the host's own.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "standinhost/standin_host.h"
+#include "tests/standinhost/in_between.h"
+#include "tests/standinhost/staging_support.h"
+#include "tests/support/mounts.h"
+#include "tests/support/ordinary_user.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using vesk::runtime::archives::removeExtractionTree;
+using vesk::standin::takeLeftover;
+using vesk::testing::canMount;
+using vesk::testing::commit;
+using vesk::testing::directoryOf;
+using vesk::testing::mountMemory;
+using vesk::testing::prepare;
+using vesk::testing::stageNewTree;
+using vesk::testing::TempDir;
+using vesk::testing::Tree;
+using vesk::testing::treeAt;
+using vesk::testing::withMounts;
+using vesk::testing::writeFile;
+
+/// The staging directory in `parent`.
+fs::path stagingIn(const fs::path& parent) {
+    for (const auto& entry : fs::directory_iterator(parent))
+        if (entry.path().filename().native().starts_with(".out.vesk-unpacking-"))
+            return entry.path();
+    throw std::runtime_error("no staging directory");
+}
+
+TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
+    struct Row {
+        const char* name;
+        mode_t mode;
+        bool isLink;
+    };
+    const Row rows[] = {{"directory", 0755, false},
+                        {"directory for its owner only", 0700, false},
+                        {"directory for readers", 0500, false},
+                        {"link", 0755, true}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        writeFile(dir / "kept/file", "kept");
+        writeFile(dir / "kept/sub/file", "kept");
+        chmod((dir / "kept").c_str(), row.mode);
+        fs::path staging;
+        InBetween between;
+        between.afterMaking = [&] {
+            staging = stagingIn(dir.path());
+            fs::remove(staging);
+            if (row.isLink) return fs::create_directory_symlink("kept", staging);
+            fs::rename(dir / "kept", staging);
+        };
+        EXPECT_EQ(prepare(dir / "out", true).error, "Cannot create staging directory");
+        const fs::path kept = row.isLink ? dir / "kept" : staging;
+        EXPECT_EQ(treeAt(kept), (Tree{{"file", "kept"}, {"sub", "/"}, {"sub/file", "kept"}}));
+        EXPECT_EQ(fs::status(kept).permissions(), fs::perms{row.mode});
+        const auto left = takeLeftover();
+        EXPECT_TRUE(!left || row.isLink) << left->path;
+    }
+}
+
+}  // namespace
