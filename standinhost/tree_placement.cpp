@@ -179,8 +179,11 @@ void takeBackTree(Entry tree, Entry target, Entry aside, bool wasEmptyDirectory)
         const int error = move(target, tree, RENAME_EXCHANGE);
         if (isUnsupported(error)) replaceInTwoSteps(tree, target, aside, 0);
     } else if (move(target, tree, 0) == 0 && wasEmptyDirectory) {
-        mkdirat(target.directory, target.name, S_IRWXU);
-        adoptPermissions(target, tree);
+        // Made where nobody else can put a link in its place.
+        const Entry empty{tree.directory, "empty"};
+        mkdirat(empty.directory, empty.name, S_IRWXU);
+        adoptPermissions(empty, tree);
+        move(empty, target, 0);
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "standinhost/standin_host.h"
 #include "tests/standinhost/in_between.h"
+#include "tests/standinhost/rename_faults.h"
 #include "tests/standinhost/staging_support.h"
 #include "tests/support/mounts.h"
 #include "tests/support/ordinary_user.h"
@@ -67,6 +68,27 @@ TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
         const auto left = takeLeftover();
         EXPECT_TRUE(!left || row.isLink) << left->path;
     }
+}
+
+TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {
+    const TempDir dir;
+    fs::create_directory(dir / "out");
+    writeFile(dir / "kept/file", "kept");
+    fs::permissions(dir / "kept", fs::perms{0700});
+    vesk::standin::Mode mode{false, true};
+    vesk::runtime::archives::modeIsOverwrite(&mode);
+    const fs::path staging = stageNewTree(dir / "out", false);
+    RenameFaults faults;
+    faults.flush = [](const std::string& what) { return what == "directory" ? -1 : 0; };
+    InBetween between;
+    between.afterMaking = [&] {
+        fs::remove(dir / "out");
+        fs::create_directory_symlink("kept", dir / "out");
+    };
+    EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+    removeExtractionTree(staging);
+    EXPECT_EQ(fs::status(dir / "kept").permissions(), fs::perms{0700});
+    EXPECT_EQ(treeAt(dir.path()), (Tree{{"kept", "/"}, {"kept/file", "kept"}, {"out", "-> kept"}}));
 }
 
 }  // namespace
