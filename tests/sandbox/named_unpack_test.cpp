@@ -31,6 +31,17 @@ std::vector<PlannedThing> linkElsewhere() {
             link("lnk", "else/where")};
 }
 
+/// A file, and `count` links that lead to it, each to the next, by way of `way`.
+std::vector<PlannedThing> linkChain(int count, const std::string& way = "") {
+    std::vector<PlannedThing> things = {file("0"), link("here", ".")};
+    for (int number = 1; number <= count; ++number) {
+        const std::string target = way + std::to_string(number - 1);
+        things.push_back(
+            {number == count ? "dst" : std::to_string(number), S_IFLNK, 0777, caller, target});
+    }
+    return things;
+}
+
 const Row rows[] = {
     {"UpFromALink", linkElsewhere(), "lnk/../dst", true},
     {"UpFromALinkWithADamagedArchive", linkElsewhere(), "lnk/../dst", true, true},
@@ -58,9 +69,23 @@ const Row rows[] = {
     {"WorkingDirectory", {file("old")}, ".", true},
     {"AboveTheWorkingDirectory", {file("old")}, "..", true},
     {"FileByALink", {file("pointed"), link("dst", "pointed")}, "dst", true},
+    {"ClosedFileByALink", {closedFile("pointed"), link("dst", "pointed")}, "dst", true},
+    {"AsManyLinksAsTheSystemFollows", linkChain(40), "dst", true},
+    {"MoreLinksThanTheSystemFollows", linkChain(41), "dst", true},
+    {"MoreLinksThanTheSystemFollowsWithThoseOnTheWay", linkChain(21, "here/"), "dst", true},
     {"LinkOfAnotherInAStickyDirectory",
      {directory("shared", 01777, {0, 0}), directory("kept"), file("kept/old"),
       link("shared/dst", "../kept", stranger)},
+     "shared/dst",
+     true},
+    {"LinkOfAnotherInHisStickyDirectory",
+     {directory("shared", 01777, stranger), directory("kept"), file("kept/old"),
+      link("shared/dst", "../kept", stranger)},
+     "shared/dst",
+     true},
+    {"OwnLinkInAStickyDirectoryOfAnother",
+     {directory("shared", 01777, stranger), directory("kept"), file("kept/old"),
+      link("shared/dst", "../kept")},
      "shared/dst",
      true},
     {"NeighbourWithAMarkInItsName",

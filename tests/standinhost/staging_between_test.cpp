@@ -23,6 +23,7 @@ using vesk::testing::directoryOf;
 using vesk::testing::mountMemory;
 using vesk::testing::prepare;
 using vesk::testing::stageNewTree;
+using vesk::testing::StagingResult;
 using vesk::testing::TempDir;
 using vesk::testing::Tree;
 using vesk::testing::treeAt;
@@ -68,6 +69,44 @@ TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
         const auto left = takeLeftover();
         EXPECT_TRUE(!left || row.isLink) << left->path;
     }
+}
+
+TEST(Between, StagesInNoDirectoryThatALinkInTheStagingDirectorysPlaceNames) {
+    const TempDir dir;
+    fs::create_directory(dir / "empty");
+    fs::permissions(dir / "empty", fs::perms{0755});
+    InBetween between;
+    between.afterMaking = [&] {
+        const fs::path staging = stagingIn(dir.path());
+        fs::remove(staging);
+        fs::create_directory_symlink("empty", staging);
+    };
+    EXPECT_EQ(prepare(dir / "out", true).error, "Cannot create staging directory");
+    EXPECT_TRUE(fs::is_empty(dir / "empty"));
+    EXPECT_EQ(fs::status(dir / "empty").permissions(), fs::perms{0755});
+}
+
+TEST(Between, StandsByADestinationThatWasALinkBeforeItWasRead) {
+    const TempDir dir;
+    writeFile(dir / "parent/pointed/old", "old");
+    fs::create_directory_symlink("pointed", dir / "parent/out");
+    InBetween between;
+    between.beforeReading = [&] { fs::remove(dir / "parent/out"); };
+    const StagingResult prepared = prepare(dir / "parent/out", true);
+    ASSERT_TRUE(prepared.ok);
+    EXPECT_EQ(directoryOf(prepared.staging).parent_path(), dir / "parent");
+}
+
+TEST(Between, KnowsAMountPointWhereTheSystemDoesNotTell) {
+    if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
+    const TempDir dir;
+    fs::create_directory(dir / "out");
+    const std::string error = withMounts([&] {
+        InBetween between;
+        between.tellsMounts = false;
+        return mountMemory(dir / "out") ? prepare(dir / "out", true).error : "cannot mount";
+    });
+    EXPECT_EQ(error, "Destination cannot be replaced");
 }
 
 TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {

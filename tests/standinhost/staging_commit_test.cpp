@@ -273,6 +273,30 @@ TEST(Commit, ReportsAStagingDirectoryThatHasGoneAndKeepsTheOldTree) {
     }
 }
 
+TEST(Commit, RefusesALinkInTheStagingDirectorysPlaceEvenIfItLeadsThere) {
+    const TempDir dir;
+    const fs::path staging = stageNewTree(dir / "out", false);
+    const fs::path directory = directoryOf(staging);
+    fs::rename(directory, dir / "renamed");
+    fs::create_directory_symlink("renamed", directory);
+    expectFailure(commit(staging, dir / "out"), "Cannot move extracted files to destination");
+    removeExtractionTree(staging);
+    EXPECT_EQ(treeAt(dir.path()), (Tree{{directory.filename(), "-> renamed"}}));
+}
+
+TEST(Commit, NoticesAnotherFileSystemWithTheSameNumbersForItsFiles) {
+    if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
+    const TempDir dir;
+    fs::create_directory(dir / "parent");
+    const std::string error = withMounts([&] {
+        if (!mountMemory(dir / "parent")) return std::string("cannot mount");
+        const fs::path staging = stageNewTree(dir / "parent/out", false);
+        if (!mountMemory(dir / "parent")) return std::string("cannot mount");
+        return commit(staging, dir / "parent/out").error;
+    });
+    EXPECT_EQ(error, "Cannot move extracted files to destination");
+}
+
 TEST(Commit, KeepsTheOldTreeWhereItsParentCannotBeChanged) {
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{0777});
@@ -449,6 +473,14 @@ TEST(RemoveExtractionTree, RemovesTheParentsThatWereMadeAndAreEmpty) {
     EXPECT_EQ(treeAt(dir.path()), (Tree{{"a", "/"}, {"a/file", "kept"}}));
 }
 
+TEST(RemoveExtractionTree, RemovesWhatItCanOfTheParentsThatWereMade) {
+    const TempDir dir;
+    const fs::path staging = stageNewTree(dir / "a/../b/out", false);
+    writeFile(dir / "b/file", "kept");
+    removeExtractionTree(staging);
+    EXPECT_EQ(treeAt(dir.path()), (Tree{{"b", "/"}, {"b/file", "kept"}}));
+}
+
 TEST(RemoveExtractionTree, LeavesAloneWhatWasPutInThePlaceOfAParentThatWasMade) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "a/out", false);
@@ -498,6 +530,24 @@ TEST(AbandonStaging, LeavesAloneWhatAnotherThreadPrepared) {
     std::thread other([] { abandonStaging(); });
     other.join();
     EXPECT_TRUE(fs::exists(staging));
+    removeExtractionTree(staging);
+}
+
+/// How many files other programs would inherit from this one.
+int inheritableFileCount() {
+    int count = 0;
+    for (int number = 3; number < 1024; ++number) {
+        const int flags = fcntl(number, F_GETFD);
+        count += flags != -1 && (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(Staging, HandsNoDescriptorDownToOtherPrograms) {
+    const TempDir dir;
+    const int before = inheritableFileCount();
+    const fs::path staging = stageNewTree(dir / "out", false);
+    EXPECT_EQ(inheritableFileCount(), before);
     removeExtractionTree(staging);
 }
 

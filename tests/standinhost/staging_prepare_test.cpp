@@ -2,6 +2,7 @@
 // Preparing an extraction: where the staging directory is, how it is named, what is refused.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <fstream>
 
 #include "tests/standinhost/staging_support.h"
@@ -17,6 +18,7 @@ using vesk::testing::canMount;
 using vesk::testing::commit;
 using vesk::testing::directoryOf;
 using vesk::testing::existingKinds;
+using vesk::testing::inChildThatBecame;
 using vesk::testing::irreplaceableKinds;
 using vesk::testing::Kind;
 using vesk::testing::KindRow;
@@ -230,7 +232,10 @@ TEST(Prepare, DoesNotFollowAnotherUsersLinkInAStickyDirectory) {
     fs::create_symlink("victim", dir / "foreign");
     ASSERT_EQ(lchown((dir / "foreign").c_str(), 65533, 65533), 0);
     fs::create_symlink("foreign", dir / "mine");
-    for (const char* destination : {"foreign", "mine", "foreign/"}) {
+    fs::create_directory(dir / "empty");
+    fs::create_symlink("empty", dir / "foreign to empty");
+    ASSERT_EQ(lchown((dir / "foreign to empty").c_str(), 65533, 65533), 0);
+    for (const char* destination : {"foreign", "mine", "foreign/", "foreign to empty"}) {
         EXPECT_EQ(prepare(dir / destination, true).error, "Destination cannot be replaced");
         EXPECT_EQ(prepare(dir / destination, false).error, "Destination already exists");
     }
@@ -352,6 +357,55 @@ TEST(Prepare, ReportsWhatPermissionsForbid) {
             asOrdinaryUser([&] { return prepare(dir / "parent" / row.destination, false).error; }),
             row.error);
     }
+}
+
+TEST(Prepare, TakesPathsAsLongAsTheSystemDoes) {
+    const TempDir dir;
+    std::string path = dir / "out";
+    path.append(PATH_MAX - 1 - path.size(), '/');
+    EXPECT_TRUE(prepare(path, true).ok);
+    EXPECT_EQ(prepare(path + '/', true).error, "Cannot inspect destination");
+}
+
+TEST(Prepare, RefusesARootDirectoryThatIsNoMountPoint) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can have another root";
+    const TempDir dir;
+    writeFile(dir / "file", "kept");
+    const auto become = [&] { return chroot(dir.path().c_str()) == 0 && chdir("/") == 0; };
+    EXPECT_EQ(inChildThatBecame(become, [] { return prepare("/", true).error; }),
+              "Destination cannot be replaced");
+    EXPECT_EQ(treeAt(dir.path()), (Tree{{"file", "kept"}}));
+}
+
+TEST(Prepare, FollowsALinkInAStickyDirectoryThatIsTheEffectiveUsers) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become another for a while";
+    const TempDir dir;
+    fs::permissions(dir.path(), fs::perms{01777});
+    writeFile(dir / "kept/file", "kept");
+    fs::create_symlink("kept", dir / "of root");
+    fs::create_symlink("kept", dir / "own");
+    for (const char* name : {"own", "kept"})
+        ASSERT_EQ(lchown((dir / name).c_str(), 65534, 65534), 0);
+    const auto become = [] { return setegid(65534) == 0 && seteuid(65534) == 0; };
+    const std::string errors = inChildThatBecame(become, [&] {
+        return prepare(dir / "own", true).error + "; " + prepare(dir / "of root", true).error;
+    });
+    EXPECT_EQ(errors, "before; Destination cannot be replaced");
+}
+
+TEST(Prepare, FollowsLinksWhereItCannotSeeItsOwnPath) {
+    const TempDir dir;
+    fs::permissions(dir.path(), fs::perms{0777});
+    const std::string error = asOrdinaryUser([&] {
+        writeFile(dir / "closed/work/sub/pointed/old", "old");
+        fs::create_symlink("pointed", dir / "closed/work/sub/link");
+        fs::current_path(dir / "closed/work");
+        fs::permissions(dir / "closed", fs::perms{0});
+        return commit(stageNewTree("sub/link", true), "sub/link").error;
+    });
+    EXPECT_EQ(error, "before");
+    fs::permissions(dir / "closed", fs::perms{0755});
+    EXPECT_EQ(readFile(dir / "closed/work/sub/pointed/new"), "new");
 }
 
 /// Goes into `directory`, extracts to `destination` there and tells what went wrong.
