@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -148,20 +149,28 @@ fs::path pathToTree(const Staging& staging) {
     return leadsTo(path, staging.tree.number()) ? path : fs::path();
 }
 
+/// Removes the open directory, which is empty, from the one that it is in by now.
+bool removeWhereItIs(int directory) {
+    std::array<char, 32> link{};
+    std::array<char, PATH_MAX> path{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", directory);
+    if (readlink(link.data(), path.data(), path.size() - 1) <= 0) return false;
+    // Before the next call the rest of the path may lead elsewhere.
+    const char* const slash = std::strrchr(path.data(), '/');
+    const FileDescriptor parent(openat(directory, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const Entry entry{parent.number(), slash != nullptr ? slash + 1 : path.data()};
+    return isOpenAs(entry, directory) && unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0;
+}
+
 /// Removes the emptied staging directory under the name that it has by now. True when it is gone.
 bool removeEmptied(const Staging& staging) {
     const int directory = staging.directory.number();
     const Entry entry = staging.directoryEntry();
     if (!staging.directory || isOpenAs(entry, directory))
         return unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0 || errno == ENOENT;
-
     struct stat status {};
-    if (fstat(directory, &status) == 0 && status.st_nlink == 0) return true;
-    std::array<char, 32> link{};
-    std::array<char, PATH_MAX> path{};
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", directory);
-    return readlink(link.data(), path.data(), path.size() - 1) > 0 &&
-           isOpenAs({AT_FDCWD, path.data()}, directory) && rmdir(path.data()) == 0;
+    const bool isGone = fstat(directory, &status) == 0 && status.st_nlink == 0;
+    return isGone || removeWhereItIs(directory);
 }
 
 /// Deletes the staging directory with all that it holds, which takes no memory.

@@ -41,6 +41,15 @@ extern "C" ssize_t readlink(const char* path, char* text, size_t size) noexcept 
     return syscall(SYS_readlinkat, AT_FDCWD, path, text, size);
 }
 
+extern "C" int unlinkat(int directory, const char* name, int flags) noexcept {
+    if (active != nullptr && active->beforeRemoving) active->beforeRemoving(name);
+    return static_cast<int>(syscall(SYS_unlinkat, directory, name, flags));
+}
+
+extern "C" int rmdir(const char* path) noexcept {
+    return unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
+}
+
 extern "C" int statx(int directory, const char* name, int flags, unsigned wanted,
                      struct statx* status) noexcept {
     const long result = syscall(SYS_statx, directory, name, flags, wanted, status);

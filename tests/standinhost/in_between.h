@@ -3,9 +3,10 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
-/// Takes over mkdirat, readlink and statx of the test executable from construction to destruction;
-/// one at a time.
+/// Takes over mkdirat, readlink, rmdir, unlinkat and statx of the test executable from construction
+/// to destruction; one at a time.
 class InBetween {
 public:
     InBetween();
@@ -17,6 +18,8 @@ public:
     std::function<void()> afterMaking;
     /// Called, when set, before the first link is read by its path.
     std::function<void()> beforeReading;
+    /// Called, when set, before each thing is removed by this path or name.
+    std::function<void(const std::string& name)> beforeRemoving;
     /// Whether statx tells mount points, as all but old systems do.
     bool tellsMounts = true;
 };

@@ -109,6 +109,24 @@ TEST(Between, KnowsAMountPointWhereTheSystemDoesNotTell) {
     EXPECT_EQ(error, "Destination cannot be replaced");
 }
 
+TEST(Between, RemovesTheStagingDirectoryFromNoOtherDirectoryThanTheOneItIsIn) {
+    const TempDir dir;
+    fs::create_directories(dir / "kept/renamed");
+    fs::create_directory(dir / "elsewhere");
+    const fs::path staging = stageNewTree(dir / "out", false);
+    fs::rename(directoryOf(staging), dir / "elsewhere/renamed");
+    InBetween between;
+    between.beforeRemoving = [&](const std::string& name) {
+        if (!name.ends_with("renamed")) return;
+        between.beforeRemoving = nullptr;
+        fs::rename(dir / "elsewhere", dir / "gone");
+        fs::create_directory_symlink("kept", dir / "elsewhere");
+    };
+    removeExtractionTree(staging);
+    EXPECT_TRUE(fs::exists(dir / "kept/renamed"));
+    EXPECT_FALSE(fs::exists(dir / "gone/renamed"));
+}
+
 TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {
     const TempDir dir;
     fs::create_directory(dir / "out");
