@@ -99,8 +99,8 @@ std::optional<Destination> follow(const Destination& destination) {
 void MadeParents::make(const fs::path& parent) {
     fs::path path;
     for (const fs::path& element : parent) {
+        made_.push_back({path.empty() ? "." : path, element, {}});
         path /= element;
-        made_.push_back({path, {}});
         const bool isMade =
             mkdir(path.c_str(), 0777) == 0 && lstat(path.c_str(), &made_.back().status) == 0;
         if (!isMade) made_.pop_back();
@@ -109,11 +109,13 @@ void MadeParents::make(const fs::path& parent) {
 
 void MadeParents::remove() noexcept {
     for (; !made_.empty(); made_.pop_back()) {
-        struct stat status {};
         const Made& last = made_.back();
+        const FileDescriptor directory = openForLookups(last.directory);
+        struct stat status {};
         const bool isStillIt =
-            lstat(last.path.c_str(), &status) == 0 && isSameFile(status, last.status);
-        if (isStillIt) rmdir(last.path.c_str());
+            fstatat(directory.number(), last.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            isSameFile(status, last.status);
+        if (isStillIt) unlinkat(directory.number(), last.name.c_str(), AT_REMOVEDIR);
     }
 }
 

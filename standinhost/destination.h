@@ -24,7 +24,8 @@ public:
 
 private:
     struct Made {
-        std::filesystem::path path;
+        std::filesystem::path directory;  ///< in which it is
+        std::filesystem::path name;
         struct stat status;
     };
     std::vector<Made> made_;

@@ -298,8 +298,10 @@ void vesk::runtime::archives::removeExtractionTree(const fs::path& staging) {
 void vesk::standin::abandonStaging() {
     if (!openStaging) return;
     removeDirectory(*openStaging);
-    openStaging->parents.remove();
+    // Descriptors may be few, and removing the parents takes one.
+    MadeParents parents = std::move(openStaging->parents);
     openStaging.reset();
+    parents.remove();
 }
 
 void vesk::standin::noteSync(bool wanted) {

@@ -127,6 +127,22 @@ TEST(Between, RemovesTheStagingDirectoryFromNoOtherDirectoryThanTheOneItIsIn) {
     EXPECT_FALSE(fs::exists(dir / "gone/renamed"));
 }
 
+TEST(Between, RemovesMadeParentsFromNoOtherDirectoryThanTheOneTheyAreIn) {
+    const TempDir dir;
+    fs::create_directories(dir / "kept/b");
+    const fs::path staging = stageNewTree(dir / "a/b/out", false);
+    InBetween between;
+    between.beforeRemoving = [&](const std::string& name) {
+        if (!name.ends_with("b")) return;
+        between.beforeRemoving = nullptr;
+        fs::rename(dir / "a", dir / "gone");
+        fs::create_directory_symlink("kept", dir / "a");
+    };
+    removeExtractionTree(staging);
+    EXPECT_EQ(treeAt(dir.path()),
+              (Tree{{"a", "-> kept"}, {"gone", "/"}, {"kept", "/"}, {"kept/b", "/"}}));
+}
+
 TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {
     const TempDir dir;
     fs::create_directory(dir / "out");
