@@ -43,8 +43,8 @@ std::optional<fs::path> named(fs::path path) {
     const FileDescriptor directory = openForLookups(path);
     std::error_code error;
     fs::path canonical = fs::canonical(path, error);
-    const bool isSame =
-        !error && directory && isOpenAs({AT_FDCWD, canonical.c_str()}, directory.number());
+    // Neither of the two is anything where it could not be found.
+    const bool isSame = isOpenAs({AT_FDCWD, canonical.c_str()}, directory.number());
     return isSame ? std::optional(std::move(canonical)) : std::nullopt;
 }
 
@@ -83,13 +83,12 @@ bool isLinkToFollow(const Destination& destination) {
     return S_ISLNK(link.st_mode) && !isForeign;
 }
 
-/// Finds what the link at `destination` names; nothing when there is none.
+/// Finds what the link at `destination` names; nothing when that leads nowhere.
 std::optional<Destination> follow(const Destination& destination) {
     std::error_code error;
     const fs::path target = fs::read_symlink(destination.path, error);
     Destination found;
-    if (error || locate(destination.parentPath / target, nullptr, found) != nullptr ||
-        kindOf(found.entry()) == EntryKind::nothing)
+    if (error || locate(destination.parentPath / target, nullptr, found) != nullptr)
         return std::nullopt;
     return found;
 }
