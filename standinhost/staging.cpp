@@ -99,12 +99,18 @@ void closeToOthers(int directory) {
     if (!isAsMade) fchmod(directory, S_IRWXU);
 }
 
-/// Tells whether the two have one owner. Where others may write to the parent, one of them may have
-/// put a directory of his own in the place of the one that was just made.
-bool haveOneOwner(int directory, int tree) {
+/// Tells whether the open directory is this user's. Where others may write to its parent, one of
+/// them may have put a directory of his own in the place of the one that was made. By which number
+/// the file system calls this user, a file tells that nobody else can have made.
+bool isOwn(int directory) {
+    constexpr const char* name = "owner";
+    const FileDescriptor file(
+        openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file) return false;
+    unlinkat(directory, name, 0);
     struct stat outer {};
     struct stat inner {};
-    return fstat(directory, &outer) == 0 && fstat(tree, &inner) == 0 &&
+    return fstat(directory, &outer) == 0 && fstat(file.number(), &inner) == 0 &&
            outer.st_uid == inner.st_uid;
 }
 
@@ -118,9 +124,9 @@ bool openStagingDirectory(Staging& staging) {
         staging.name.clear();
         return false;
     }
-    closeToOthers(directory.number());
     staging.directory = std::move(directory);
-    return true;
+    closeToOthers(staging.directory.number());
+    return isOwn(staging.directory.number());
 }
 
 /// Makes and opens the staging directory and, by a plain mkdir, the tree in it, which has the
@@ -131,7 +137,7 @@ bool makeTree(Staging& staging) {
     if (mkdirat(tree.directory, tree.name, 0777) != 0) return false;
     staging.tree = FileDescriptor(
         openat(tree.directory, tree.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    return staging.tree && haveOneOwner(staging.directory.number(), staging.tree.number());
+    return static_cast<bool>(staging.tree);
 }
 
 bool leadsTo(const fs::path& path, int tree) {

@@ -31,8 +31,12 @@ InBetween::~InBetween() {
 }
 
 extern "C" int mkdirat(int directory, const char* name, mode_t mode) noexcept {
+    if (active != nullptr && active->isTaken && active->isTaken(name))
+        syscall(SYS_mkdirat, directory, name, mode);
     const int result = static_cast<int>(syscall(SYS_mkdirat, directory, name, mode));
-    if (active != nullptr) doOnce(active->afterMaking);
+    const int error = errno;
+    if (active != nullptr && active->afterMaking) active->afterMaking(name);
+    errno = error;
     return result;
 }
 

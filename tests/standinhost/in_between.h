@@ -14,8 +14,10 @@ public:
     InBetween(const InBetween&) = delete;
     InBetween& operator=(const InBetween&) = delete;
 
-    /// Called, when set, after the first directory is made by mkdirat.
-    std::function<void()> afterMaking;
+    /// Called, when set, before mkdirat makes a directory: whether somebody else makes it first.
+    std::function<bool(const std::string& name)> isTaken;
+    /// Called, when set, after mkdirat has made a directory.
+    std::function<void(const std::string& name)> afterMaking;
     /// Called, when set, before the first link is read by its path.
     std::function<void()> beforeReading;
     /// Called, when set, before each thing is removed by this path or name.

@@ -30,14 +30,6 @@ using vesk::testing::treeAt;
 using vesk::testing::withMounts;
 using vesk::testing::writeFile;
 
-/// The staging directory in `parent`.
-fs::path stagingIn(const fs::path& parent) {
-    for (const auto& entry : fs::directory_iterator(parent))
-        if (entry.path().filename().native().starts_with(".out.vesk-unpacking-"))
-            return entry.path();
-    throw std::runtime_error("no staging directory");
-}
-
 TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
     struct Row {
         const char* name;
@@ -56,8 +48,8 @@ TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
         chmod((dir / "kept").c_str(), row.mode);
         fs::path staging;
         InBetween between;
-        between.afterMaking = [&] {
-            staging = stagingIn(dir.path());
+        between.afterMaking = [&](const std::string& name) {
+            staging = dir / name;
             fs::remove(staging);
             if (row.isLink) return fs::create_directory_symlink("kept", staging);
             fs::rename(dir / "kept", staging);
@@ -76,14 +68,58 @@ TEST(Between, StagesInNoDirectoryThatALinkInTheStagingDirectorysPlaceNames) {
     fs::create_directory(dir / "empty");
     fs::permissions(dir / "empty", fs::perms{0755});
     InBetween between;
-    between.afterMaking = [&] {
-        const fs::path staging = stagingIn(dir.path());
-        fs::remove(staging);
-        fs::create_directory_symlink("empty", staging);
+    between.afterMaking = [&](const std::string& name) {
+        if (name == "tree") return;
+        fs::remove(dir / name);
+        fs::create_directory_symlink("empty", dir / name);
     };
     EXPECT_EQ(prepare(dir / "out", true).error, "Cannot create staging directory");
     EXPECT_TRUE(fs::is_empty(dir / "empty"));
     EXPECT_EQ(fs::status(dir / "empty").permissions(), fs::perms{0755});
+}
+
+/// Puts a directory of another user in the place of one that was just made.
+void replaceByAnothers(const fs::path& directory) {
+    fs::remove(directory);
+    fs::create_directory(directory);
+    fs::permissions(directory, fs::perms{0777});
+    if (chown(directory.c_str(), 65533, static_cast<gid_t>(-1)) != 0)
+        throw std::runtime_error("chown failed");
+}
+
+TEST(Between, StagesInNoDirectoryOfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can make another user's directory";
+    for (const bool isTreeReplaced : {false, true}) {
+        const TempDir dir;
+        fs::path staging;
+        InBetween between;
+        between.afterMaking = [&](const std::string& name) {
+            if (name != "tree") replaceByAnothers(staging = dir / name);
+            if (name == "tree" && isTreeReplaced) replaceByAnothers(staging / name);
+        };
+        EXPECT_EQ(prepare(dir / "out", true).error, "Cannot create staging directory");
+        EXPECT_EQ(treeAt(dir.path()), Tree{});
+    }
+}
+
+TEST(Between, StagesInNoTreeThatSomebodyElseMade) {
+    const TempDir dir;
+    InBetween between;
+    between.isTaken = [](const std::string& name) { return name == "tree"; };
+    EXPECT_EQ(prepare(dir / "out", true).error, "Cannot create staging directory");
+    EXPECT_EQ(treeAt(dir.path()), Tree{});
+}
+
+TEST(Between, LooksForAnotherNameAHundredTimes) {
+    for (const int taken : {99, 100}) {
+        const TempDir dir;
+        InBetween between;
+        int names = 0;
+        between.isTaken = [&](const std::string&) { return names++ < taken; };
+        EXPECT_EQ(prepare(dir / "out", true).ok, taken == 99);
+        vesk::standin::abandonStaging();
+        EXPECT_EQ(treeAt(dir.path()).size(), static_cast<std::size_t>(taken));
+    }
 }
 
 TEST(Between, StandsByADestinationThatWasALinkBeforeItWasRead) {
@@ -154,7 +190,7 @@ TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {
     RenameFaults faults;
     faults.flush = [](const std::string& what) { return what == "directory" ? -1 : 0; };
     InBetween between;
-    between.afterMaking = [&] {
+    between.afterMaking = [&](const std::string&) {
         fs::remove(dir / "out");
         fs::create_directory_symlink("kept", dir / "out");
     };
