@@ -51,14 +51,17 @@ void sayOutcome(const Arguments& arguments, const Outcome& outcome) {
     if (mayTellTheEnd()) say(line + ", " + inSeconds(outcome.time));
 }
 
+const char* adviceOn(const vesk::standin::Leftover& leftover) {
+    if (leftover.isOldTree) return "is what was at the destination: it could not be moved back";
+    return leftover.holdsMount
+               ? "could not be deleted: something is mounted in it; unmount that, then remove it"
+               : "could not be deleted whole: it is of no use and can be removed";
+}
+
 /// Says what the host could not delete or put back, which is no failure of the work.
 void sayLeftover() {
     const auto leftover = vesk::standin::takeLeftover();
-    if (!leftover) return;
-    const std::string path = "vesk-archive: '" + leftover->path.native();
-    say(path + (leftover->isOldTree
-                    ? "' is what was at the destination: it could not be moved back"
-                    : "' could not be deleted whole: it is of no use and can be removed"));
+    if (leftover) say("vesk-archive: '" + leftover->path.native() + "' " + adviceOn(*leftover));
 }
 
 int carryOutAndTell(const Arguments& arguments) {

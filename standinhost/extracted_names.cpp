@@ -86,10 +86,19 @@ bool ExtractedNames::areIn(int tree) {
 }
 
 // By now the tree is in its place, so that this may not throw.
-bool ExtractedNames::areUnchanged(int tree) const noexcept {
-    return std::none_of(directories_.begin(), directories_.end(), [tree](const auto& directory) {
-        return isChangedSince(directory.changed, {tree, pathOf(directory.name)});
-    });
+bool ExtractedNames::areStillIn(int tree) const noexcept {
+    std::size_t count = 0;
+    bool isChanged = false;
+    for (const ReadDirectory& read : directories_)
+        isChanged |= isChangedSince(read.changed, {tree, pathOf(read.name)});
+    if (!isChanged) return true;
+    for (const ReadDirectory& read : directories_) {
+        const FileDescriptor directory = openDirectory({tree, pathOf(read.name)});
+        if (!directory) return errno == EACCES;
+        for (NameReader names(directory.number()); names.next() != nullptr;)
+            ++count;
+    }
+    return count >= hashes_.size();
 }
 
 }  // namespace vesk::standin

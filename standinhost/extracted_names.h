@@ -22,8 +22,9 @@ public:
     /// Directories that cannot be read count as whole.
     bool areIn(int tree);
 
-    /// Tells whether no directory has gained or lost an entry since areIn looked at it.
-    bool areUnchanged(int tree) const noexcept;
+    /// Tells whether they are still there since areIn has looked: no directory has changed, or what
+    /// was added makes up for nothing that is gone.
+    bool areStillIn(int tree) const noexcept;
 
 private:
     /// A directory of the tree, and when its entries had changed last before it was read.

@@ -12,10 +12,22 @@ namespace vesk::standin {
 
 namespace {
 
-/// The way for systems that do not tell mount points: another file system begins there.
+/// The number of the mount that the entry is in, or that its directory is in where the name is
+/// empty; -1 when the file system does not tell.
+int mountOf(Entry entry) {
+    file_handle none{};
+    int mount = -1;
+    const int flags = *entry.name == '\0' ? AT_EMPTY_PATH : 0;
+    const bool isTold = name_to_handle_at(entry.directory, entry.name, &none, &mount, flags) == 0 ||
+                        errno == EOVERFLOW;
+    return isTold ? mount : -1;
+}
+
+/// The way for systems that do not tell mount points: another mount, or file system, begins there.
 bool isOnAnotherFileSystem(Entry entry) {
     struct stat parent {};
     struct stat status {};
+    if (mountOf(entry) != mountOf({entry.directory, ""})) return true;
     return fstat(entry.directory, &parent) == 0 &&
            fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            parent.st_dev != status.st_dev;

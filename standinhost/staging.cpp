@@ -39,6 +39,7 @@ constexpr const char* cannotFlush = "Cannot flush extracted files";
 constexpr int namingAttempts = 100;
 
 struct Staging {
+    pid_t process = getpid();  ///< a child that was forked meanwhile has nothing to remove
     bool overwrite = false;
     bool sync = false;
     MadeParents parents;
@@ -51,6 +52,7 @@ struct Staging {
     ExtractedNames names;
     /// What is told when it cannot be deleted. Made beforehand: later memory may have ended.
     Leftover directoryLeft;
+    Leftover asideLeft;
     Leftover oldTreeLeft;
 
     Entry directoryEntry() const { return {destination.parent.number(), name.c_str()}; }
@@ -69,8 +71,9 @@ void chooseName(Staging& staging) {
     const Destination& destination = staging.destination;
     staging.name = stagingName(destination.name, staging.overwrite);
     staging.replacedName = replacedTreeName(destination.name, staging.name);
-    staging.directoryLeft = {destination.parentPath / staging.name, false};
-    staging.oldTreeLeft = {destination.parentPath / staging.replacedName, true};
+    staging.directoryLeft = {destination.parentPath / staging.name};
+    staging.asideLeft = {destination.parentPath / staging.replacedName};
+    staging.oldTreeLeft = {staging.directoryLeft.path / movedName, true};
 }
 
 bool makeDirectory(Staging& staging) {
@@ -182,9 +185,12 @@ bool removeEmptied(const Staging& staging) {
 /// Deletes the staging directory with all that it holds, which takes no memory.
 void removeDirectory(Staging& staging) {
     if (staging.name.empty()) return;
-    const bool isEmpty = !staging.directory || deleteContents(staging.directory.number());
-    const bool isGone = isEmpty && removeEmptied(staging);
-    if (!isGone && !leftover) leftover = std::move(staging.directoryLeft);
+    const Rest rest =
+        staging.directory ? deleteContents(staging.directory.number()) : Rest::nothing;
+    const bool isGone = rest == Rest::nothing && removeEmptied(staging);
+    if (isGone || leftover) return;
+    leftover = std::move(staging.directoryLeft);
+    leftover->holdsMount = rest == Rest::mountedPlace;
 }
 
 /// Prepares staging. Returns the message of a failure, null when there is none.
@@ -232,11 +238,27 @@ const char* messageOf(Placement placement) {
             return "Destination cannot be replaced";
         case Placement::targetUnmovable:
             return "Destination cannot be moved by its file system";
-        case Placement::oldTreeIsAside:
         case Placement::failed:
             break;
     }
     return cannotMove;
+}
+
+/// Notes the old tree where it could be moved no more, beside the destination.
+void tellWhatIsAside(Staging& staging) {
+    if (kindOf(staging.replacedEntry()) == EntryKind::nothing) return;
+    leftover = std::move(staging.asideLeft);
+    leftover->isOldTree = kindOf(staging.destination.entry()) == EntryKind::nothing;
+}
+
+/// Puts back what stood at the destination. Where that cannot be done, it is kept.
+void takeBack(Staging& staging, bool wasEmptyDirectory) {
+    const bool isBack =
+        takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry(),
+                     staging.tree.number(), wasEmptyDirectory);
+    if (isBack) return;
+    leftover = std::move(staging.oldTreeLeft);
+    staging.name.clear();
 }
 
 /// Commits staging. Returns the message of a failure, null when there is none.
@@ -246,16 +268,18 @@ const char* commit(Staging& staging, const fs::path& path) {
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
 
     const Entry target = staging.destination.entry();
+    const int tree = staging.tree.number();
     const bool isOnEmptyDirectory = isEmptyDirectory(target);
     const Placement placed = place(staging);
-    if (placed == Placement::oldTreeIsAside) leftover = std::move(staging.oldTreeLeft);
+    tellWhatIsAside(staging);
     if (placed != Placement::done) return messageOf(placed);
 
-    // Who was removing files when the tree was moved goes on removing them.
-    const bool isWhole = staging.names.areUnchanged(staging.tree.number());
+    // Who was removing files when the tree was moved goes on removing them. But what another run
+    // has replaced by now, and deletes, has been in its place.
+    const bool isWhole = staging.names.areStillIn(tree) || !isOpenAs(target, tree);
     const bool isFlushed = !staging.sync || fsync(parent.number()) == 0;
     if (isWhole && isFlushed) return nullptr;
-    takeBackTree(staging.movedEntry(), target, staging.replacedEntry(), isOnEmptyDirectory);
+    if (isOpenAs(target, tree)) takeBack(staging, isOnEmptyDirectory);
     return isWhole ? cannotFlush : cannotMove;
 }
 
@@ -303,6 +327,7 @@ void vesk::runtime::archives::removeExtractionTree(const fs::path& staging) {
 
 void vesk::standin::abandonStaging() {
     if (!openStaging) return;
+    if (openStaging->process != getpid()) return openStaging.reset();
     removeDirectory(*openStaging);
     // Descriptors may be few, and removing the parents takes one.
     MadeParents parents = std::move(openStaging->parents);

@@ -79,6 +79,8 @@ struct Leftover {
     /// It is the only copy of the tree that was to be replaced, to be moved back to the
     /// destination. Otherwise it is of no use and can be removed.
     bool isOldTree = false;
+    /// Something is mounted in it, which is to be unmounted before it is removed.
+    bool holdsMount = false;
 };
 
 /// Returns what the calling thread's last extraction left, whether it succeeded or not, and forgets

@@ -23,11 +23,13 @@ class Deletion {
 public:
     explicit Deletion(int top) : top_(top) {}
 
-    void run() {
+    Rest run() {
         do {
-            hasChanged_ = false;
+            hasChanged_ = hasMounts_ = false;
             empty(top_, 0);
         } while (hasChanged_);
+        if (hasMounts_) return Rest::mountedPlace;
+        return NameReader(top_).next() == nullptr ? Rest::nothing : Rest::something;
     }
 
 private:
@@ -39,6 +41,7 @@ private:
     int top_;
     unsigned lastNumber_ = 0;
     bool hasChanged_ = false;
+    bool hasMounts_ = false;
 };
 
 /// Lets this user change what is in the directory, if it is this user's.
@@ -70,9 +73,11 @@ void Deletion::empty(int directory, int depth) {
 void Deletion::remove(Entry entry, int depth) {
     if (unlinkat(entry.directory, entry.name, 0) == 0) {
         hasChanged_ = true;
-    } else if (kindOf(entry) == EntryKind::directory) {
-        removeDirectory(entry, depth);
+        return;
     }
+    const EntryKind kind = kindOf(entry);
+    if (kind == EntryKind::directory) removeDirectory(entry, depth);
+    if (kind == EntryKind::mountPoint) hasMounts_ = true;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): bounded by `deepest`
@@ -94,9 +99,8 @@ void Deletion::moveToTop(Entry entry) {
 
 }  // namespace
 
-bool deleteContents(int top) noexcept {
-    Deletion(top).run();
-    return NameReader(top).next() == nullptr;
+Rest deleteContents(int top) noexcept {
+    return Deletion(top).run();
 }
 
 }  // namespace vesk::standin

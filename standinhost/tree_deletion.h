@@ -4,12 +4,15 @@
 
 namespace vesk::standin {
 
-/// Deletes everything below the open directory `top`, which only this process uses. Returns whether
-/// nothing is left.
+/// What is left of a tree that was to be deleted.
+enum class Rest { nothing, something, mountedPlace };
+
+/// Deletes everything below the open directory `top`, which only this process uses. Returns what is
+/// left.
 ///
 /// Permissions of directories that belong to this user are no obstacle. What is mounted below stays
 /// as it is. Needs no memory but the stack's, at most as many descriptors as it can get, and any
 /// depth: directories that lie too deep are moved to `top` first, under numbers for names.
-bool deleteContents(int top) noexcept;
+Rest deleteContents(int top) noexcept;
 
 }  // namespace vesk::standin

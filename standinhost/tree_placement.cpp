@@ -77,11 +77,15 @@ int move(Entry from, Entry to, unsigned flags) {
 bool adoptPermissions(Entry taker, Entry giver) {
     struct stat old {};
     struct stat fresh {};
-    if (!statusOf(giver, old) || !S_ISDIR(old.st_mode)) return true;
+    if (!statusOf(giver, old)) return errno == ENOENT;
+    if (!S_ISDIR(old.st_mode)) return true;
     if (!statusOf(taker, fresh)) return false;
     const bool isSuperuser = geteuid() == 0;
-    if (isSuperuser && (fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid) &&
-        fchownat(taker.directory, taker.name, old.st_uid, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0)
+    const uid_t owner = isSuperuser ? old.st_uid : fresh.st_uid;
+    // An ordinary user may hand it to a group that he is in; the bits for groups need no more.
+    if ((fresh.st_uid != owner || fresh.st_gid != old.st_gid) &&
+        fchownat(taker.directory, taker.name, owner, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0 &&
+        isSuperuser)
         return false;
     return fresh.st_mode == old.st_mode ||
            fchmodat(taker.directory, taker.name, old.st_mode & 07777, 0) == 0;
@@ -91,12 +95,6 @@ bool adoptPermissions(Entry taker, Entry giver) {
 Placement afterFailedMove(int error) {
     if (error == ENOENT) return Placement::targetExists;
     return error == EXDEV ? Placement::targetUnmovable : Placement::failed;
-}
-
-/// Moves the old tree back from `aside`, where it could not be replaced.
-Placement restore(Entry target, Entry aside) {
-    if (move(aside, target, 0) == 0 || isThere(target)) return Placement::failed;
-    return Placement::oldTreeIsAside;
 }
 
 /// Moves what is at `aside`, and no longer wanted, in among what this process deletes.
@@ -117,8 +115,9 @@ Placement replaceInTwoSteps(Entry tree, Entry target, Entry aside, int attempt) 
         move(aside, tree, 0);
         return placed;
     }
-    if (placed != Placement::targetExists) return restore(target, aside);
-    return dispose(aside, tree.directory, attempt) ? placed : Placement::failed;
+    if (placed == Placement::targetExists && dispose(aside, tree.directory, attempt)) return placed;
+    move(aside, target, 0);
+    return Placement::failed;
 }
 
 bool isUnsupported(int error) {
@@ -174,17 +173,32 @@ Placement replaceTree(Entry tree, Entry target, Entry aside) {
     return Placement::failed;
 }
 
-void takeBackTree(Entry tree, Entry target, Entry aside, bool wasEmptyDirectory) {
-    if (isThere(tree)) {
-        const int error = move(target, tree, RENAME_EXCHANGE);
-        if (isUnsupported(error)) replaceInTwoSteps(tree, target, aside, 0);
-    } else if (move(target, tree, 0) == 0 && wasEmptyDirectory) {
-        // Made where nobody else can put a link in its place.
-        const Entry empty{tree.directory, "empty"};
-        mkdirat(empty.directory, empty.name, S_IRWXU);
-        adoptPermissions(empty, tree);
-        move(empty, target, 0);
+namespace {
+
+/// Makes an empty directory at `target` with the permissions of the tree that had replaced one.
+/// Made where nobody else can put a link in its place.
+void makeEmptyDirectory(Entry tree, Entry target) {
+    const Entry empty{tree.directory, "empty"};
+    mkdirat(empty.directory, empty.name, S_IRWXU);
+    adoptPermissions(empty, tree);
+    move(empty, target, 0);
+}
+
+}  // namespace
+
+bool takeBackTree(Entry tree, Entry target, Entry aside, int descriptor, bool wasEmptyDirectory) {
+    const unsigned flags = isThere(tree) ? RENAME_EXCHANGE : 0;
+    const int error = move(target, tree, flags);
+    if (isUnsupported(error)) return replaceInTwoSteps(tree, target, aside, 0) == Placement::done;
+    if (error != 0) return flags == 0;
+
+    const bool isForeign = !isOpenAs(tree, descriptor);
+    if (isForeign) {
+        move(tree, target, flags);
+    } else if (wasEmptyDirectory && flags == 0) {
+        makeEmptyDirectory(tree, target);
     }
+    return true;
 }
 
 }  // namespace vesk::standin

@@ -12,7 +12,6 @@ enum class Placement {
     targetExists,         ///< something is there that was not to be replaced
     targetIrreplaceable,  ///< what is there may never be replaced
     targetUnmovable,      ///< the file system does not let the old tree be moved
-    oldTreeIsAside,       ///< the old tree is at the place beside the target; the target is missing
     failed
 };
 
@@ -21,12 +20,15 @@ Placement placeNewTree(Entry tree, Entry target);
 
 /// Moves `tree` to `target`, and a directory or regular file that is there to `tree`. They are
 /// exchanged in one step; where the file system cannot do that, the old tree waits at `aside`, an
-/// unused name beside the target, and is moved back when the new one cannot be moved in. The
-/// directory of `tree` belongs to this process alone. Never gives `targetExists`.
+/// unused name beside the target, and is moved back when the new one cannot be moved in. It stays
+/// at `aside` only where it can be moved no more. The directory of `tree` belongs to this process
+/// alone. Never gives `targetExists`.
 Placement replaceTree(Entry tree, Entry target, Entry aside);
 
-/// Undoes a placement: moves the tree back to `tree`, and what is there by now to `target`. An
-/// empty directory, which `wasEmptyDirectory` says was replaced, is made anew.
-void takeBackTree(Entry tree, Entry target, Entry aside, bool wasEmptyDirectory);
+/// Undoes the placement of the tree that is open as `descriptor`: moves it back to `tree`, and what
+/// is there by now to `target`. An empty directory, which `wasEmptyDirectory` says was replaced, is
+/// made anew. What others have put at `target` meanwhile stays there. Returns false when the old
+/// tree could not be put back.
+bool takeBackTree(Entry tree, Entry target, Entry aside, int descriptor, bool wasEmptyDirectory);
 
 }  // namespace vesk::standin

@@ -10,6 +10,7 @@
 
 #include "standinhost/standin_host.h"
 #include "tests/standinhost/allocation_record.h"
+#include "tests/standinhost/in_between.h"
 #include "tests/standinhost/staging_support.h"
 #include "tests/support/memory_dir.h"
 #include "tests/support/mounts.h"
@@ -316,7 +317,10 @@ std::string leftOverAfterReplacing(const fs::path& destination) {
     if (!committed.ok) return committed.error;
     const auto left = takeLeftover();
     if (!left) return "nothing";
-    return (left->isOldTree ? "the old tree in " : "a rest in ") + left->path.native();
+    const char* const what = left->isOldTree    ? "the old tree in "
+                             : left->holdsMount ? "mounts in "
+                                                : "a rest in ";
+    return what + left->path.native();
 }
 
 TEST(Commit, SucceedsAndTellsWhereTheOldTreeCannotBeDeletedCompletely) {
@@ -385,27 +389,33 @@ TEST(Commit, DeletesAnOldTreeOfAnyDepthWithFewDescriptors) {
     EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
 }
 
-TEST(Commit, DeletesNothingThatIsMountedInTheOldTree) {
+/// Replaces a tree in which things are mounted and returns what can be read of them afterwards.
+std::string keptOfMounts(const TempDir& dir, bool tellsMounts) {
+    if (!mountMemory(dir / "out/sub/memory") || !bindMount(dir / "kept", dir / "out/sub/bound") ||
+        !bindMount(dir / "kept/file", dir / "out/bound file"))
+        return "cannot mount";
+    writeFile(dir / "out/sub/memory/file", "kept");
+    InBetween between;
+    between.tellsMounts = tellsMounts;
+    const std::string told = leftOverAfterReplacing(dir / "out");
+    const fs::path rest = told.substr(std::string("mounts in ").size());
+    return readFile(rest / "moved/sub/memory/file") + readFile(rest / "moved/sub/bound/file") +
+           readFile(rest / "moved/bound file");
+}
+
+TEST(Commit, DeletesNothingThatIsMountedInTheOldTreeWhetherOrNotTheSystemTellsMounts) {
     if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
-    const TempDir dir;
-    writeFile(dir / "kept/file", "kept");
-    fs::create_directories(dir / "out/sub/memory");
-    fs::create_directories(dir / "out/sub/bound");
-    writeFile(dir / "out/bound file", "old");
-    const std::string left = withMounts([&] {
-        if (!mountMemory(dir / "out/sub/memory") ||
-            !bindMount(dir / "kept", dir / "out/sub/bound") ||
-            !bindMount(dir / "kept/file", dir / "out/bound file"))
-            return std::string("cannot mount");
-        writeFile(dir / "out/sub/memory/file", "kept");
-        const std::string told = leftOverAfterReplacing(dir / "out");
-        const fs::path rest = told.substr(std::string("a rest in ").size());
-        return readFile(rest / "moved/sub/memory/file") + readFile(rest / "moved/sub/bound/file") +
-               readFile(rest / "moved/bound file");
-    });
-    EXPECT_EQ(left, "keptkeptkept");
-    EXPECT_EQ(readFile(dir / "kept/file"), "kept");
-    EXPECT_EQ(readFile(dir / "out/new"), "new");
+    for (const bool tellsMounts : {true, false}) {
+        SCOPED_TRACE(tellsMounts);
+        const TempDir dir;
+        writeFile(dir / "kept/file", "kept");
+        fs::create_directories(dir / "out/sub/memory");
+        fs::create_directories(dir / "out/sub/bound");
+        writeFile(dir / "out/bound file", "old");
+        EXPECT_EQ(withMounts([&] { return keptOfMounts(dir, tellsMounts); }), "keptkeptkept");
+        EXPECT_EQ(readFile(dir / "kept/file"), "kept");
+        EXPECT_EQ(readFile(dir / "out/new"), "new");
+    }
 }
 
 TEST(Commit, SaysWhereAFileSystemCannotMoveTheOldTree) {

@@ -59,6 +59,13 @@ Tree treeAfterRemoval(const TempDir& dir, const fs::path& staging) {
     return treeAt(dir.path());
 }
 
+/// Prepares staging as the module does after asking for the mode.
+fs::path stageWithSync(const fs::path& destination) {
+    vesk::standin::Mode mode{true, true};
+    const bool overwrite = vesk::runtime::archives::modeIsOverwrite(&mode);
+    return stageNewTree(destination, overwrite);
+}
+
 TEST(CommitWithoutExchange, MovesTheTreeToWhereNothingWas) {
     for (const bool overwrite : {false, true}) {
         const TempDir dir;
@@ -336,13 +343,6 @@ TEST(CommitRace, GivesUpOnATargetThatComesAndGoesForever) {
     EXPECT_EQ(treeAfterRemoval(dir, staging), (Tree{{"out", "old"}}));
 }
 
-/// Prepares staging as the module does after asking for the mode.
-fs::path stageWithSync(const fs::path& destination) {
-    vesk::standin::Mode mode{true, true};
-    const bool overwrite = vesk::runtime::archives::modeIsOverwrite(&mode);
-    return stageNewTree(destination, overwrite);
-}
-
 TEST(CommitWithSync, FlushesTheFilesBeforeTheTreeIsInPlaceAndItsDirectoryAfterwards) {
     for (const Kind existing : {Kind::nothing, Kind::tree}) {
         const TempDir dir;
@@ -391,12 +391,83 @@ TEST(CommitWithSync, TakesBackWhatCannotBeFlushedWithoutExchange) {
     EXPECT_EQ(treeAfterRemoval(dir, staging), before);
 }
 
+/// Extracts as the module does, which has every name converted first.
+fs::path stageNamedTree(const fs::path& destination) {
+    const fs::path staging = stageNewTree(destination, true);
+    Vesk_runtimeFsPath("new");
+    return staging;
+}
+
+TEST(CommitRace, LeavesWhatIsAddedToTheTreeAtTheLastMoment) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const fs::path staging = stageNamedTree(dir / "out");
+    const fs::path added = directoryOf(staging) / "moved/added";
+    RenameFaults faults;
+    faults.beforeExchange = [&] {
+        writeFile(added, "index");
+        return 0;
+    };
+    EXPECT_TRUE(commit(staging, dir / "out").ok);
+    EXPECT_EQ(treeAt(dir / "out"), (Tree{{"added", "index"}, {"new", "new"}}));
+}
+
+TEST(CommitRace, TakesBackNothingThatAnotherHasPutInThePlaceOfItsTree) {
+    for (const Kind existing : {Kind::nothing, Kind::tree}) {
+        const TempDir dir;
+        makeAt(dir / "out", existing);
+        const fs::path staging = stageWithSync(dir / "out");
+        RenameFaults faults;
+        faults.flush = [&](const std::string& what) {
+            if (what != "directory") return 0;
+            fs::rename(dir / "out", dir / "away");
+            writeFile(dir / "out/foreign", "kept");
+            return -1;
+        };
+        EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+        removeExtractionTree(staging);
+        EXPECT_EQ(treeAt(dir / "out"), (Tree{{"foreign", "kept"}}));
+        EXPECT_EQ(treeAt(dir / "away"), (Tree{{"new", "new"}}));
+    }
+}
+
+TEST(CommitWithSync, KeepsAndTellsTheOldTreeWhenItCannotBePutBack) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const fs::path staging = stageWithSync(dir / "out");
+    RenameFaults faults;
+    faults.flush = [&](const std::string& what) { return what == "directory" ? -1 : 0; };
+    faults.beforeExchange = [&] { return faults.exchangeCalls == 2 ? EIO : 0; };
+    EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+    removeExtractionTree(staging);
+    const auto left = takeLeftover();
+    ASSERT_TRUE(left);
+    EXPECT_TRUE(left->isOldTree);
+    EXPECT_EQ(treeAt(left->path), (Tree{{"sub", "/"}, {"sub/old", "old"}}));
+}
+
+TEST(CommitWithoutExchange, TellsOfAnOldTreeThatCouldNotBeMovedToBeDeleted) {
+    const TempDir dir;
+    makeAt(dir / "out", Kind::tree);
+    const fs::path staging = stageNewTree(dir / "out", true);
+    RenameFaults faults;
+    refuseExchanges(faults);
+    faults.beforeRename = [](const std::string& from, const std::string&) {
+        return from.starts_with(".out.vesk-replaced-") ? EIO : 0;
+    };
+    EXPECT_TRUE(commit(staging, dir / "out").ok);
+    const auto left = takeLeftover();
+    ASSERT_TRUE(left);
+    EXPECT_FALSE(left->isOldTree);
+    EXPECT_EQ(treeAt(left->path), (Tree{{"sub", "/"}, {"sub/old", "old"}}));
+}
+
 TEST(CommitRace, TakesBackATreeFromWhichAFileIsRemovedAtTheLastMoment) {
     for (const Kind existing : {Kind::nothing, Kind::tree}) {
         const TempDir dir;
         makeAt(dir / "out", existing);
         const Tree before = treeAt(dir.path());
-        const fs::path staging = stageNewTree(dir / "out", true);
+        const fs::path staging = stageNamedTree(dir / "out");
         const fs::path file = directoryOf(staging) / "moved/new";
         RenameFaults faults;
         faults.beforeExchange = [&] { return fs::remove(file) ? 0 : 0; };
