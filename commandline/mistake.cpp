@@ -61,16 +61,25 @@ std::string withoutFormat(const std::string& name) {
     return name + "-unpacked";
 }
 
+bool isSameFile(const std::string& left, const std::string& right) {
+    struct stat one {};
+    struct stat other {};
+    return stat(left.c_str(), &one) == 0 && stat(right.c_str(), &other) == 0 && isSame(one, other);
+}
+
 std::string unpackingMistake(const std::string& archive, const std::string& destination) {
     std::string problem;
-    if (isAtOrAbove(destination, ".")) {
+    fs::path own = fs::path(destination) / withoutFormat(fs::path(archive).filename());
+    if (isSameFile(archive, destination)) {
+        problem = " would replace the archive itself";
+        own = withoutFormat(archive);
+    } else if (isAtOrAbove(destination, ".")) {
         problem = " would replace the working directory with all it holds";
     } else if (isIn(destination, archive)) {
         problem = " would replace the directory that the archive itself is in";
     } else {
         return "";
     }
-    const fs::path own = fs::path(destination) / withoutFormat(fs::path(archive).filename());
     return "unpacking to " + quoted(destination) + problem +
            ": name a directory of its own, such as " + quoted(own.native());
 }

@@ -309,6 +309,16 @@ class MistakeTest(CommandLineTest):
                                     b"directory of its own, such as '.*'",
                                     b".", b"unpack", archive, destination, b"--overwrite")
 
+    def test_unpacking_an_archive_onto_itself(self):
+        for archive, destination in [(b"project/backup.tar", b"project/backup.tar"),
+                                     (b"project/backup.tar", b"link.tar"),
+                                     (b"link.tar", b"link/backup.tar"), (b"hard.tar", b"link.tar")]:
+            with self.subTest(archive=archive, destination=destination):
+                self.assert_refused(b"unpacking to '" + re.escape(destination) + b"' would replace "
+                                    b"the archive itself: name a directory of its own, such as '" +
+                                    re.escape(archive.removesuffix(b".tar")) + b"'",
+                                    b".", b"unpack", archive, destination, b"--overwrite")
+
     def test_making_an_archive_of_itself(self):
         for archive in [b"project/backup.tar", b"link.tar", b"hard.tar", b"link/backup.tar"]:
             for source in [b"project/backup.tar", b"./link.tar", b"hard.tar"]:
