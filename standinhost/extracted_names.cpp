@@ -31,9 +31,9 @@ timespec changeOf(Entry entry) {
 
 bool isChangedSince(timespec change, Entry entry) {
     struct stat status {};
-    // The tree may have got the permissions of a directory that cannot be looked into.
-    if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return errno != EACCES;
+    // One that is gone has changed the one above. And the tree may have got the permissions of a
+    // directory that cannot be looked into.
+    if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
     return status.st_mtim.tv_sec != change.tv_sec || status.st_mtim.tv_nsec != change.tv_nsec;
 }
 
