@@ -3,6 +3,7 @@
 // which permissions, and what is kept.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 
 #include <cstdio>
@@ -453,6 +454,95 @@ TEST(Commit, ReplacesATreeWithoutWritePermission) {
     EXPECT_EQ(treeAt(dir / "parent"), onlyTheNewTree);
 }
 
+TEST(Commit, RefusesAMountPointThatAppearedMeanwhile) {
+    if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
+    const TempDir dir;
+    fs::create_directory(dir / "out");
+    const std::string error = withMounts([&] {
+        const fs::path staging = stageNewTree(dir / "out", true);
+        return mountMemory(dir / "out") ? commit(staging, dir / "out").error : "cannot mount";
+    });
+    EXPECT_EQ(error, "Destination cannot be replaced");
+}
+
+TEST(Commit, DeletesADirectoryThatItsOwnerClosedHoweverItIs) {
+    for (const mode_t mode : {0U, 0100U, 0200U, 0300U, 0400U, 0500U, 0600U}) {
+        SCOPED_TRACE(mode);
+        const TempDir dir;
+        fs::permissions(dir.path(), fs::perms{0777});
+        const std::string left = asOrdinaryUser([&] {
+            writeFile(dir / "parent/out/closed/old", "old");
+            chmod((dir / "parent/out/closed").c_str(), mode);
+            return leftOverAfterReplacing(dir / "parent/out");
+        });
+        EXPECT_EQ(left, "nothing");
+    }
+}
+
+TEST(Commit, DeletesDeepDirectoriesThatMayNotBeChanged) {
+    const TempDir dir;
+    fs::permissions(dir.path(), fs::perms{0777});
+    const std::string left = asOrdinaryUser([&] {
+        fs::create_directories(dir / "parent/out");
+        makeDeep(dir / "parent/out", 40);
+        for (fs::path path = dir / "parent/out/d"; fs::exists(path); path /= "d")
+            chmod(path.c_str(), 0555);
+        return leftOverAfterReplacing(dir / "parent/out");
+    });
+    EXPECT_EQ(left, "nothing");
+}
+
+TEST(RemoveExtractionTree, ContentsItselfWithASmallStack) {
+    const TempDir dir;
+    const fs::path staging = stageNewTree(dir / "out", false);
+    makeDeep(directoryOf(staging) / "tree", 400);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 128 * 1024);
+    pthread_t thread{};
+    const auto deletion = [](void* directory) -> void* {
+        const auto& path = *static_cast<const fs::path*>(directory);
+        const StagingResult prepared = vesk::testing::prepare(path / "other", false);
+        if (rename((path / "deep").c_str(), (prepared.staging / "deep").c_str()) != 0)
+            return directory;
+        removeExtractionTree(prepared.staging);
+        return nullptr;
+    };
+    fs::rename(directoryOf(staging) / "tree/d", dir / "deep");
+    fs::path path = dir.path();
+    ASSERT_EQ(pthread_create(&thread, &attributes, deletion, &path), 0);
+    void* result = &path;
+    pthread_join(thread, &result);
+    pthread_attr_destroy(&attributes);
+    removeExtractionTree(staging);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(treeAt(dir.path()), Tree{});
+}
+
+TEST(RemoveExtractionTree, TellsWhatItCannotDeleteWithoutADescriptor) {
+    const TempDir dir;
+    const std::string told =
+        inChildThatBecame([] { return true; },
+                          [&] {
+                              const fs::path staging = stageNewTree(dir / "out", false);
+                              const rlimit none{0, 0};
+                              setrlimit(RLIMIT_NOFILE, &none);
+                              removeExtractionTree(staging);
+                              const auto left = takeLeftover();
+                              return left ? left->path.parent_path().native() : "nothing";
+                          });
+    EXPECT_EQ(told, dir.path());
+}
+
+TEST(RemoveExtractionTree, LeavesWhatIsPreparedAloneWhenItIsGivenAnotherPath) {
+    const TempDir dir;
+    const fs::path staging = stageNewTree(dir / "out", false);
+    removeExtractionTree(dir / "other");
+    EXPECT_TRUE(fs::exists(staging));
+    expectFailure(commit(dir / "other", dir / "out"), "Cannot move extracted files to destination");
+    EXPECT_TRUE(commit(staging, dir / "out").ok);
+}
+
 TEST(RemoveExtractionTree, DeletesTheWholeTreeAndNothingThatItsLinksPointAt) {
     const TempDir dir;
     writeFile(dir / "kept/file", "kept");
@@ -565,6 +655,7 @@ TEST(Staging, LeavesNoDescriptorOpen) {
     const TempDir dir;
     const std::ptrdiff_t before = openFileCount();
     EXPECT_TRUE(commit(stageNewTree(dir / "out", true), dir / "out").ok);
+    EXPECT_EQ(openFileCount(), before);
     EXPECT_TRUE(commit(stageNewTree(dir / "out", true), dir / "out").ok);
     removeExtractionTree(stageNewTree(dir / "out", true));
     EXPECT_FALSE(vesk::testing::prepare(dir / "out", false).ok);
