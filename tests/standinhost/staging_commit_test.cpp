@@ -232,16 +232,22 @@ TEST(Commit, KeepsThePermissionsOfTheDirectoryThatItReplaces) {
 
 TEST(Commit, KeepsTheOwnerAndGroupOfTheDirectoryThatItReplacesAsTheSuperuser) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give files away";
-    for (const Kind existing : {Kind::emptyDirectory, Kind::tree}) {
+    struct Row {
+        Kind existing;
+        uid_t user;
+        gid_t group;
+    };
+    for (const Row& row : {Row{Kind::emptyDirectory, 65533, 65532}, Row{Kind::tree, 65533, 65532},
+                           Row{Kind::tree, 65533, 0}, Row{Kind::tree, 0, 65532}}) {
         const TempDir dir;
-        makeAt(dir / "out", existing);
-        ASSERT_EQ(chown((dir / "out").c_str(), 65533, 65532), 0);
+        makeAt(dir / "out", row.existing);
+        ASSERT_EQ(chown((dir / "out").c_str(), row.user, row.group), 0);
         ASSERT_EQ(chmod((dir / "out").c_str(), 06711), 0);
         EXPECT_TRUE(commit(stageNewTree(dir / "out", true), dir / "out").ok);
         struct stat status {};
         ASSERT_EQ(stat((dir / "out").c_str(), &status), 0);
-        EXPECT_EQ(status.st_uid, 65533U);
-        EXPECT_EQ(status.st_gid, 65532U);
+        EXPECT_EQ(status.st_uid, row.user);
+        EXPECT_EQ(status.st_gid, row.group);
         EXPECT_EQ(status.st_mode & 07777, 06711U);
     }
 }

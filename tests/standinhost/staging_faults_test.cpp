@@ -282,6 +282,17 @@ TEST(CommitFault, GivesBackThePermissionsOfATreeThatItCouldNotReplace) {
     EXPECT_EQ(fs::status(dir / "out").permissions(), fs::perms{0550});
 }
 
+TEST(CommitFault, GivesBackThePermissionsOfAnEmptyDirectoryThatItCouldNotReplace) {
+    const TempDir dir;
+    fs::create_directory(dir / "out");
+    fs::permissions(dir / "out", fs::perms{0550});
+    const fs::path staging = stageNewTree(dir / "out", false);
+    RenameFaults faults;
+    faults.beforeRename = [](const std::string&, const std::string&) { return EACCES; };
+    expectMoveFailure(commit(staging, dir / "out"));
+    EXPECT_EQ(fs::status(dir / "out").permissions(), fs::perms{0550});
+}
+
 TEST(CommitRace, ReplacesInOneStep) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
