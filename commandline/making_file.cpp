@@ -88,21 +88,37 @@ MakingFile::~MakingFile() {
 }
 
 void MakingFile::create() {
-    if (open(O_CREAT | O_EXCL)) {
+    const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
+    if (isCreated) {
         // Whatever the umask, the module must be able to open it.
-        const bool isPrivate = overwrite_ || (ordinaryMode_ & 0600) != 0600;
-        if (isPrivate) fchmod(descriptor_, 0600);
+        if ((createdMode_ & 0600) != 0600) fchmod(descriptor_, 0600);
     } else if (errno == EEXIST) {
         path_.clear();  // not this one's to remove
         throw NameTaken{};
     }
 }
 
-bool MakingFile::open(int flags) {
-    descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, 0666);
+// Whoever opens a file while its mode allows it can read what is written there later. So the mode
+// that an ordinary file would have is that of another one, which stays empty.
+bool MakingFile::createPrivate() {
+    const int ordinary =
+        ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
+    if (ordinary == -1) return false;
+    struct stat status {};
+    const bool isKnown = fstat(ordinary, &status) == 0;
+    unlink(path_.c_str());
+    close(ordinary);
+    if (!open(O_CREAT | O_EXCL, 0600)) return false;
+    if (isKnown) ordinaryMode_ = status.st_mode & 07777;
+    return true;
+}
+
+bool MakingFile::open(int flags, mode_t mode) {
+    descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, mode);
     struct stat status {};
     if (descriptor_ == -1 || fstat(descriptor_, &status) != 0) return false;
-    ordinaryMode_ = status.st_mode & 07777;
+    createdMode_ = status.st_mode & 07777;
+    ordinaryMode_ = createdMode_;
     expectMakingIn(path_, descriptor_);
     return true;
 }
@@ -143,7 +159,7 @@ const char* MakingFile::moveIntoPlace(bool sync) {
 }
 
 const char* MakingFile::publish(bool sync) {
-    if (descriptor_ == -1 && !open(0)) return cannotCreate;
+    if (descriptor_ == -1 && !open(0, 0)) return cannotCreate;
     if (const char* const message = moveIntoPlace(sync)) return message;
     path_.clear();
     return sync && !syncDirectoryOf(target_) ? cannotFinalize : nullptr;

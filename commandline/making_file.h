@@ -23,8 +23,8 @@ public:
     MakingFile(const MakingFile&) = delete;
     MakingFile& operator=(const MakingFile&) = delete;
 
-    /// Creates the empty file, which nobody else can read where it is to replace another. Where
-    /// that fails, the module is left to find out.
+    /// Creates the empty file, which nobody else can open at any moment where it is to replace
+    /// another. Where that fails, the module is left to find out.
     void create();
 
     /// Makes the file that the module has written the archive. Returns null or the message of a
@@ -35,7 +35,8 @@ public:
     const char* publish(bool sync);
 
 private:
-    bool open(int flags);
+    bool createPrivate();
+    bool open(int flags, mode_t mode);
     const char* prepare(bool sync, bool& replaces) const;
     const char* moveIntoPlace(bool sync);
     void takeOver(const struct stat& old) const;
@@ -44,6 +45,7 @@ private:
     std::filesystem::path target_;
     bool overwrite_;
     int descriptor_ = -1;
+    mode_t createdMode_ = 0;
     mode_t ordinaryMode_ = 0;
 };
 

@@ -377,6 +377,24 @@ class RightsTest(MakingCase):
                 self.assertEqual(oct(self.mode(b"old.tar")), oct(mode))
                 self.assertEqual(self.read(b"old.tar"), self.made)
 
+    def test_others_cannot_open_the_file_at_any_moment_where_an_archive_is_replaced(self):
+        """The last file that is created is the one that is written."""
+        for umask in [0, 0o022, 0o277]:
+            with self.subTest(umask=oct(umask)):
+                self.write(b"old.tar", b"old")
+                os.chmod(self.path(b"old.tar"), 0o600)
+                result = self.run_program("-f", "-o", b"trace", "-e", "trace=/^open,/^f?chmod,/^write",
+                                          PROGRAM, b"make", b"src", b"old.tar", b"--overwrite",
+                                          program="strace", umask=umask)
+                self.assertEqual(result.status, 0, result.err)
+                calls = self.read(b"trace").decode()
+                os.remove(self.path(b"trace"))
+                created = [line for line in calls.splitlines() if "O_EXCL" in line]
+                self.assertRegex(created[-1], r"vesk-making-.*, 0600\) = \d")
+                before, _, after = calls.partition(created[-1])
+                self.assertNotRegex(before, r"\bwritev?\(")
+                self.assertEqual(set(re.findall(r"chmod\(.*?, (0\d*)", after)) - {"0600"}, set())
+
     @unittest.skipUnless(IS_ROOT, "files are given to others by root alone")
     def test_root_keeps_owner_group_and_mode_of_a_replaced_archive(self):
         self.write(b"old.tar", b"old")
@@ -486,6 +504,8 @@ class SystemCallTest(MakingCase):
         os.mkdir(self.path(b"there"))
         for options, placing in [([], "renameat2"), ([b"--overwrite"], "rename")]:
             calls = self.calls(b"make", b"src", b"there/a.tar", b"--sync", *options)
+            if options:
+                self.assertIn("unlink", calls.pop(0))  # that of the file that tells the mode
             self.assertRegex(calls[0], r"fsync\(\d+<.*/there/\.a\.tar\.vesk-making-\w{6}>\) = 0")
             self.assertRegex(calls[1], placing + r"\(.*\) = 0")
             self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
