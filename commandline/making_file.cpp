@@ -71,6 +71,17 @@ bool syncDirectoryOf(const fs::path& file) {
     return isDone;
 }
 
+std::optional<mode_t> modeOf(int descriptor) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0) return std::nullopt;
+    return status.st_mode & 07777;
+}
+
+/// Some file systems know one mode only, and refuse even what changes nothing.
+bool giveMode(int descriptor, mode_t mode) {
+    return modeOf(descriptor) == mode || fchmod(descriptor, mode) == 0;
+}
+
 }  // namespace
 
 std::string makingPath(const fs::path& target) {
@@ -91,7 +102,8 @@ void MakingFile::create() {
     const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
     if (isCreated) {
         // Whatever the umask, the module must be able to open it.
-        if ((createdMode_ & 0600) != 0600) fchmod(descriptor_, 0600);
+        const auto mode = modeOf(descriptor_);
+        if (!mode || (*mode & 0600) != 0600) fchmod(descriptor_, 0600);
     } else if (errno == EEXIST) {
         path_.clear();  // not this one's to remove
         throw NameTaken{};
@@ -104,42 +116,37 @@ bool MakingFile::createPrivate() {
     const int ordinary =
         ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
     if (ordinary == -1) return false;
-    struct stat status {};
-    const bool isKnown = fstat(ordinary, &status) == 0;
+    const auto ordinaryMode = modeOf(ordinary);
     unlink(path_.c_str());
     close(ordinary);
     if (!open(O_CREAT | O_EXCL, 0600)) return false;
-    if (isKnown) ordinaryMode_ = status.st_mode & 07777;
+    ordinaryMode_ = ordinaryMode;
     return true;
 }
 
 bool MakingFile::open(int flags, mode_t mode) {
     descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, mode);
-    struct stat status {};
-    if (descriptor_ == -1 || fstat(descriptor_, &status) != 0) return false;
-    createdMode_ = status.st_mode & 07777;
-    ordinaryMode_ = createdMode_;
+    if (descriptor_ == -1) return false;
     expectMakingIn(path_, descriptor_);
+    ordinaryMode_ = modeOf(descriptor_);
     return true;
 }
 
-void MakingFile::takeOver(const struct stat& old) const {
+bool MakingFile::takeOver(const struct stat& old) const {
     const bool hasOwner =
         fchown(descriptor_, old.st_uid, old.st_gid) == 0 ||
         (fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0 && old.st_uid == geteuid());
     // What a file does with its owner's rights is not handed to another owner.
-    fchmod(descriptor_, old.st_mode & (hasOwner ? 07777 : 0777));
+    return giveMode(descriptor_, old.st_mode & (hasOwner ? 07777 : 0777));
 }
 
 const char* MakingFile::prepare(bool sync, bool& replaces) const {
     struct stat old {};
     replaces = overwrite_ && lstat(target_.c_str(), &old) == 0;
     if (replaces && !S_ISREG(old.st_mode)) return cannotCreate;
-    if (replaces) {
-        takeOver(old);
-    } else {
-        fchmod(descriptor_, ordinaryMode_);
-    }
+    const bool hasMode =
+        replaces ? takeOver(old) : ordinaryMode_ && giveMode(descriptor_, *ordinaryMode_);
+    if (!hasMode) return cannotFinalize;
     return sync && fsync(descriptor_) != 0 ? cannotFinalize : nullptr;
 }
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace vesk::commandline {
@@ -39,14 +40,13 @@ private:
     bool open(int flags, mode_t mode);
     const char* prepare(bool sync, bool& replaces) const;
     const char* moveIntoPlace(bool sync);
-    void takeOver(const struct stat& old) const;
+    bool takeOver(const struct stat& old) const;
 
     std::string path_;
     std::filesystem::path target_;
     bool overwrite_;
     int descriptor_ = -1;
-    mode_t createdMode_ = 0;
-    mode_t ordinaryMode_ = 0;
+    std::optional<mode_t> ordinaryMode_;
 };
 
 }  // namespace vesk::commandline

@@ -27,7 +27,8 @@
 //
 // And it plays a file system that knows less:
 //
-//   VESK_NO_RENAMEAT2, VESK_NO_LINK  if it is 1, that system call is refused
+//   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_FCHMOD  if it is 1, that system call is refused
+//   VESK_NO_FSTAT   if it is 1, nothing can be learnt of files that are open for writing only
 //
 // or one on which others work at the same time:
 //
@@ -36,6 +37,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -167,6 +169,20 @@ extern "C" int renameat2(int from, const char* name, int to, const char* newName
 extern "C" int link(const char* name, const char* newName) noexcept {
     if (!isSet("VESK_NO_LINK", "1")) return answering(&link)(name, newName);
     errno = EPERM;
+    return -1;
+}
+
+extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
+    if (!isSet("VESK_NO_FCHMOD", "1")) return answering(&fchmod)(descriptor, mode);
+    errno = EPERM;
+    return -1;
+}
+
+extern "C" int fstat(int descriptor, struct stat* status) noexcept {
+    const bool isForWriting = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
+    if (!isForWriting || !isSet("VESK_NO_FSTAT", "1"))
+        return fstatat(descriptor, "", status, AT_EMPTY_PATH);
+    errno = EIO;
     return -1;
 }
 

@@ -395,6 +395,25 @@ class RightsTest(MakingCase):
                 self.assertNotRegex(before, r"\bwritev?\(")
                 self.assertEqual(set(re.findall(r"chmod\(.*?, (0\d*)", after)) - {"0600"}, set())
 
+    def test_a_mode_that_cannot_be_given_or_learnt_leaves_the_old_archive(self):
+        self.write(b"old.tar", b"old")
+        os.chmod(self.path(b"old.tar"), 0o644)
+        for fault, words in [("VESK_NO_FCHMOD", (b"src", b"old.tar", b"--overwrite")),
+                             ("VESK_NO_FSTAT", (b"src", b"new.tar"))]:
+            with self.subTest(fault=fault):
+                self.assert_fails(b"Cannot finalize archive", *words,
+                                  env=environment("none", **{fault: "1"}))
+                self.assertEqual(self.listing(), [b"old.tar", b"src"])
+                self.assertEqual((self.read(b"old.tar"), self.mode(b"old.tar")), (b"old", 0o644))
+
+    def test_a_system_that_cannot_change_modes_need_not_if_the_mode_is_right(self):
+        env = environment("none", VESK_NO_FCHMOD="1")
+        self.write(b"old.tar", b"old")
+        os.chmod(self.path(b"old.tar"), 0o600)
+        self.assert_makes(b"src", b"old.tar", b"--overwrite", env=env)
+        self.assert_makes(b"src", b"new.tar", env=env)
+        self.assertEqual((self.read(b"old.tar"), self.mode(b"old.tar")), (self.made, 0o600))
+
     @unittest.skipUnless(IS_ROOT, "files are given to others by root alone")
     def test_root_keeps_owner_group_and_mode_of_a_replaced_archive(self):
         self.write(b"old.tar", b"old")
