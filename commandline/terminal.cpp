@@ -26,39 +26,49 @@ constexpr std::string_view erasure = "\r\033[K";
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
 std::atomic<bool> liveLineIsShown = false;
 
-/// Characters that count as printable but cannot be seen, or change the order in which others are
-/// shown, so that a name would pass for another: the first and the last of each range.
+/// Characters that count as printable but cannot be seen or told from a space, look different from
+/// font to font, or change the order in which others are shown, so that a name would pass for
+/// another: the first and the last of each range.
 struct HiddenRange {
     char32_t first;
     char32_t last;
 };
 
 constexpr auto hiddenRanges = std::to_array<HiddenRange>({
-    {0x00AD, 0x00AD},    // the soft hyphen
-    {0x034F, 0x034F},    // the grapheme joiner
-    {0x0600, 0x0605},    // Arabic number signs
-    {0x061C, 0x061C},    // the Arabic letter mark
-    {0x06DD, 0x06DD},    // the Arabic end of ayah
-    {0x070F, 0x070F},    // the Syriac abbreviation mark
-    {0x0890, 0x0891},    // Arabic currency marks
-    {0x08E2, 0x08E2},    // the Arabic disputed end of ayah
-    {0x115F, 0x1160},    // Hangul fillers
-    {0x17B4, 0x17B5},    // Khmer inherent vowels
-    {0x180B, 0x180F},    // Mongolian variation selectors and the vowel separator
-    {0x200B, 0x200F},    // zero width, and the marks of direction
-    {0x2028, 0x202E},    // separators of lines and paragraphs, embeddings and overrides
-    {0x2060, 0x206F},    // invisible operators and isolates
-    {0x3164, 0x3164},    // the Hangul filler
-    {0xFE00, 0xFE0F},    // variation selectors
-    {0xFEFF, 0xFEFF},    // the byte order mark
-    {0xFFA0, 0xFFA0},    // the halfwidth Hangul filler
-    {0xFFF0, 0xFFFB},    // unassigned ones to be ignored, and marks of annotations
-    {0x110BD, 0x110BD},  // Kaithi number signs
-    {0x110CD, 0x110CD},  // the one above
-    {0x13430, 0x1343F},  // Egyptian hieroglyph controls
-    {0x1BCA0, 0x1BCA3},  // shorthand controls
-    {0x1D173, 0x1D17A},  // musical controls
-    {0xE0000, 0xE0FFF},  // tags and variation selectors
+    {0x00A0, 0x00A0},      // the space that does not break
+    {0x00AD, 0x00AD},      // the soft hyphen
+    {0x034F, 0x034F},      // the grapheme joiner
+    {0x0600, 0x0605},      // Arabic number signs
+    {0x061C, 0x061C},      // the Arabic letter mark
+    {0x06DD, 0x06DD},      // the Arabic end of ayah
+    {0x070F, 0x070F},      // the Syriac abbreviation mark
+    {0x0890, 0x0891},      // Arabic currency marks
+    {0x08E2, 0x08E2},      // the Arabic disputed end of ayah
+    {0x115F, 0x1160},      // Hangul fillers
+    {0x1680, 0x1680},      // the Ogham space
+    {0x17B4, 0x17B5},      // Khmer inherent vowels
+    {0x180B, 0x180F},      // Mongolian variation selectors and the vowel separator
+    {0x2000, 0x200F},      // spaces, zero width, and the marks of direction
+    {0x2028, 0x202F},      // separators of lines and paragraphs, embeddings, overrides, a space
+    {0x205F, 0x206F},      // a space, invisible operators and isolates
+    {0x2800, 0x2800},      // the Braille pattern without dots
+    {0x3000, 0x3000},      // the ideographic space
+    {0x3164, 0x3164},      // the Hangul filler
+    {0xE000, 0xF8FF},      // private use
+    {0xFE00, 0xFE0F},      // variation selectors
+    {0xFEFF, 0xFEFF},      // the byte order mark
+    {0xFFA0, 0xFFA0},      // the halfwidth Hangul filler
+    {0xFFF0, 0xFFFC},      // unassigned ones to be ignored, marks of annotations and of objects
+    {0x110BD, 0x110BD},    // Kaithi number signs
+    {0x110CD, 0x110CD},    // the one above
+    {0x13430, 0x1343F},    // Egyptian hieroglyph controls
+    {0x16FE4, 0x16FE4},    // the Khitan filler
+    {0x1BCA0, 0x1BCA3},    // shorthand controls
+    {0x1D159, 0x1D159},    // the musical notehead that is empty
+    {0x1D173, 0x1D17A},    // musical controls
+    {0xE0000, 0xE0FFF},    // tags and variation selectors
+    {0xF0000, 0xFFFFD},    // private use
+    {0x100000, 0x10FFFD},  // private use
 });
 
 bool isHidden(wchar_t character) {

@@ -627,12 +627,13 @@ class HostileNameTest(TerminalTest):
     # The first and the last of those that are shown in no way of their own, or turn others round,
     # and their neighbours, which are shown.
     HIDDEN = [0xAD, 0x61C, 0x180E, 0x200B, 0x200F, 0x2028, 0x2029, 0x202A, 0x202E, 0x2060, 0x206F,
-              0xFEFF, 0xFFF9, 0xFFFB, 0xE0000, 0xE0001, 0xE0020, 0xE007F]
+              0xFEFF, 0xFFF9, 0xFFFB, 0xE0000, 0xE0001, 0xE0020, 0xE007F, 0x2800, 0x1D159, 0x16FE4,
+              0xFFFC, 0xE000, 0xF8FF, 0xF0000, 0xFFFFD, 0x100000, 0x10FFFD]
     SHOWN = [0xAC, 0xAE, 0x61B, 0x61E, 0x1807, 0x1810, 0x2010, 0x2027, 0x2030, 0x205E, 0x2070,
-             0xFEFC, 0xFF01, 0xFFFC, 0x1F600]
+             0x20, 0x27FF, 0x2801, 0x3001, 0xFEFC, 0xFF01, 0xFFFD, 0x1D158, 0x1F600]
 
     def test_a_character_that_is_hidden_or_turns_others_round_is_escaped(self):
-        rows = [(code, True) for code in self.HIDDEN + self.formats()]
+        rows = [(code, True) for code in self.HIDDEN + self.formats_and_spaces()]
         rows += [(code, False) for code in self.SHOWN]
         name = "|".join(chr(code) for code, _ in rows)
         process = self.start_on_terminal(b"make", b"src", name.encode())
@@ -644,9 +645,10 @@ class HostileNameTest(TerminalTest):
                 self.assertEqual(text, escaped if hidden else raw)
 
     @staticmethod
-    def formats():
-        """All format characters that there are."""
-        return [code for code in range(sys.maxunicode) if unicodedata.category(chr(code)) == "Cf"]
+    def formats_and_spaces():
+        """All that there are, but for the ordinary space."""
+        return [code for code in range(0x21, sys.maxunicode)
+                if unicodedata.category(chr(code)) in ["Cf", "Zs"]]
 
     def test_a_summary_shows_control_characters_as_octal_digits(self):
         for name, shown in self.ROWS:
