@@ -64,6 +64,16 @@ void sayLeftover() {
     if (leftover) say("vesk-archive: '" + leftover->path.native() + "' " + adviceOn(*leftover));
 }
 
+/// What is done stays done, and the status says so, also where no memory is left for the words.
+template <typename Function>
+void withMemoryAtHand(const Function& sayIt) {
+    try {
+        sayIt();
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    }
+}
+
 int carryOutAndTell(const Arguments& arguments) {
     try {
         if (const auto mistake = mistakeIn(arguments)) {
@@ -75,7 +85,8 @@ int carryOutAndTell(const Arguments& arguments) {
             complain(error->className + ": " + error->message);
             return raised;
         }
-        if (!arguments.quiet) sayOutcome(arguments, std::get<Outcome>(result));
+        if (!arguments.quiet)
+            withMemoryAtHand([&] { sayOutcome(arguments, std::get<Outcome>(result)); });
         return done;
     } catch (const Interruption&) {
         sayLastWords();
@@ -90,7 +101,7 @@ int run(const Arguments& arguments) {
     if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
     noteInterruptions();
     const int status = carryOutAndTell(arguments);
-    sayLeftover();
+    withMemoryAtHand(sayLeftover);
     return status;
 }
 

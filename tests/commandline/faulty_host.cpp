@@ -17,6 +17,10 @@
 //   VESK_NO_TIMER    if it is 1, no timer can be had
 //   VESK_HOLD_UP     if it is "said", the program waits when it has written to standard error
 //
+// It can let memory end when the work is done:
+//
+//   VESK_NO_MEMORY   if it is 1, none can be had after the first renameat2
+//
 // It tells what the module is called with:
 //
 //   VESK_SHOW_SYNC   if it is 1, "sync" is written to standard output when the mode asks for it
@@ -126,6 +130,22 @@ bool isSet(const char* name, std::string_view value) {
 
 }  // namespace
 
+static bool memoryHasEnded = false;
+
+void* operator new(std::size_t size) {
+    if (memoryHasEnded) throw std::bad_alloc();
+    if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
 extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t size) {
     const ssize_t written = syscall(SYS_write, descriptor, bytes, size);
     if (descriptor == STDERR_FILENO && isSet("VESK_HOLD_UP", "said")) waitForEndOfInput();
@@ -160,8 +180,11 @@ extern "C" int renameat2(int from, const char* name, int to, const char* newName
     static bool isFirst = true;
     if (std::exchange(isFirst, false) && isSet("VESK_MEANWHILE", "1"))
         close(openat(to, newName, O_WRONLY | O_CREAT, 0666));
-    if (!isSet("VESK_NO_RENAMEAT2", "1"))
-        return answering(&renameat2)(from, name, to, newName, flags);
+    if (!isSet("VESK_NO_RENAMEAT2", "1")) {
+        const int result = answering(&renameat2)(from, name, to, newName, flags);
+        memoryHasEnded = isSet("VESK_NO_MEMORY", "1");
+        return result;
+    }
     errno = EINVAL;
     return -1;
 }

@@ -101,6 +101,13 @@ class FaultAtEveryCallTest(SignalCase):
             shutil.rmtree(self.path(b"dest"))
             self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, fault, 3, err)
 
+    @unittest.skipIf(is_instrumented(), "a sanitizer has memory of its own")
+    def test_lack_of_memory_when_all_is_done_changes_no_status(self):
+        result = self.run_program(b"make", b"src", b"new.tar",
+                                  env=environment("none", VESK_NO_MEMORY="1"))
+        self.assertEqual(result, (0, b"", b""))
+        self.assertEqual(self.listing(), [b"in.tar", b"new.tar", b"src"])
+
 
 class InterruptionTest(SignalCase):
     """Which signals end the program, and how it ends by them."""
