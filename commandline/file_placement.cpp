@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "commandline/terminal.h"
+
 namespace vesk::commandline {
 
 namespace {
@@ -23,7 +25,10 @@ FilePlacement linkAndUnlink(const std::string& file, const std::string& target) 
     if (link(file.c_str(), target.c_str()) != 0) {
         return errno == EEXIST ? FilePlacement::targetExists : renameAfterALook(file, target);
     }
-    unlink(file.c_str());
+    if (unlink(file.c_str()) != 0 && errno != ENOENT) {
+        say("vesk-archive: '" + file +
+            "' could not be deleted: it is another name of the archive and can be removed");
+    }
     return FilePlacement::done;
 }
 

@@ -10,7 +10,7 @@ enum class FilePlacement { done, targetExists, failed };
 
 /// Renames `file` to `target` unless anything is there, in one step where the system can. On file
 /// systems that know neither of the two ways to do that, what comes there between a look and the
-/// renaming is replaced.
+/// renaming is replaced. Names `file` on standard error if it could not be removed.
 FilePlacement placeNewFile(const std::string& file, const std::string& target);
 
 /// Renames `file` to `target`, whatever file is there. Never gives `targetExists`.

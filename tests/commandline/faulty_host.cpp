@@ -31,7 +31,8 @@
 //
 // And it plays a file system that knows less:
 //
-//   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_FCHMOD  if it is 1, that system call is refused
+//   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_UNLINK, VESK_NO_FCHMOD
+//                   if it is 1, that system call is refused
 //   VESK_NO_FSTAT   if it is 1, nothing can be learnt of files that are open for writing only
 //
 // or one on which others work at the same time:
@@ -191,6 +192,12 @@ extern "C" int renameat2(int from, const char* name, int to, const char* newName
 
 extern "C" int link(const char* name, const char* newName) noexcept {
     if (!isSet("VESK_NO_LINK", "1")) return answering(&link)(name, newName);
+    errno = EPERM;
+    return -1;
+}
+
+extern "C" int unlink(const char* name) noexcept {
+    if (!isSet("VESK_NO_UNLINK", "1")) return answering(&unlink)(name);
     errno = EPERM;
     return -1;
 }

@@ -263,6 +263,15 @@ class PlaceTest(MakingCase):
                 self.assertEqual(self.listing(), [b"new.tar", b"src"])
                 os.remove(self.path(b"new.tar"))
 
+    def test_another_name_of_the_archive_that_cannot_be_removed_is_named(self):
+        env = environment("none", VESK_NO_RENAMEAT2="1", VESK_NO_UNLINK="1")
+        result = self.make(b"src", b"new.tar", env=env)
+        self.assertEqual(result.status, 0)
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        self.assertIn(b"vesk-archive: '" + hidden + b"' could not be deleted: it is another name of "
+                      b"the archive and can be removed\n", result.err)
+        self.assertEqual(self.read(b"new.tar"), self.made)
+
     def test_a_link_that_comes_there_meanwhile_counts_too(self):
         for changes in self.SYSTEMS:
             process = start((b"make", b"src", b"new.tar"), self.cwd,
