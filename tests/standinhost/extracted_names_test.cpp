@@ -105,6 +105,7 @@ TEST(ExtractedNames, AreTakenToBeInATreeThatGetsThePermissionsOfAClosedOne) {
 std::string commitWhileItChanges(const std::function<void(const fs::path& tree)>& change) {
     const TempDir dir;
     const fs::path staging = prepare(dir / "out", false).staging;
+    Vesk_runtimeFsPath("sub/file");
     writeFile(staging / "sub/file", "new");
     const fs::path tree = vesk::testing::directoryOf(staging) / "moved";
     RenameFaults faults;
@@ -120,17 +121,6 @@ std::string commitWhileItChanges(const std::function<void(const fs::path& tree)>
 TEST(ExtractedNames, AreMissedWhenTheyGoInOneOfSeveralDirectories) {
     EXPECT_EQ(commitWhileItChanges([](const fs::path& tree) { fs::remove(tree / "sub/file"); }),
               cannotMove);
-}
-
-TEST(ExtractedNames, AreMissedWhenADirectoryChangesBySecondsAlone) {
-    const auto later = [](const fs::path& tree) {
-        struct stat status {};
-        if (stat((tree / "sub").c_str(), &status) != 0) return;
-        const timespec times[] = {status.st_atim,
-                                  {status.st_mtim.tv_sec + 1, status.st_mtim.tv_nsec}};
-        utimensat(AT_FDCWD, (tree / "sub").c_str(), times, 0);
-    };
-    EXPECT_EQ(commitWhileItChanges(later), cannotMove);
 }
 
 }  // namespace
