@@ -21,6 +21,7 @@
 #include <system_error>
 
 #include "hostcheck/signal_queue.h"
+#include "hostcheck/wording.h"
 
 namespace vesk::hostcheck {
 
@@ -47,7 +48,7 @@ std::string verdict(const std::function<void()>& body) {
     } catch (const Deviation& deviation) {
         return verdictOf(deviates, deviation);
     } catch (const std::exception& exception) {
-        return verdictOf(deviates, {anEnd, std::string("an exception: ") + exception.what()});
+        return verdictOf(deviates, {anEnd, "an exception: " + printable(exception.what())});
     } catch (...) {
         return verdictOf(deviates, {anEnd, "an exception of an unknown class"});
     }

@@ -12,6 +12,7 @@
 #include "hostcheck/output.h"
 #include "hostcheck/report.h"
 #include "hostcheck/signal_queue.h"
+#include "hostcheck/wording.h"
 
 using namespace vesk::hostcheck;
 
@@ -69,7 +70,8 @@ int main(int argc, char** argv) {
     } catch (const Interrupted& interrupted) {
         endBy(interrupted.signal);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "vesk-host-check: %s\n", failure.what());
+        // It may hold a path, or the text of an exception that came from the library.
+        std::fprintf(stderr, "vesk-host-check: %s\n", printable(failure.what()).c_str());
         return cannotCheck;
     }
 }

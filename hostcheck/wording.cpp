@@ -20,12 +20,18 @@ std::string escaped(char byte) {
 
 }  // namespace
 
-std::string inQuotes(std::string_view text) {
-    std::string shown = "\"";
-    for (const char byte : text.substr(0, longestShown)) {
+std::string printable(std::string_view text) {
+    std::string shown;
+    for (const char byte : text) {
         const bool isPrintable = byte >= ' ' && byte <= '~';
         shown += isPrintable ? std::string(1, byte) : escaped(byte);
     }
+    return shown;
+}
+
+std::string inQuotes(std::string_view text) {
+    std::string shown = "\"";
+    shown += printable(text.substr(0, longestShown));
     return shown + (text.size() > longestShown ? "...\"" : "\"");
 }
 

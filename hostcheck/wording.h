@@ -8,9 +8,11 @@
 
 namespace vesk::hostcheck {
 
-/// Returns `text` between quotation marks, shortened when it is long. Everything but printable
-/// ASCII is written as a backslash and three octal digits, so that it neither drives a terminal nor
-/// breaks the line.
+/// Returns `text` with everything but printable ASCII written as a backslash and three octal
+/// digits, so that it neither drives a terminal nor breaks the line.
+std::string printable(std::string_view text);
+
+/// Returns the printable `text` between quotation marks, shortened when it is long.
 std::string inQuotes(std::string_view text);
 
 /// Returns `value` as 0x and eight hexadecimal digits.

@@ -58,6 +58,7 @@ NOT_CALLED = "modeIsOverwrite: is not called here, since only the runtime can ma
 # The defect, the lines that fail, the lines that become notes.
 DEFECTS = [
     ("raise throws", {RETURNS}, set()),
+    ("raise throws control characters", {RETURNS}, set()),
     ("raise aborts", {RETURNS}, set()),
     ("raise aborts beside a helper process", {RETURNS}, set()),
     ("raise exits", {RETURNS}, set()),
@@ -167,6 +168,7 @@ HARMLESS = [
 # The end of the line that says what was expected and what came.
 EXPLANATIONS = [
     ("raise throws", "; expected that the call returns; came an exception: IOException"),
+    ("raise throws control characters", r"; came an exception: \033[2J\012IOException"),
     ("raise aborts", "; expected that the call returns; came a crash: Aborted"),
     ("raise aborts beside a helper process",
      "; expected that the call returns; came a crash: Aborted"),
@@ -284,9 +286,12 @@ class Libraries(unittest.TestCase):
             text = pathlib.Path(directory, "text.so")
             text.write_text("no library")
             missing = pathlib.Path(directory, "missing.so")
+            odd = pathlib.Path(directory, "\x1B[2J\n.so")
+            odd.write_text("no library")
             rows = [(str(text), "", f"{text}: file too short"),
                     (str(missing), "", f"{missing}: cannot open shared object file: No such file "
                      "or directory"),
+                    (str(odd), "", rf"{directory}/\033[2J\012.so: file too short"),
                     (NO_HOST, "loading crashes", "a crash: Aborted")]
             for library, defect, problem in rows:
                 with self.subTest(library=library):

@@ -91,6 +91,7 @@ void doWrongAfterRaise(std::string_view message) {
     }
     if (has("raise starts a helper process")) startHelper();
     if (has("raise throws")) throw std::runtime_error("IOException");
+    if (has("raise throws control characters")) throw std::runtime_error("\x1B[2J\nIOException");
     // Once only, or every line would wait for it.
     if (message != "Archive already exists") return;
     if (has("raise aborts beside a helper process")) startHelper();
