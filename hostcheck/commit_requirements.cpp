@@ -128,6 +128,7 @@ void keepsTheOldTreeWhenItFails(const Trial& trial) {
            came.empty() ? "nothing" : "another tree");
 }
 
+/// Nobody has permitted to replace it.
 void sparesWhatAppeared(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     const fs::path staging = prepareFilled(trial, destination);
@@ -156,7 +157,7 @@ constexpr std::array<Requirement, 13> requirements = {{
     {requirement, committing, "reports when it cannot move the tree", reportsFailure},
     {requirement, committing, "replaces the error text when it fails", replacesErrorWhenItFails},
     {requirement, committing, "keeps the old tree when it fails", keepsTheOldTreeWhenItFails},
-    {Weight::advice, committing, "spares what appeared at the destination meanwhile",
+    {requirement, committing, "spares what appeared at the destination meanwhile",
      sparesWhatAppeared},
 }};
 
