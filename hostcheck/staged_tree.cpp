@@ -33,6 +33,10 @@ std::string manyBytes() {
     return bytes;
 }
 
+Tree treeElsewhere() {
+    return {{"directory/", ""}, {"directory/file", "kept"}, {"file", "kept"}};
+}
+
 /// Returns the first thing in which `came` is not `tree`; nothing when they are equal.
 std::string difference(const Tree& tree, const Tree& came) {
     for (const auto& [name, content] : tree) {
@@ -41,7 +45,7 @@ std::string difference(const Tree& tree, const Tree& came) {
         if (found->second != content) return "other content in " + inQuotes(name);
     }
     for (const auto& [name, content] : came)
-        if (!tree.contains(name)) return inQuotes(name) + ", which was not extracted";
+        if (!tree.contains(name)) return inQuotes(name) + " in addition";
     return "";
 }
 
@@ -120,6 +124,26 @@ Tree readTree(const fs::path& root) {
 void expectTree(const Tree& tree, const fs::path& root) {
     const std::string came = difference(tree, readTree(root));
     expect(came.empty(), "all that was extracted and nothing else", came);
+}
+
+Tree neighbours() {
+    return {{"neighbour", "one"},     {"neighbours/", ""},       {"neighbours/one", "two"},
+            {"out.old/", ""},         {"out.old/file", "three"}, {"out.bak/", ""},
+            {"out.bak/file", "four"}, {".out", "five"},          {"out~", "six"}};
+}
+
+void linkElsewhere(const fs::path& root, const fs::path& elsewhere) {
+    fill(elsewhere, treeElsewhere());
+    for (const fs::path& directory : {root, root / "deeper"}) {
+        fs::create_directories(directory);
+        fs::create_directory_symlink(elsewhere / "directory", directory / "to a directory");
+        fs::create_symlink(elsewhere / "file", directory / "to a file");
+    }
+}
+
+void expectElsewhere(const fs::path& elsewhere) {
+    const std::string came = difference(treeElsewhere(), readTree(elsewhere));
+    expect(came.empty(), "all that symbolic links lead to as it was", came);
 }
 
 std::string namesIn(const fs::path& directory) {

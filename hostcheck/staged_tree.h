@@ -55,6 +55,15 @@ Tree readTree(const std::filesystem::path& root);
 /// Deviates when `root` does not hold exactly `tree`.
 void expectTree(const Tree& tree, const std::filesystem::path& root);
 
+/// What users may have beside a destination of the name out.
+Tree neighbours();
+
+/// Makes `elsewhere`, a directory with files, and below `root` symbolic links to what is in it.
+void linkElsewhere(const std::filesystem::path& root, const std::filesystem::path& elsewhere);
+
+/// Deviates when what linkElsewhere made in `elsewhere` is not as it was.
+void expectElsewhere(const std::filesystem::path& elsewhere);
+
 /// Returns the names in `directory`, between quotation marks.
 std::string namesIn(const std::filesystem::path& directory);
 

@@ -190,13 +190,28 @@ void removesTheTree(const Trial& trial) {
 
 void removesNothingElse(const Trial& trial) {
     const fs::path& place = trial.places.front();
-    fill(place, {{"neighbour", "kept"}, {"neighbours/", ""}, {"neighbours/one", "kept"}});
-    const Tree before = readTree(place);
+    fill(place, neighbours());
     const fs::path staging = prepare(trial, place / "out");
     fill(staging, sampleTree());
     trial.runtime.removeTree(staging);
-    for (const auto& [name, content] : before)
-        expect(fs::exists(place / name), inQuotes(name) + " as it was", "nothing there");
+    // What is left of the staging directory is a line of its own.
+    const Tree after = readTree(place);
+    for (const auto& [name, content] : neighbours()) {
+        const auto found = after.find(name);
+        const bool isThere = found != after.end();
+        expect(isThere && found->second == content, inQuotes(name) + " as it was",
+               isThere ? "other content" : "nothing there");
+    }
+}
+
+/// An extraction makes none, but whatever else the user runs may have made one meanwhile.
+void followsNoLink(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    fill(place, {{"inner/", ""}});
+    const fs::path staging = prepare(trial, place / "inner/out");
+    linkElsewhere(staging, place / "elsewhere");
+    trial.runtime.removeTree(staging);
+    expectElsewhere(place / "elsewhere");
 }
 
 void removesWhatIsGone(const Trial& trial) {
@@ -209,7 +224,7 @@ constexpr Weight requirement = Weight::requirement;
 constexpr const char* preparing = "prepareExtractionStaging";
 constexpr const char* removing = "removeExtractionTree";
 
-constexpr std::array<Requirement, 15> requirements = {{
+constexpr std::array<Requirement, 16> requirements = {{
     {requirement, preparing, "gives an empty directory", givesAnEmptyDirectory},
     {requirement, preparing, "gives another one when an earlier one was left behind",
      givesAnotherDirectory},
@@ -230,6 +245,7 @@ constexpr std::array<Requirement, 15> requirements = {{
      leavesTheDestinationUntilCommit},
     {requirement, removing, "removes the whole tree", removesTheTree},
     {requirement, removing, "removes nothing else", removesNothingElse},
+    {requirement, removing, "follows no link", followsNoLink},
     {requirement, removing, "returns when there is nothing to remove", removesWhatIsGone},
 }};
 

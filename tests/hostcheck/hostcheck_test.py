@@ -47,6 +47,7 @@ MOVES_EVERYTHING = COMMIT + "moves everything to the destination"
 SPARES = COMMIT + "spares what appeared at the destination meanwhile"
 KEEPS_OLD_TREE = COMMIT + "keeps the old tree when it fails"
 FAILURE_TEXT = COMMIT + "replaces the error text when it fails"
+REMOVES_LINKS = REMOVE + "follows no link"
 GZIP_CRC = CRC + "computes the CRC-32 of gzip and inverts nothing"
 COUNTS = CRC + "counts in 64 bits"
 SIZE = INFLATE + "refuses a wrong declared size"
@@ -121,6 +122,9 @@ DEFECTS = [
     ("commit replaces what appeared", {SPARES}, set()),
     ("remove keeps directories", {REMOVE + "removes the whole tree"}, set()),
     ("remove takes neighbours", {REMOVE + "removes nothing else"}, set()),
+    ("remove empties neighbours", {REMOVE + "removes nothing else"}, set()),
+    ("remove follows links to directories", {REMOVES_LINKS}, set()),
+    ("remove follows links to files", {REMOVES_LINKS}, set()),
     ("remove throws", {REMOVE + "returns when there is nothing to remove"}, set()),
     ("crc inverts", {GZIP_CRC, COUNTS}, set()),
     ("crc starts anew", {CRC + "continues over pieces"}, set()),

@@ -281,6 +281,24 @@ void removeNeighbours(const fs::path& destination) {
         if (!entry.is_directory()) fs::remove(entry);
 }
 
+void emptyNeighbours(const fs::path& destination) {
+    for (const auto& entry : fs::directory_iterator(destination.parent_path()))
+        if (entry.is_regular_file()) std::ofstream(entry.path(), std::ios::trunc);
+}
+
+/// Does to what symbolic links in the tree lead to as a deletion does that follows them.
+void followLinks(const std::string& function, const fs::path& tree) {
+    if (!fs::is_directory(tree)) return;
+    for (const auto& entry : fs::recursive_directory_iterator(tree)) {
+        if (!entry.is_symlink()) continue;
+        if (entry.is_directory() && has(function + " follows links to directories"))
+            for (const auto& inner : fs::directory_iterator(entry))
+                fs::remove_all(inner);
+        if (entry.is_regular_file() && has(function + " follows links to files"))
+            fs::remove(fs::canonical(entry));
+    }
+}
+
 /// Returns what zlib makes of the data, which may be followed by other bytes.
 std::optional<std::string> decodedByZlib(const std::string& packed, std::size_t& rest) {
     z_stream stream{};
@@ -420,6 +438,8 @@ void removeExtractionTree(const fs::path& staging) {
     if (has("remove throws") && !fs::exists(staging)) throw std::runtime_error("nothing there");
     if (has("remove keeps directories")) return removeFiles(staging);
     if (has("remove takes neighbours")) removeNeighbours(lastDestination);
+    if (has("remove empties neighbours")) emptyNeighbours(lastDestination);
+    followLinks("remove", staging);
     if (isStagedElsewhere()) fs::remove_all(staging);
     standIn (&removeExtractionTree)(standInsName(staging));
     DescriptorName::close();
