@@ -65,6 +65,31 @@ void keepsNothingOld(const Trial& trial) {
     expect(!fs::exists(destination / "old"), "nothing of the old tree", "old and new files mixed");
 }
 
+/// Returns what is beside `destination`, with all that is in it.
+Tree surroundings(const fs::path& destination) {
+    Tree tree = readTree(destination.parent_path());
+    const std::string inside = destination.filename().native() + "/";
+    std::erase_if(tree, [&](const auto& entry) { return entry.first.starts_with(inside); });
+    return tree;
+}
+
+/// Puts the sample tree in the place of an old one as the module does: whether that succeeds is a
+/// line of its own.
+void replaceOldTree(const Trial& trial, const fs::path& destination) {
+    const fs::path staging = prepareFilled(trial, destination, true);
+    if (!commit(trial, staging, destination).succeeded) trial.runtime.removeTree(staging);
+}
+
+/// A host may need a place for the old tree meanwhile, but every name may be taken.
+void leavesNeighboursAlone(const Trial& trial) {
+    const fs::path destination = trial.places.front() / "out";
+    fill(destination, {{"old", "old"}});
+    fill(trial.places.front(), neighbours());
+    replaceOldTree(trial, destination);
+    const std::string came = difference(neighbours(), surroundings(destination));
+    expect(came.empty(), "everything beside the destination as it was", came);
+}
+
 void leavesErrorAlone(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     const fs::path staging = prepareFilled(trial, destination);
@@ -141,7 +166,7 @@ void sparesWhatAppeared(const Trial& trial) {
 constexpr Weight requirement = Weight::requirement;
 constexpr const char* committing = "commitExtractionStaging";
 
-constexpr std::array<Requirement, 13> requirements = {{
+constexpr std::array<Requirement, 14> requirements = {{
     {requirement, committing, "moves everything to the destination", movesEverything},
     {requirement, committing, "moves an empty tree", movesAnEmptyTree},
     {requirement, committing, "leaves nothing to clean up", leavesNothingToCleanUp},
@@ -153,6 +178,8 @@ constexpr std::array<Requirement, 13> requirements = {{
      findsADestinationWithASlash},
     {requirement, committing, "replaces the directory that a symbolic link leads to", followsALink},
     {Weight::advice, committing, "keeps nothing of what it replaces", keepsNothingOld},
+    {requirement, committing, "leaves everything beside the destination as it was",
+     leavesNeighboursAlone},
     {requirement, committing, "leaves the error text alone when it succeeds", leavesErrorAlone},
     {requirement, committing, "reports when it cannot move the tree", reportsFailure},
     {requirement, committing, "replaces the error text when it fails", replacesErrorWhenItFails},

@@ -37,18 +37,6 @@ Tree treeElsewhere() {
     return {{"directory/", ""}, {"directory/file", "kept"}, {"file", "kept"}};
 }
 
-/// Returns the first thing in which `came` is not `tree`; nothing when they are equal.
-std::string difference(const Tree& tree, const Tree& came) {
-    for (const auto& [name, content] : tree) {
-        const auto found = came.find(name);
-        if (found == came.end()) return "no " + inQuotes(name);
-        if (found->second != content) return "other content in " + inQuotes(name);
-    }
-    for (const auto& [name, content] : came)
-        if (!tree.contains(name)) return inQuotes(name) + " in addition";
-    return "";
-}
-
 }  // namespace
 
 fs::path prepare(const Trial& trial, const fs::path& destination, bool overwrite) {
@@ -144,6 +132,17 @@ void linkElsewhere(const fs::path& root, const fs::path& elsewhere) {
 void expectElsewhere(const fs::path& elsewhere) {
     const std::string came = difference(treeElsewhere(), readTree(elsewhere));
     expect(came.empty(), "all that symbolic links lead to as it was", came);
+}
+
+std::string difference(const Tree& tree, const Tree& came) {
+    for (const auto& [name, content] : tree) {
+        const auto found = came.find(name);
+        if (found == came.end()) return "no " + inQuotes(name);
+        if (found->second != content) return "other content in " + inQuotes(name);
+    }
+    for (const auto& [name, content] : came)
+        if (!tree.contains(name)) return inQuotes(name) + " in addition";
+    return "";
 }
 
 std::string namesIn(const fs::path& directory) {

@@ -64,6 +64,9 @@ void linkElsewhere(const std::filesystem::path& root, const std::filesystem::pat
 /// Deviates when what linkElsewhere made in `elsewhere` is not as it was.
 void expectElsewhere(const std::filesystem::path& elsewhere);
 
+/// Returns the first thing in which `came` is not `tree`; nothing when they are equal.
+std::string difference(const Tree& tree, const Tree& came);
+
 /// Returns the names in `directory`, between quotation marks.
 std::string namesIn(const std::filesystem::path& directory);
 

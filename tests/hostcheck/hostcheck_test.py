@@ -45,6 +45,7 @@ REFUSAL_TEXT = PREPARE + "replaces the error text when it refuses"
 SAME_FILE_SYSTEM = PREPARE + "stays on the destination's file system"
 MOVES_EVERYTHING = COMMIT + "moves everything to the destination"
 SPARES = COMMIT + "spares what appeared at the destination meanwhile"
+BESIDE = COMMIT + "leaves everything beside the destination as it was"
 KEEPS_OLD_TREE = COMMIT + "keeps the old tree when it fails"
 FAILURE_TEXT = COMMIT + "replaces the error text when it fails"
 REMOVES_LINKS = REMOVE + "follows no link"
@@ -103,7 +104,11 @@ DEFECTS = [
     ("commit drops empty directories", {MOVES_EVERYTHING}, set()),
     ("commit adds a file", {MOVES_EVERYTHING}, set()),
     ("commit drops empty trees", {COMMIT + "moves an empty tree"}, set()),
-    ("commit leaves a file", {COMMIT + "leaves nothing to clean up"}, set()),
+    ("commit leaves a file", {COMMIT + "leaves nothing to clean up", BESIDE}, set()),
+    ("commit leaves the old tree", {BESIDE}, set()),
+    ("commit takes the name out.old", {BESIDE}, set()),
+    ("commit takes neighbours", {BESIDE}, set()),
+    ("commit empties a neighbour", {BESIDE}, set()),
     ("commit never replaces", {COMMIT + "replaces an existing destination that may be replaced"},
      set()),
     ("dots cancel each other", {COMMIT + "finds a destination that is spelled with dots"}, set()),

@@ -286,6 +286,18 @@ void emptyNeighbours(const fs::path& destination) {
         if (entry.is_regular_file()) std::ofstream(entry.path(), std::ios::trunc);
 }
 
+/// What is done to the destination's neighbours by a commit.
+void doWrongBesideDestination(const fs::path& destination) {
+    const std::string name = destination.native();
+    if (has("commit leaves a file")) std::ofstream(destination.parent_path() / ".committed");
+    if (has("commit takes the name out.old")) fs::remove_all(name + ".old");
+    if (has("commit empties a neighbour") && fs::exists(name + "~")) std::ofstream(name + "~");
+    if (has("commit leaves the old tree") && lastMayReplace) fs::create_directory(name + ".1");
+    if (!has("commit takes neighbours")) return;
+    for (const auto& entry : fs::directory_iterator(fs::absolute(destination).parent_path()))
+        if (entry.path().filename() != destination.filename()) fs::remove_all(entry);
+}
+
 /// Does to what symbolic links in the tree lead to as a deletion does that follows them.
 void followLinks(const std::string& function, const fs::path& tree) {
     if (!fs::is_directory(tree)) return;
@@ -428,8 +440,7 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
     const bool committed = standIn(&commitExtractionStaging)(source, misread(destination), error) ||
                            has("commit claims success");
     if (committed) DescriptorName::close();
-    if (committed && has("commit leaves a file") && isPlain(destination))
-        std::ofstream(destination.parent_path() / ".committed");
+    if (committed && isPlain(destination)) doWrongBesideDestination(destination);
     spoil("commit", !committed, before, error);
     return committed;
 }
