@@ -90,6 +90,16 @@ void leavesNeighboursAlone(const Trial& trial) {
     expect(came.empty(), "everything beside the destination as it was", came);
 }
 
+void followsNoLinkInTheOldTree(const Trial& trial) {
+    const fs::path& place = trial.places.front();
+    // Not beside the destination, which is a line of its own.
+    const fs::path destination = place / "inner/out";
+    fill(destination, {{"old", "old"}});
+    linkElsewhere(destination, place / "elsewhere");
+    replaceOldTree(trial, destination);
+    expectElsewhere(place / "elsewhere");
+}
+
 void leavesErrorAlone(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     const fs::path staging = prepareFilled(trial, destination);
@@ -166,7 +176,7 @@ void sparesWhatAppeared(const Trial& trial) {
 constexpr Weight requirement = Weight::requirement;
 constexpr const char* committing = "commitExtractionStaging";
 
-constexpr std::array<Requirement, 14> requirements = {{
+constexpr std::array<Requirement, 15> requirements = {{
     {requirement, committing, "moves everything to the destination", movesEverything},
     {requirement, committing, "moves an empty tree", movesAnEmptyTree},
     {requirement, committing, "leaves nothing to clean up", leavesNothingToCleanUp},
@@ -180,6 +190,8 @@ constexpr std::array<Requirement, 14> requirements = {{
     {Weight::advice, committing, "keeps nothing of what it replaces", keepsNothingOld},
     {requirement, committing, "leaves everything beside the destination as it was",
      leavesNeighboursAlone},
+    {requirement, committing, "follows no link in the tree that it replaces",
+     followsNoLinkInTheOldTree},
     {requirement, committing, "leaves the error text alone when it succeeds", leavesErrorAlone},
     {requirement, committing, "reports when it cannot move the tree", reportsFailure},
     {requirement, committing, "replaces the error text when it fails", replacesErrorWhenItFails},

@@ -46,6 +46,7 @@ SAME_FILE_SYSTEM = PREPARE + "stays on the destination's file system"
 MOVES_EVERYTHING = COMMIT + "moves everything to the destination"
 SPARES = COMMIT + "spares what appeared at the destination meanwhile"
 BESIDE = COMMIT + "leaves everything beside the destination as it was"
+REPLACES_LINKS = COMMIT + "follows no link in the tree that it replaces"
 KEEPS_OLD_TREE = COMMIT + "keeps the old tree when it fails"
 FAILURE_TEXT = COMMIT + "replaces the error text when it fails"
 REMOVES_LINKS = REMOVE + "follows no link"
@@ -109,6 +110,8 @@ DEFECTS = [
     ("commit takes the name out.old", {BESIDE}, set()),
     ("commit takes neighbours", {BESIDE}, set()),
     ("commit empties a neighbour", {BESIDE}, set()),
+    ("commit follows links to directories", {REPLACES_LINKS}, set()),
+    ("commit follows links to files", {REPLACES_LINKS}, set()),
     ("commit never replaces", {COMMIT + "replaces an existing destination that may be replaced"},
      set()),
     ("dots cancel each other", {COMMIT + "finds a destination that is spelled with dots"}, set()),

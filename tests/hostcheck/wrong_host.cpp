@@ -259,6 +259,19 @@ void keepOldFiles(const fs::path& destination, const fs::path& staging) {
                  fs::copy_options::recursive | fs::copy_options::skip_existing);
 }
 
+/// Does to what symbolic links in the tree lead to as a deletion does that follows them.
+void followLinks(const std::string& function, const fs::path& tree) {
+    if (!fs::is_directory(tree)) return;
+    for (const auto& entry : fs::recursive_directory_iterator(tree)) {
+        if (!entry.is_symlink()) continue;
+        if (entry.is_directory() && has(function + " follows links to directories"))
+            for (const auto& inner : fs::directory_iterator(entry))
+                fs::remove_all(inner);
+        if (entry.is_regular_file() && has(function + " follows links to files"))
+            fs::remove(fs::canonical(entry));
+    }
+}
+
 void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
     if (!fs::exists(staging)) return;
     if (has("staging holds a lock file")) fs::remove(staging / ".lock");
@@ -266,6 +279,7 @@ void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
     if (has("commit adds a file") && fs::exists(staging / "hollow"))
         std::ofstream(staging / ".index");
     if (has("commit drops empty directories")) dropEmptyDirectories(staging);
+    if (lastMayReplace && isPlain(destination)) followLinks("commit", destination);
     if (has("commit merges")) keepOldFiles(destination, staging);
     if (has("commit replaces what appeared") && isPlain(destination)) fs::remove_all(destination);
 }
@@ -296,19 +310,6 @@ void doWrongBesideDestination(const fs::path& destination) {
     if (!has("commit takes neighbours")) return;
     for (const auto& entry : fs::directory_iterator(fs::absolute(destination).parent_path()))
         if (entry.path().filename() != destination.filename()) fs::remove_all(entry);
-}
-
-/// Does to what symbolic links in the tree lead to as a deletion does that follows them.
-void followLinks(const std::string& function, const fs::path& tree) {
-    if (!fs::is_directory(tree)) return;
-    for (const auto& entry : fs::recursive_directory_iterator(tree)) {
-        if (!entry.is_symlink()) continue;
-        if (entry.is_directory() && has(function + " follows links to directories"))
-            for (const auto& inner : fs::directory_iterator(entry))
-                fs::remove_all(inner);
-        if (entry.is_regular_file() && has(function + " follows links to files"))
-            fs::remove(fs::canonical(entry));
-    }
 }
 
 /// Returns what zlib makes of the data, which may be followed by other bytes.
