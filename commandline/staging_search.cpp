@@ -8,7 +8,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -34,15 +36,25 @@ fs::path entryOf(fs::path path) {
     return path;
 }
 
-/// What an entry's name begins with after its dot: the destination's name or, where that is too
-/// long for a mark behind it, the most of it. Empty when the entry is none of ours.
-std::string_view nameWithin(const StagingPlace& place, std::string_view entry) {
+/// Whether `name` is what is left of a name that is too long for a mark behind it. Such a name is
+/// cut between two characters, so that the bytes of a character may be missing that begins early.
+bool isCutTo(std::string_view name, std::string_view whole) {
     constexpr std::size_t cutOnlyAbove = 200;
+    if (whole.size() <= cutOnlyAbove || !whole.starts_with(name)) return false;
+    if (name.size() > cutOnlyAbove) return true;
+    const std::string_view rest = whole.substr(name.size() + 1, cutOnlyAbove - name.size());
+    return std::all_of(rest.begin(), rest.end(),
+                       [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; });
+}
+
+/// What an entry's name begins with after its dot: the destination's name or, where that is too
+/// long, what it is cut to. Nothing when the entry is none of ours.
+std::optional<std::string_view> nameWithin(const StagingPlace& place, std::string_view entry) {
     const std::size_t end = entry.rfind(mark);
-    if (!entry.starts_with('.') || end == std::string_view::npos || end == 0) return {};
+    if (!entry.starts_with('.') || end == std::string_view::npos || end == 0) return std::nullopt;
     const std::string_view name = entry.substr(1, end - 1);
-    const bool isCut = name.size() > cutOnlyAbove && place.name.starts_with(name);
-    return isCut || name == place.name ? name : std::string_view();
+    const bool isOurs = name == place.name || isCutTo(name, place.name);
+    return isOurs ? std::optional(name) : std::nullopt;
 }
 
 bool isOfThisRun(const StagingPlace& place, int directory, const char* entry) {
@@ -141,9 +153,9 @@ void tellStaging(const StagingPlace& place, FixedText& text) {
     bool isLeft = false;
     for (DirectoryEntries entries; entries.read(directory);) {
         entries.forEach([&](const char* entry) {
-            const std::string_view name = nameWithin(place, entry);
-            if (name.empty() || !isOfThisRun(place, directory, entry)) return;
-            tellEntry(place, entry, name, change, text);
+            const auto name = nameWithin(place, entry);
+            if (!name || !isOfThisRun(place, directory, entry)) return;
+            tellEntry(place, entry, *name, change, text);
             isLeft = true;
         });
     }

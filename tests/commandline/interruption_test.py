@@ -189,6 +189,21 @@ class InterruptionTest(SignalCase):
                                  rb"\.vesk-unpacking-[\w-]+' is left and can be removed\r\n\Z")
                 shutil.rmtree(self.path(os.path.dirname(dest)))
 
+    def test_a_left_over_with_a_name_that_is_cut_to_little_is_named(self):
+        for dest in [b"\x80" * 240, b"ab" + b"\x80" * 238]:
+            with self.subTest(dest=dest):
+                process = self.waiting((b"unpack", b"in.tar", dest), UNPACKING_CALLS,
+                                       VESK_PATIENCE="ordinary")
+                other = b".b.vesk-unpacking-new-aaaaaa"
+                os.mkdir(self.path(other))
+                [left] = [name for name in self.listing() if b".vesk-" in name and name != other]
+                process.send_signal(signal.SIGTERM)
+                said = finish_waiting(process).err
+                self.assertIn(b"'" + left + b"' is left", said)
+                self.assertNotIn(other, said)
+                shutil.rmtree(self.path(left))
+                os.rmdir(self.path(other))
+
     def test_one_signal_is_enough_while_the_program_waits_for_a_fifo_to_be_opened(self):
         os.mkfifo(self.path(b"fifo.tar"))
         rows = [("make", (b"make", b"--overwrite", b"src", b"fifo.tar")),
