@@ -151,7 +151,8 @@ void tellStaging(const StagingPlace& place, FixedText& text) {
     const Change change = directory == -1 ? Change::none : changeOf(place, directory);
     if (change == Change::replaced) text << "; the archive was unpacked";
     bool isLeft = false;
-    for (DirectoryEntries entries; entries.read(directory);) {
+    DirectoryEntries entries;
+    while (entries.read(directory)) {
         entries.forEach([&](const char* entry) {
             const auto name = nameWithin(place, entry);
             if (!name || !isOfThisRun(place, directory, entry)) return;
@@ -160,6 +161,10 @@ void tellStaging(const StagingPlace& place, FixedText& text) {
         });
     }
     if (directory != -1) close(directory);
+    if (entries.size < 0) {
+        text << "; something may be left beside the destination";
+        return;
+    }
     if (!isLeft && change == Change::none) text << "; the destination is as it was";
 }
 

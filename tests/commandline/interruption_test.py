@@ -204,6 +204,26 @@ class InterruptionTest(SignalCase):
                 shutil.rmtree(self.path(left))
                 os.rmdir(self.path(other))
 
+    def test_where_the_directory_cannot_be_read_something_may_be_left(self):
+        os.mkdir(self.path(b"closed"))
+        os.chmod(self.cwd, 0o755)
+        os.chmod(self.path(b"closed"), 0o333)
+
+        def become_ordinary_user():
+            if os.geteuid() == 0:
+                os.setgroups([])
+                os.setresgid(65534, 65534, 65534)
+                os.setresuid(65534, 65534, 65534)
+        process = start((b"unpack", b"in.tar", b"closed/dest"), self.cwd,
+                        environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary"),
+                        preexec_fn=become_ordinary_user)
+        self.assertEqual(process.stdout.read(1), b".")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process).err, b"vesk-archive: interrupted; something may be "
+                         b"left beside the destination\n")
+        os.chmod(self.path(b"closed"), 0o755)
+        self.assertEqual(len(os.listdir(self.path(b"closed"))), 1)
+
     def test_one_signal_is_enough_while_the_program_waits_for_a_fifo_to_be_opened(self):
         os.mkfifo(self.path(b"fifo.tar"))
         rows = [("make", (b"make", b"--overwrite", b"src", b"fifo.tar")),
