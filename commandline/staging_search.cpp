@@ -101,8 +101,10 @@ void tellEntry(const StagingPlace& place, std::string_view entry, std::string_vi
         tellBytes(name, place.isEscaped, text);
     }
     tellBytes(entry.substr(1 + name.size()), place.isEscaped, text);
-    text << (change == Change::gone ? "' is left and may hold the old destination"
-                                    : "' is left and can be removed");
+    // Its name does not tell which process made it.
+    text << (change == Change::gone
+                 ? "' is left and may hold the old destination"
+                 : "' is left and can be removed unless another unpacking made it");
 }
 
 /// What the system call getdents64 gives.

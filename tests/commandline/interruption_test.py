@@ -23,6 +23,8 @@ from program_case import *
 UNTOUCHED = {"unpack": b"vesk-archive: interrupted; the destination is as it was\n",
              "make": b"vesk-archive: interrupted; the archive was not written\n"}
 
+REMOVABLE = b"' is left and can be removed unless another unpacking made it\n"
+
 # Those that end a process unless it does something about them, and that it can do something about.
 ENDING = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1,
           signal.SIGUSR2, signal.SIGALRM, signal.SIGXCPU, signal.SIGVTALRM, signal.SIGPROF,
@@ -142,7 +144,7 @@ class InterruptionTest(SignalCase):
     def assert_the_left_over_is_named(self, err, beginning=b"vesk-archive: interrupted"):
         left = [name for name in self.listing() if name.startswith(b".dest.vesk-")]
         self.assertEqual(len(left), 1)
-        self.assertEqual(err, beginning + b"; '" + left[0] + b"' is left and can be removed\n")
+        self.assertEqual(err, beginning + b"; '" + left[0] + REMOVABLE)
         shutil.rmtree(self.path(left[0]))
 
     def test_a_program_that_is_held_up_ends_all_the_same_and_what_it_leaves_is_named(self):
@@ -186,7 +188,7 @@ class InterruptionTest(SignalCase):
                 finish(process)
                 self.assertRegex(os.read(terminal, 4096),
                                  rb"\Avesk-archive: interrupted; '" + shown +
-                                 rb"\.vesk-unpacking-[\w-]+' is left and can be removed\r\n\Z")
+                                 rb"\.vesk-unpacking-[\w-]+" + REMOVABLE[:-1] + rb"\r\n\Z")
                 shutil.rmtree(self.path(os.path.dirname(dest)))
 
     def test_a_left_over_with_a_name_that_is_cut_to_little_is_named(self):
@@ -304,7 +306,8 @@ class InterruptionTest(SignalCase):
         finish(process)
 
     def test_what_is_left_is_told_by_what_has_become_of_the_destination(self):
-        removable, precious = "can be removed", "may hold the old destination"
+        removable = "can be removed unless another unpacking made it"
+        precious = "may hold the old destination"
         rows = [(False, lambda dest: None, "", removable),
                 (False, os.mkdir, "; the archive was unpacked", removable),
                 (True, lambda dest: None, "", removable),
