@@ -9,6 +9,7 @@
 
 #include "commandline/archive_target.h"
 #include "commandline/interruption.h"
+#include "commandline/made_parents.h"
 #include "commandline/making_file.h"
 #include "commandline/module_library.h"
 #include "commandline/progress_line.h"
@@ -80,7 +81,12 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watc
     const ArchiveTarget target =
         findArchiveTarget(arguments.archive, arguments.tree, arguments.overwrite);
     const Call call{method, arguments.tree, target.modulePath, {target.moduleOverwrites, false}};
-    if (!target.file) return callModule(call, watch, !arguments.quiet);
+    MadeParents parents(arguments.archive);
+    if (!target.file) {
+        auto error = callModule(call, watch, !arguments.quiet);
+        if (!error) parents.keep();
+        return error;
+    }
 
     MakingFile file(target.modulePath, *target.file, arguments.overwrite);
     watch.file = &file;
@@ -91,7 +97,9 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watc
     } catch (const NameTaken&) {
         message = "Cannot create archive";
     }
-    return message == nullptr ? Failure() : standin::PendingError{"IOException", message};
+    if (message != nullptr) return standin::PendingError{"IOException", message};
+    parents.keep();
+    return std::nullopt;
 }
 
 Failure unpackArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {

@@ -9,6 +9,7 @@ import os
 import re
 import resource
 import shutil
+import signal
 import stat
 import subprocess
 import threading
@@ -151,6 +152,33 @@ class MessagesTest(MakingCase):
     def test_missing_directories_are_made(self):
         self.assert_makes(b"src", b"a/../b/c/new.tar")
         self.assertEqual(self.read(b"b/c/new.tar"), self.made)
+
+
+class ParentsTest(MakingCase):
+    """The missing directories on the way to the archive."""
+
+    def test_directories_that_were_made_for_nothing_are_removed(self):
+        os.symlink(b"nowhere", self.path(b"src/dangling"))
+        os.mkdir(self.path(b"there"))
+        for archive in [b"new/deep/o.tar", b"there/new/deep/o.tar", b"new/../other/o.tar",
+                        self.path(b"new/deep/o.tar"), b"new/" + b"x" * 256 + b"/o.tar"]:
+            with self.subTest(archive=archive):
+                self.assertEqual(self.make(b"src", archive).status, 1)
+                self.assertEqual(self.listing(), [b"src", b"there"])
+                self.assertEqual(os.listdir(self.path(b"there")), [])
+
+    def test_directories_that_were_made_are_removed_when_a_signal_ends_the_making(self):
+        result = self.make(b"src", b"new/deep/o.tar",
+                           env=environment(str(int(signal.SIGTERM)), MAKING_CALLS))
+        self.assertEqual(result.status, -signal.SIGTERM)
+        self.assertEqual(self.listing(), [b"src"])
+
+    def test_directories_that_hold_anything_else_by_then_stay(self):
+        process = self.waiting(b"src", b"new/deep/o.tar", call=4)
+        self.write(b"new/other")
+        os.remove(self.path(b"src/sub/b"))
+        self.assertEqual(finish(process).status, 1)
+        self.assertEqual(os.listdir(self.path(b"new")), [b"other"])
 
 
 class FileTest(MakingCase):
