@@ -26,15 +26,18 @@ std::atomic<Stage> stage = Stage::making;
 std::atomic<bool> isTold = false;
 std::atomic<int> makingDescriptor = -1;
 const std::string* makingPath = nullptr;
+const std::string* makingTarget = nullptr;
 const std::string* shownMakingPath = nullptr;
 const StagingPlace* place = nullptr;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<Stage>::is_always_lock_free, "read in a signal handler");
 
-/// Whether the file has a name still: its last, under which it was made, is removed first.
+/// Whether the file has taken its place, whatever else has become of its names.
 bool archiveIsInPlace() {
-    struct stat status {};
-    return fstat(makingDescriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink > 0;
+    struct stat made {};
+    struct stat there {};
+    return fstat(makingDescriptor, &made) == 0 && lstat(makingTarget->c_str(), &there) == 0 &&
+           made.st_dev == there.st_dev && made.st_ino == there.st_ino;
 }
 
 void tellMakingFile(FixedText& text) {
@@ -75,7 +78,9 @@ bool standardErrorTakesText() {
 
 }  // namespace
 
-void expectMakingIn(const std::filesystem::path& temporary, int descriptor) {
+void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target,
+                    int descriptor) {
+    makingTarget = new std::string(target.native());
     makingPath = new std::string(temporary.native());
     shownMakingPath = new std::string(forStandardError(temporary.native()));
     makingDescriptor = descriptor;

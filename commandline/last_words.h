@@ -12,8 +12,9 @@ namespace vesk::commandline {
 // At first the work is taken to be the making of an archive that is written directly.
 
 /// From now on the work is the making of an archive in the file `temporary`, which the last words
-/// remove if it is there still. `descriptor` refers to it and is never closed.
-void expectMakingIn(const std::filesystem::path& temporary, int descriptor);
+/// remove, and which is to become `target`. `descriptor` refers to it and is never closed.
+void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target,
+                    int descriptor);
 
 /// From now on the work is the unpacking of an archive to `destination`.
 void expectUnpacking(const std::filesystem::path& destination);

@@ -127,7 +127,7 @@ bool MakingFile::createPrivate() {
 bool MakingFile::open(int flags, mode_t mode) {
     descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, mode);
     if (descriptor_ == -1) return false;
-    expectMakingIn(path_, descriptor_);
+    expectMakingIn(path_, target_, descriptor_);
     ordinaryMode_ = modeOf(descriptor_);
     return true;
 }

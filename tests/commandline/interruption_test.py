@@ -403,6 +403,15 @@ class InterruptionTest(SignalCase):
         self.assertEqual(result, (-signal.SIGTERM, b"", UNTOUCHED["make"]))
 
 
+class RenamedDirectoryTest(SignalCase):
+    def test_an_archive_whose_directory_was_renamed_is_not_said_to_be_written(self):
+        os.mkdir(self.path(b"out"))
+        process = self.waiting((b"make", b"src", b"out/new.tar"), MAKING_CALLS)
+        os.rename(self.path(b"out"), self.path(b"renamed"))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+
+
 class AnyMomentTest(SignalCase):
     """Every signal at moments chosen by chance, as VESK_SIGNAL_MOMENTS says how many; else at 2."""
 
