@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <ios>
 #include <locale>
+#include <streambuf>
 
 namespace vesk::io::archives {
 
@@ -13,10 +14,11 @@ namespace vesk::io::archives {
 ///
 /// A file stream starts with the global locale, whose facet for character codes may convert what
 /// is read and written. The classic one converts nothing. It is given to the buffer alone, which
-/// moves the bytes; the stream around it formats none.
+/// moves the bytes, and only where that has another: taking one on costs more than looking.
 template <typename FileStream>
 void openForBytes(FileStream& file, const std::filesystem::path& path, std::ios::openmode mode) {
-    file.rdbuf()->pubimbue(std::locale::classic());
+    std::streambuf& buffer = *file.rdbuf();
+    if (buffer.getloc() != std::locale::classic()) buffer.pubimbue(std::locale::classic());
     file.open(path.native(), std::ios::binary | mode);
 }
 

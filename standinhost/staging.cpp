@@ -151,8 +151,9 @@ bool leadsTo(const fs::path& path, int tree) {
 /// becomes of the paths above; where the system has no such paths, without links and dots, so that
 /// its normal form means the same. Empty when there is neither.
 fs::path pathToTree(const Staging& staging) {
-    const std::string number = std::to_string(staging.directory.number());
-    fs::path path = fs::path("/proc/self/fd") / number / treeName;
+    // By this process's number and not by "self", a link that every entry would follow.
+    fs::path path = "/proc/" + std::to_string(staging.process) + "/fd/" +
+                    std::to_string(staging.directory.number()) + "/" + treeName;
     if (leadsTo(path, staging.tree.number())) return path;
     path = (staging.directoryLeft.path / treeName).lexically_normal();
     return leadsTo(path, staging.tree.number()) ? path : fs::path();

@@ -47,7 +47,7 @@ std::string pathAt(int descriptor) {
 
 /// Returns `path` with the directory in the place of the descriptor through which the path leads.
 std::string withoutDescriptor(const std::string& path) {
-    const std::string descriptors = "/proc/self/fd/";
+    const std::string descriptors = "/proc/" + std::to_string(getpid()) + "/fd/";
     if (!path.starts_with(descriptors)) return path;
     const std::size_t end = std::min(path.find('/', descriptors.size()), path.size());
     return pathAt(std::stoi(path.substr(descriptors.size()))) + path.substr(end);
