@@ -60,7 +60,8 @@ Prediction predictArchive(const MakeCase& makeCase, const MakeScene& scene) {
 }
 
 bool isInSource(const MakeScene& scene) {
-    return scene.source.there && scene.archive.there &&
+    // Only a regular file is stored: what is written to a FIFO there cannot come back into it.
+    return scene.source.there && scene.archive.there && S_ISREG(scene.archive.there->st_mode) &&
            isAtOrBelow(scene.archive.path, scene.source.path);
 }
 
