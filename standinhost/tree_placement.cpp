@@ -82,7 +82,7 @@ bool adoptPermissions(Entry taker, Entry giver) {
     if (!statusOf(taker, fresh)) return false;
     const bool isSuperuser = geteuid() == 0;
     const uid_t owner = isSuperuser ? old.st_uid : fresh.st_uid;
-    // An ordinary user may hand it to a group that he is in; the bits for groups need no more.
+    // An ordinary user can give it to a group that he is in; to another he need not.
     if ((fresh.st_uid != owner || fresh.st_gid != old.st_gid) &&
         fchownat(taker.directory, taker.name, owner, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0 &&
         isSuperuser)

@@ -397,15 +397,15 @@ TEST(Prepare, FollowsLinksWhereItCannotSeeItsOwnPath) {
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{0777});
     const std::string error = asOrdinaryUser([&] {
-        writeFile(dir / "closed/work/sub/pointed/old", "old");
-        fs::create_symlink("pointed", dir / "closed/work/sub/link");
-        fs::current_path(dir / "closed/work");
+        writeFile(dir / "closed/place/sub/pointed/old", "old");
+        fs::create_symlink("pointed", dir / "closed/place/sub/link");
+        fs::current_path(dir / "closed/place");
         fs::permissions(dir / "closed", fs::perms{0});
         return commit(stageNewTree("sub/link", true), "sub/link").error;
     });
     EXPECT_EQ(error, "before");
     fs::permissions(dir / "closed", fs::perms{0755});
-    EXPECT_EQ(readFile(dir / "closed/work/sub/pointed/new"), "new");
+    EXPECT_EQ(readFile(dir / "closed/place/sub/pointed/new"), "new");
 }
 
 /// Goes into `directory`, extracts to `destination` there and tells what went wrong.
