@@ -39,7 +39,7 @@ void readMember(benchmark::State& state) {
     for (auto _ : state) {
         ByteBuffer copy;
         copy.append(member.data(), member.size());
-        std::string content;
+        GzipContent content;
         std::string errorText;
         if (!gzipReadMember(std::move(copy), content, errorText)) {
             state.SkipWithError(errorText.c_str());

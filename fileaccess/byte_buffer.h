@@ -8,15 +8,12 @@
 namespace vesk::io::archives {
 
 /// Owns its bytes; moves, never copies. Sizes are in bytes. No member touches memory that is about
-/// to be overwritten, and growth lets the allocator move pages instead of copying them. Allocation
+/// to be overwritten, and a large buffer grows by moving pages instead of copying them. Allocation
 /// failure is std::bad_alloc; room that no buffer can have is
 /// std::length_error("vector::reserve").
 class ByteBuffer {
 public:
     ByteBuffer() noexcept = default;
-
-    /// Makes `size` zero bytes, without a pass over them where the system gives fresh zero pages.
-    explicit ByteBuffer(std::size_t size);
 
     ByteBuffer(ByteBuffer&& other) noexcept;
     ByteBuffer& operator=(ByteBuffer&& other) noexcept;
@@ -44,9 +41,11 @@ public:
     /// Appends `count` zero bytes.
     void appendZeros(std::size_t count);
 
-private:
-    std::uint8_t* grownEnd(std::size_t count);
+    /// Appends `count` bytes of any content, which the caller overwrites, and returns the first of
+    /// them. With a count of 0 it may be null.
+    std::uint8_t* extend(std::size_t count);
 
+private:
     std::uint8_t* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;

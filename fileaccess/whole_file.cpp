@@ -37,9 +37,10 @@ ByteBuffer zipReadFileBytes(const std::filesystem::path& path) {
         return raiseUnreadable(path);
     }
 
-    ByteBuffer bytes(static_cast<std::size_t>(size));
+    ByteBuffer bytes;
     if (size > 0) {
-        file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
+        std::uint8_t* const room = bytes.extend(static_cast<std::size_t>(size));
+        file.read(reinterpret_cast<char*>(room), static_cast<std::streamsize>(size));
         if (file.fail() || file.gcount() != end) return raiseUnreadable(path);
     }
     return bytes;

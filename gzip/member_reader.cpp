@@ -7,7 +7,6 @@
 #include <sstream>
 #include <utility>
 
-#include "fileaccess/large_pages.h"
 #include "gzip/member_format.h"
 #include "module/host/failure.h"
 
@@ -100,20 +99,23 @@ struct GzipTrailer {
 // usually takes.
 constexpr std::uint64_t commonExpansion = 8;
 
-std::string withRoomFor(std::uint64_t size) {
-    std::string text;
+// String streams whose strings are large blocks.
+using ContentInput = std::basic_istringstream<char, std::char_traits<char>, BlockAllocator<char>>;
+using ContentOutput = std::basic_ostringstream<char, std::char_traits<char>, BlockAllocator<char>>;
+
+GzipContent withRoomFor(std::uint64_t size) {
+    GzipContent text;
     text.reserve(size);
-    preferLargePages(text.data(), text.capacity());
     return text;
 }
 
-bool inflatePayload(std::string payload, const GzipTrailer& trailer, std::string& content,
+bool inflatePayload(GzipContent payload, const GzipTrailer& trailer, GzipContent& content,
                     std::string& errorText) {
     const std::uint64_t payloadSize = payload.size();
-    std::istringstream in(std::move(payload), std::ios::binary);
+    ContentInput in(std::move(payload), std::ios::binary);
     // Room for what usually comes, so that it does not grow by copying. Whatever is declared beyond
     // that gets room as it comes, for the declared size may be a lie.
-    std::ostringstream out(
+    ContentOutput out(
         withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * commonExpansion)),
         std::ios::binary);
     std::uint32_t crc = 0;
@@ -128,7 +130,7 @@ bool inflatePayload(std::string payload, const GzipTrailer& trailer, std::string
 
 }  // namespace
 
-bool gzipReadMember(ByteBuffer member, std::string& content, std::string& errorText) {
+bool gzipReadMember(ByteBuffer member, GzipContent& content, std::string& errorText) {
     if (!checkFixedFields(member, errorText)) return false;
 
     HeaderCursor header{member.data(), gzipHeaderSize, member.size() - gzipTrailerSize};
@@ -139,7 +141,7 @@ bool gzipReadMember(ByteBuffer member, std::string& content, std::string& errorT
 
     const std::uint8_t* const payloadEnd = member.data() + header.payloadEnd;
     const GzipTrailer trailer{uint32At(payloadEnd), uint32At(payloadEnd + 4)};
-    std::string payload = withRoomFor(header.payloadEnd - header.position);
+    GzipContent payload = withRoomFor(header.payloadEnd - header.position);
     payload.append(reinterpret_cast<const char*>(member.data()) + header.position,
                    header.payloadEnd - header.position);
     member = ByteBuffer();

@@ -5,8 +5,12 @@
 #include <string>
 
 #include "fileaccess/byte_buffer.h"
+#include "fileaccess/memory_block.h"
 
 namespace vesk::io::archives {
+
+/// What a member holds, decoded.
+using GzipContent = std::basic_string<char, std::char_traits<char>, BlockAllocator<char>>;
 
 /// Decodes the gzip member that fills the whole of `member` into `content`.
 ///
@@ -16,6 +20,6 @@ namespace vesk::io::archives {
 /// gzip extra field", "Truncated gzip file name", "Truncated gzip comment", "Truncated gzip header
 /// checksum", "Invalid gzip header checksum", "Missing gzip DEFLATE payload", the inflater's own
 /// message, or "Invalid gzip checksum"; `content` is then unchanged.
-bool gzipReadMember(ByteBuffer member, std::string& content, std::string& errorText);
+bool gzipReadMember(ByteBuffer member, GzipContent& content, std::string& errorText);
 
 }  // namespace vesk::io::archives

@@ -24,7 +24,7 @@ void vesk_io_archives_TgzArchiver_unpackArchive(void* /*context*/, const char* a
     auto archive = readArchive(archivePath);
     if (!archive) return;
 
-    std::string tarBytes;
+    GzipContent tarBytes;
     std::string errorText;
     if (!gzipReadMember(std::move(*archive), tarBytes, errorText)) {
         raiseFailure(errorText.c_str());

@@ -22,7 +22,7 @@ using namespace vesk::testing;
 /// Both texts hold a word beforehand: a failure replaces the error, a success the content.
 struct Reading {
     bool done = false;
-    std::string content = "old";
+    GzipContent content = "old";
     std::string errorText;
     std::vector<std::string> calls;
 };
@@ -31,8 +31,8 @@ using Calls = std::vector<std::string>;
 
 Reading readMember(const std::string& member, RecordingHost& host, std::string errorText = "") {
     // Exactly as large as the member, so that the sanitizer notices a byte read beyond it.
-    ByteBuffer bytes(member.size());
-    if (!member.empty()) std::memcpy(bytes.data(), member.data(), member.size());
+    ByteBuffer bytes;
+    if (!member.empty()) std::memcpy(bytes.extend(member.size()), member.data(), member.size());
     Reading reading;
     reading.errorText = std::move(errorText);
     reading.done = gzipReadMember(std::move(bytes), reading.content, reading.errorText);
@@ -47,7 +47,7 @@ Reading readMember(const std::string& member) {
 
 void expectContent(const Reading& reading, const std::string& content) {
     EXPECT_TRUE(reading.done);
-    EXPECT_EQ(reading.content, content);
+    EXPECT_EQ(std::string_view(reading.content), content);
     EXPECT_EQ(reading.errorText, "word");
 }
 

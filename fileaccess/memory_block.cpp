@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+// Blocks of memory: small ones from the C allocator, large ones from the system.
+#include "fileaccess/memory_block.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#if __has_include(<sys/mman.h>)
+#include <sys/mman.h>
+#endif
+
+namespace vesk::io::archives {
+
+namespace {
+
+void* growAllocated(void* block, std::size_t newSize) {
+    // A container would copy where the allocator may grow a block in place.
+    void* const grown = std::realloc(block, newSize);  // NOLINT(cppcoreguidelines-no-malloc)
+    if (grown == nullptr) throw std::bad_alloc();
+    return grown;
+}
+
+void freeAllocated(void* block) noexcept {
+    std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
+}
+
+}  // namespace
+
+#if defined(MADV_HUGEPAGE) && defined(MREMAP_MAYMOVE)
+
+namespace {
+
+enum : std::size_t {
+    largePageSize = 2 << 20,
+    largeBlock = 1 << 20,
+};
+
+// Whole large pages: such a mapping begins at one, and keeps them when it is moved to grow.
+std::size_t mappingSize(std::size_t size) {
+    return (size + largePageSize - 1) / largePageSize * largePageSize;
+}
+
+void* map(std::size_t size) {
+    void* const mapping = mmap(nullptr, mappingSize(size), PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapping == MAP_FAILED) throw std::bad_alloc();
+    madvise(mapping, mappingSize(size), MADV_HUGEPAGE);
+    return mapping;
+}
+
+void* growMapping(void* mapping, std::size_t size, std::size_t newSize) {
+    void* const grown = mremap(mapping, mappingSize(size), mappingSize(newSize), MREMAP_MAYMOVE);
+    if (grown == MAP_FAILED) throw std::bad_alloc();
+    return grown;
+}
+
+}  // namespace
+
+void* growBlock(void* block, std::size_t size, std::size_t newSize) {
+    if (newSize < largeBlock) return growAllocated(block, newSize);
+    if (size >= largeBlock) return growMapping(block, size, newSize);
+
+    void* const mapping = map(newSize);
+    if (size > 0) std::memcpy(mapping, block, size);
+    freeAllocated(block);
+    return mapping;
+}
+
+void freeBlock(void* block, std::size_t size) noexcept {
+    if (size < largeBlock) return freeAllocated(block);
+    munmap(block, mappingSize(size));
+}
+
+#else
+
+void* growBlock(void* block, std::size_t /*size*/, std::size_t newSize) {
+    return growAllocated(block, newSize);
+}
+
+void freeBlock(void* block, std::size_t /*size*/) noexcept {
+    freeAllocated(block);
+}
+
+#endif
+
+}  // namespace vesk::io::archives
