@@ -5,7 +5,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "fileaccess/byte_stream.h"
+#include "fileaccess/byte_file.h"
 #include "module/host/failure.h"
 
 namespace vesk::io::archives {
@@ -37,8 +37,9 @@ bool archivePrepareArchivePath(const std::filesystem::path& archivePath, bool ov
 void archiveWriteFileBytes(const std::filesystem::path& archivePath, const ByteBuffer& bytes) {
     if (!createArchiveParent(archivePath)) return;
 
-    std::ofstream file;
-    openForBytes(file, archivePath, std::ios::out | std::ios::trunc);
+    ByteFile<std::ofstream> archive;
+    archive.open(archivePath.native(), std::ios::out | std::ios::trunc);
+    std::ofstream& file = archive.stream();
     if (file.fail()) {
         raiseFailure("Cannot create archive");
         return;

@@ -47,7 +47,9 @@ std::optional<ByteBuffer> readArchive(const char* archivePath) {
         return std::nullopt;
     }
 
-    ByteBuffer bytes = zipReadFileBytes(path);
+    ByteFile<std::ifstream> file;
+    ByteBuffer bytes;
+    zipReadFileBytes(path.native(), file, bytes);
     if (Vesk_hasPendingError() != 0) return std::nullopt;
     return bytes;
 }

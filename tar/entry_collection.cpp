@@ -17,8 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string withSingleSeparators(std::string_view text) {
+    if (text.find("//") == std::string_view::npos) return std::string(text);
     std::string name;
-    name.reserve(text.size());
     std::unique_copy(text.begin(), text.end(), std::back_inserter(name),
                      [](char left, char right) { return left == '/' && right == '/'; });
     return name;
@@ -45,7 +45,7 @@ void walkDirectory(const fs::path& source, std::vector<ArchiveEntryInfo>& entrie
             std::string name = nameBelow(source, path);
             // Never empty, since every component has a name; an entry without one could not be
             // read.
-            if (!name.empty()) entries.push_back({path, std::move(name)});
+            if (!name.empty()) entries.push_back({path.native(), std::move(name)});
         }
         position.increment(error);
     }
@@ -62,7 +62,7 @@ std::vector<ArchiveEntryInfo> collectArchiveEntries(const fs::path& source) {
     }
 
     if (fs::is_regular_file(source, error) && !error) {
-        entries.push_back({source, zipNormalizeEntryName(source.filename())});
+        entries.push_back({source.native(), zipNormalizeEntryName(source.filename())});
     } else if (fs::is_directory(source, error) && !error) {
         walkDirectory(source, entries, error);
         if (error) {

@@ -10,8 +10,8 @@ namespace vesk::io::archives {
 
 /// One regular file to be archived.
 struct ArchiveEntryInfo {
-    std::filesystem::path sourcePath;  ///< where its bytes are read from
-    std::string entryName;  ///< its name in the archive: relative, "/" between components
+    std::string sourcePath;  ///< where its bytes are read from: a path's native text
+    std::string entryName;   ///< its name in the archive: relative, "/" between components
 };
 
 /// Returns the regular files of `source`, itself a file or a directory, in ascending byte order of

@@ -48,10 +48,18 @@ bool tarIsSafeEntryName(const std::string& entryName) {
     // is what the conversion below sees.
     if (entryName.find('\0') != std::string::npos) return false;
 
+    const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
+    if (isEveryElementSafe(path.native())) return true;
     // Normalisation folds every inner "..", so one that is left climbs out of the root.
-    const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str()).lexically_normal();
-    if (path == "." || path.has_root_path()) return false;
-    return isEveryElementSafe(path.native());
+    const std::filesystem::path normal = path.lexically_normal();
+    if (normal == "." || normal.has_root_path()) return false;
+    return isEveryElementSafe(normal.native());
+}
+
+std::string tarTargetName(const std::string& entryName) {
+    const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
+    // Its elements are safe only where it is in its normal form, as nearly every name is.
+    return isEveryElementSafe(path.native()) ? path.native() : path.lexically_normal().native();
 }
 
 }  // namespace vesk::io::archives

@@ -20,4 +20,8 @@ std::string tarReadEntryName(std::span<const std::uint8_t, tarBlockSize> block);
 /// text alone decides.
 bool tarIsSafeEntryName(const std::string& entryName);
 
+/// Returns where the entry with the safe name `entryName` goes below the root: the name, converted
+/// by Vesk_runtimeFsPath and normalised, as a path's native text.
+std::string tarTargetName(const std::string& entryName);
+
 }  // namespace vesk::io::archives

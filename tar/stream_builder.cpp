@@ -2,7 +2,7 @@
 // Building a TAR stream: entry by entry, then the end marker.
 #include "tar/stream_builder.h"
 
-#include <array>
+#include <span>
 
 #include "fileaccess/whole_file.h"
 #include "module/host/failure.h"
@@ -14,17 +14,19 @@ namespace vesk::io::archives {
 namespace {
 
 // Appends the header block, the data and its padding; false when an exception is pending.
-bool appendEntry(ByteBuffer& stream, const ArchiveEntryInfo& entry) {
-    const ByteBuffer data = zipReadFileBytes(entry.sourcePath);
+bool appendEntry(const ArchiveEntryInfo& entry, ByteFile<std::ifstream>& file, ByteBuffer& stream) {
+    // The data is read to where it belongs. Its size is known afterwards, and goes before it.
+    const std::size_t start = stream.size();
+    stream.extend(tarBlockSize);
+    zipReadFileBytes(entry.sourcePath, file, stream);
     if (Vesk_hasPendingError() != 0) return false;
 
-    std::array<std::uint8_t, tarBlockSize> header{};
-    tarBuildHeaderBlock(entry.entryName, data.size(), header);
+    const std::size_t size = stream.size() - start - tarBlockSize;
+    const std::span<std::uint8_t, tarBlockSize> header(stream.data() + start, tarBlockSize);
+    tarBuildHeaderBlock(entry.entryName, size, header);
     if (Vesk_hasPendingError() != 0) return false;
 
-    stream.append(header.data(), header.size());
-    stream.append(data.data(), data.size());
-    stream.appendZeros(tarPaddingAfter(data.size()));
+    stream.appendZeros(tarPaddingAfter(size));
     return true;
 }
 
@@ -40,9 +42,10 @@ ByteBuffer tarBuildArchiveBytes(const char* sourcePath) {
         collectArchiveEntries(Vesk_runtimeFsPath(sourcePath));
     if (Vesk_hasPendingError() != 0) return {};
 
+    ByteFile<std::ifstream> file;
     ByteBuffer stream;
     for (const ArchiveEntryInfo& entry : entries) {
-        if (!appendEntry(stream, entry)) return {};
+        if (!appendEntry(entry, file, stream)) return {};
     }
     stream.appendZeros(tarEndMarkerSize);
     return stream;

@@ -19,7 +19,7 @@ STANDIN_HEADING = "## The stand-in host\n"
 # No other literal of the sources begins with a capital and has a space.
 MESSAGE = r'"([A-Z][^"\\]* [^"\\]*)"'
 # How the module's messages leave the place where they stand.
-EXIT = r'\b(?:raiseFailure\(\(*|reportFailure\(errorText, *)'
+EXIT = r'\b(?:raiseFailure\(\(*|reportFailure\(errorText_?, *)'
 
 
 def read(*rooms):

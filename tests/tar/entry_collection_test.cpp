@@ -38,7 +38,7 @@ protected:
         const std::vector<ArchiveEntryInfo> entries = collectArchiveEntries(source);
         Lines lines = host.calls;
         for (const ArchiveEntryInfo& entry : entries) {
-            lines.push_back(entry.entryName + " < " + entry.sourcePath.native());
+            lines.push_back(entry.entryName + " < " + entry.sourcePath);
         }
         return lines;
     }
