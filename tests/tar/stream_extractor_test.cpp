@@ -461,12 +461,30 @@ std::string messageBelowLimit(std::size_t limit, const fs::path& root, const std
     });
 }
 
-TEST(StreamExtractor, TakesItsRootInNormalForm) {
-    const TempDir root;
+/// Extracts below `root` in the directory "here" and returns all that is beside and below it.
+Extraction extractFromHere(const fs::path& root, const std::string& name) {
+    const TempDir dir;
+    const fs::path before = fs::current_path();
+    fs::create_directory(dir / "here");
+    fs::current_path(dir / "here");
     Extraction extraction;
-    extractInto(root / "absent/.." / "present", tarEntry("d/f", "data") + tarEnd(), extraction);
-    extraction.tree = readTree(root.path());
-    expectSuccess(extraction, {{"present/d/f", "data"}});
+    extractInto(root, tarEntry(name, "x") + tarEnd(), extraction);
+    fs::current_path(before);
+    extraction.tree = readTree(dir.path());
+    extraction.tree.erase("here/");
+    return extraction;
+}
+
+TEST(StreamExtractor, TakesItsRootInNormalForm) {
+    for (const char* const root : {"root", "root/", "root//", "./root", ".//root/.",
+                                   "absent/../root", "../here/root", "a/../../here/root"}) {
+        SCOPED_TRACE(root);
+        expectSuccess(extractFromHere(root, "d/f"), {{"here/root/d/f", "x"}});
+    }
+    for (const char* const root : {"..", "../", "here/../.."})
+        expectSuccess(extractFromHere(root, "f"), {{"f", "x"}});
+    for (const char* const root : {"", ".", "./", "a/.."})
+        expectSuccess(extractFromHere(root, "d/f"), {{"here/d/f", "x"}});
 }
 
 TEST(StreamExtractor, MakesAMissingRoot) {
@@ -479,16 +497,11 @@ TEST(StreamExtractor, MakesAMissingRoot) {
     }
 }
 
-// A root without a name would be wherever the process happens to be.
+// A root without a name is wherever the process happens to be: a file there has no directory of its
+// own that could be made.
 TEST(StreamExtractor, WritesNoFileIntoTheCurrentDirectory) {
-    const TempDir dir;
-    const fs::path before = fs::current_path();
-    fs::current_path(dir.path());
-    Extraction extraction;
-    extractInto("", tarEntry("a", "x") + tarEnd(), extraction);
-    fs::current_path(before);
-    extraction.tree = readTree(dir.path());
-    expectFailure(extraction, "Cannot create TAR entry directory", {});
+    for (const char* const root : {"", ".", "./", "a/.."})
+        expectFailure(extractFromHere(root, "a"), "Cannot create TAR entry directory", {});
 }
 
 // The sanitizers need descriptors of their own and take the lack of one for a defect.
