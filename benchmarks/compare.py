@@ -9,6 +9,7 @@ import shutil
 import sys
 
 import micro
+import pictures
 import report
 from contenders import JOBS, contenders_of
 from data_sets import DATA_SETS
@@ -31,7 +32,11 @@ def arguments():
         " the page shows it with what is kept from earlier runs",
     )
     parser.add_argument("--resume", action="store_true", help="measure only what is not kept yet")
-    parser.add_argument("--save", metavar="FILE", help="write the page to FILE, too")
+    parser.add_argument(
+        "--save",
+        metavar="FILE.md",
+        help="write the page to FILE.md, too, and beside it FILE-details.md and two pictures",
+    )
     parser.add_argument("--directory", help="where data and output go (default: build/bench)")
     parser.add_argument("--list", action="store_true", help="name what would be measured, and stop")
     parser.add_argument("--micro", action="store_true", help="run the micro-benchmarks instead")
@@ -115,6 +120,28 @@ def command_line(options):
     return shlex.join(words)
 
 
+def show(results, workspace, options, load):
+    """Prints the pages, and writes them and their pictures where that is wanted."""
+    stem = (options.save or "performance.md").removesuffix(".md")
+    files = {
+        "page": f"{stem}.md",
+        "details": f"{stem}-details.md",
+        "ratios": f"{stem}-ratios.svg",
+        "growth": f"{stem}-growth.svg",
+    }
+    names = {what: os.path.basename(path) for what, path in files.items()}
+    page = report.page(results, names)
+    details = report.details(results, names, workspace, command_line(options), load)
+    print(page + "\n" + details)
+    if not options.save:
+        return
+    for what, text in (("page", page), ("details", details)):
+        with open(files[what], "w") as file:
+            file.write(text)
+    pictures.draw_ratios(results, files["ratios"])
+    pictures.draw_growth(results, files["growth"])
+
+
 def main():
     options = arguments()
     if options.micro:
@@ -143,11 +170,7 @@ def main():
     finally:
         print("deleting the output", file=sys.stderr, flush=True)
         workspace.delete_spent()
-    page = report.page(results.all(), workspace, command_line(options), load)
-    print(page)
-    if options.save:
-        with open(options.save, "w") as file:
-            file.write(page)
+    show(results.all(), workspace, options, load)
 
 
 try:

@@ -1,23 +1,36 @@
 # SPDX-License-Identifier: MIT
-"""The page that shows a run: goals, a table for each job, growth, method, machine, commands."""
+"""The page that shows a run, and a second one with everything that was measured."""
 import os
 import platform
 import subprocess
 
 import goals
-from contenders import JOBS, VESK
+from contenders import FLOOR, JOBS, VESK
 from data_sets import DATA_SETS
 
 HEAD = """\
 # Performance
 
-How `vesk-archive` compares with other programs that do the same work on the same data. Written by
-`scripts/bench`; run that to get the page for your machine, or `scripts/bench --quick` for the main
-ratios in under two minutes.
+How long `vesk-archive` takes, how much memory, and how both grow. Written by `scripts/bench`; run that
+to get the page for your machine, or `scripts/bench --quick` for the main ratios in under two minutes.
 
-Every time below is a ratio: the median of vesk-archive's wall times over the median of the other's,
-so 0.50 means half the time. The spread after it is the lowest and the highest ratio among the pairs
-of one round each. Times of different machines cannot be compared; ratios of one run can.
+Every time is a ratio: the median of vesk-archive's wall times over the median of the other's, so 0.50
+means half the time. The floor is a program of plain system calls that does the least work that holding
+an archive whole takes: it makes the same archive, byte for byte. Times of different machines cannot be
+compared; ratios of one run can.
+"""
+
+PICTURES = """
+![Every ratio, as a bar around 1]({ratios})
+
+![Time for each file and each byte, over the sizes]({growth})
+"""
+
+DETAILS_HEAD = """\
+# Performance in detail
+
+Everything that the run behind [the page]({page}) has measured. The spread after a ratio is the lowest
+and the highest ratio among the pairs of one round each.
 """
 
 METHOD = """\
@@ -41,7 +54,11 @@ METHOD = """\
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
   For the same reason, wait some minutes between two runs.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
-- System calls are counted by `strace -f -c` in a run of their own, all calls, start-up included.
+- System calls are counted by `strace -f -c` in a run of their own, instructions in user space by
+  `valgrind --tool=callgrind`, allocations by `valgrind --tool=dhat`; all with the start-up.
+- The floor walks, sorts, opens, asks for the size and reads into one buffer in large pages, and writes
+  once; or reads once, and opens, writes and closes each file below a directory that it holds open. It
+  checks nothing and knows only what the data holds.
 - vesk-archive holds archives in memory whole and writes compressed ones as stored blocks; the others
   stream, and those that compress give smaller archives for their time.
 - GNU tar and bsdtar archive directories, too. Unpacking with vesk-archive is all or nothing: it goes
@@ -65,12 +82,21 @@ def plain_ratio(result, contender, value):
     return "-" if ratio != ratio else f"{ratio:.2f}"
 
 
+def over_floor(result, contender):
+    """How many times the floor's time a contender takes."""
+    if FLOOR not in result["costs"]:
+        return "-"
+    floor = goals.median_of(result, FLOOR, "wall")
+    return f"{goals.median_of(result, contender, 'wall') / floor:.2f}"
+
+
 def contender_row(result, contender):
     ours = contender == VESK
     calls = result["calls"].get(contender)
     return [
         contender,
         "1" if ours else ratio_text(result, contender),
+        over_floor(result, contender),
         "1" if ours else plain_ratio(result, contender, "user"),
         "1" if ours else plain_ratio(result, contender, "system"),
         f"{goals.peak(result, contender) / 1e6:.1f}",
@@ -83,6 +109,7 @@ def contender_row(result, contender):
 JOB_HEAD = [
     "vesk-archive against",
     "time",
+    "its time over the floor's",
     "user",
     "system",
     "peak MB",
@@ -188,6 +215,7 @@ def commands():
         text += f"\n{job.name}: {job.what}\n\n"
         for contender in job.contenders:
             line = contender.line.replace("{vesk}", "vesk-archive").replace("{python}", "python3")
+            line = line.replace("{floor}", "vesk-floor")
             line = line.replace("{tarfile}", "benchmarks/tarfile_contender.py")
             text += f"    {line}\n"
     return text
@@ -211,13 +239,84 @@ def goal_section(results):
     return text + table(["", "goal", "measured", ""], rows)
 
 
-def page(results, workspace, command, circumstances):
-    """Returns the whole page. `results` by job, with "@memory" appended there, and data set."""
-    text = HEAD + "\n## Data\n\n" + data(results) + goal_section(results)
+# What people ask first: a job, and whom it is compared with.
+MAIN_RATIOS = [
+    ("make-tar", "GNU tar"),
+    ("make-tar", FLOOR),
+    ("unpack-tar", "tar xf"),
+    ("unpack-tar", FLOOR),
+    ("make-tgz", "GNU tar, pigz -0"),
+    ("unpack-tgz6", "tar xzf"),
+]
+MAIN_PLACES = [("small", ""), ("real", ""), ("small", "@memory"), ("real", "@memory")]
+
+
+def main_section(results):
+    """The one table of the page: a row for each question, a column for each tree and place."""
+    head = [""] + [name + (", in memory" if place else "") for name, place in MAIN_PLACES]
+    rows = []
+    for job, contender in MAIN_RATIOS:
+        row = [f"{job}: time against {contender}"]
+        for name, place in MAIN_PLACES:
+            result = results.get((job + place, name))
+            measured = result and contender in result["costs"]
+            row.append(f"{goals.compare(result, contender)[0]:.2f}" if measured else "-")
+        rows.append(row)
+    for job in ("make-tar", "make-tgz", "unpack-tar", "unpack-tgz6"):
+        row = [f"{job}: peak memory over the TAR stream's length"]
+        for name, place in MAIN_PLACES:
+            result = results.get((job + place, name))
+            row.append(f"{goals.peak(result) / result['tar']:.2f}" if result else "-")
+        rows.append(row)
+    return "\n" + table(head, rows)
+
+
+def growth_sentence(results):
+    """Says how the cost of one file and of one byte changes with their number."""
+    text = ""
+    for series, what in (("empty", "file"), ("single", "byte")):
+        members = [d for d in DATA_SETS if d.series == series and d.scale >= 1_000]
+        members = [d for d in members if d.name != "single-1KiB"]
+        for job in ("make-tar", "unpack-tar"):
+            costs = {d.name: results.get((job, d.name)) for d in members}
+            if not all(costs.values()):
+                continue
+            units = [unit_time(costs[d.name], d.scale) for d in members]
+            growth = units[-1] / units[0]
+            text += f"- {job}: a {what} among {members[-1].what} costs {growth:.2f} of one among"
+            text += f" {members[0].what}.\n"
+    return "\nHow it grows:\n\n" + text if text else ""
+
+
+def counted_section(results):
+    rows = []
+    for job in JOBS:
+        result = results.get((job.name, "small"))
+        for name in result["instructions"] if result else []:
+            counts = [result[key][name] / result["files"] for key in ("instructions", "allocations")]
+            rows.append([f"{job.name}: {name}", *map(goals.number, counts)])
+    if not rows:
+        return ""
+    head = ["for each file of small", "instructions", "allocations"]
+    return "\n## Instructions and allocations\n\n" + table(head, rows)
+
+
+def page(results, names):
+    """Returns the page. `results` by job, with "@memory" appended there, and data set; `names` of
+    the files beside it by what they hold."""
+    text = HEAD + main_section(results) + growth_sentence(results)
+    text += PICTURES.format(**names) + goal_section(results)
+    return text + f"\nEverything else: [performance in detail]({names['details']}).\n"
+
+
+def details(results, names, workspace, command, circumstances):
+    """Returns the second page: data, a table for each job, growth, method, machine, commands."""
+    text = DETAILS_HEAD.format(**names) + "\n## Data\n\n" + data(results)
     for job in JOBS:
         sections = job_section(job, "", results) + job_section(job, "@memory", results)
         if sections:
             text += f"\n## {job.name}: {job.what}\n{sections}"
+    text += counted_section(results)
     growth = growth_section(results, "empty", "empty-10000", "file")
     growth += "\n" if growth else ""
     growth += growth_section(results, "single", "single-64MiB", "byte")
