@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// vesk-floor: the least work that making or unpacking a TAR archive in memory takes, by plain system
-// calls. Measured beside vesk-archive, it shows how much of the time is vesk-archive's own.
+// vesk-floor: the least work that making or unpacking a TAR archive in memory takes, by plain
+// system calls. Measured beside vesk-archive, it shows how much of the time is vesk-archive's own.
 //
 //     vesk-floor make SOURCE ARCHIVE
 //     vesk-floor unpack ARCHIVE DESTINATION
@@ -100,8 +100,8 @@ int make(const char* source, const char* archive) {
 
     const int out = checked(open(archive, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), archive);
     for (std::size_t written = 0; written < end;) {
-        written += static_cast<std::size_t>(
-            checked(write(out, stream + written, end - written), archive));
+        written +=
+            static_cast<std::size_t>(checked(write(out, stream + written, end - written), archive));
     }
     return close(out);
 }
