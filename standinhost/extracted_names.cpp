@@ -23,18 +23,15 @@ bool isNormal(std::string_view name) {
            name.find("//") == std::string_view::npos;
 }
 
-timespec changeOf(Entry entry) {
+/// Tells whether the directory may have changed at `moment` or later, by its file system's clock.
+/// That may stand still for some milliseconds, in which one change looks like another.
+bool mayHaveChangedSince(timespec moment, Entry directory) {
     struct stat status {};
-    fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW);
-    return status.st_mtim;
-}
-
-bool isChangedSince(timespec change, Entry entry) {
-    struct stat status {};
-    // One that is gone has changed the one above. And the tree may have got the permissions of a
-    // directory that cannot be looked into.
-    if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-    return status.st_mtim.tv_sec != change.tv_sec || status.st_mtim.tv_nsec != change.tv_nsec;
+    if (fstatat(directory.directory, directory.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return true;
+    const timespec change = status.st_mtim;
+    return change.tv_sec != moment.tv_sec ? change.tv_sec > moment.tv_sec
+                                          : change.tv_nsec >= moment.tv_nsec;
 }
 
 /// Returns the directory's name for a system call.
@@ -69,18 +66,26 @@ bool ExtractedNames::areIn(int tree) {
     std::sort(hashes_.begin(), hashes_.end());
     hashes_.erase(std::unique(hashes_.begin(), hashes_.end()), hashes_.end());
 
+    struct stat above {};
+    fstatat(tree, "..", &above, AT_SYMLINK_NOFOLLOW);
+    moved_ = above.st_mtim;
     std::size_t count = 0;
-    directories_ = {{"", changeOf({tree, "."})}};
+    directories_ = {{"", 0}};
     for (std::size_t index = 0; index < directories_.size(); ++index) {
         const std::string name = directories_[index].name;
         const FileDescriptor directory = openDirectory({tree, pathOf(name)});
-        if (!directory) return errno == EACCES;
-        NameReader names(directory.number());
-        while (const char* entry = names.next()) {
-            ++count;
-            if (!names.isDirectory()) continue;
-            directories_.push_back({name + entry + '/', changeOf({directory.number(), entry})});
+        if (!directory) {
+            directories_[index].entries = hashes_.size();
+            return errno == EACCES;
         }
+        NameReader names(directory.number());
+        std::size_t entries = 0;
+        while (const char* entry = names.next()) {
+            ++entries;
+            if (names.isDirectory()) directories_.push_back({name + entry + '/', 0});
+        }
+        directories_[index].entries = entries;
+        count += entries;
     }
     return count >= hashes_.size();
 }
@@ -88,12 +93,13 @@ bool ExtractedNames::areIn(int tree) {
 // By now the tree is in its place, so that this may not throw.
 bool ExtractedNames::areStillIn(int tree) const noexcept {
     std::size_t count = 0;
-    bool isChanged = false;
-    for (const ReadDirectory& read : directories_)
-        isChanged |= isChangedSince(read.changed, {tree, pathOf(read.name)});
-    if (!isChanged) return true;
     for (const ReadDirectory& read : directories_) {
-        const FileDescriptor directory = openDirectory({tree, pathOf(read.name)});
+        const Entry entry{tree, pathOf(read.name)};
+        if (!mayHaveChangedSince(moved_, entry)) {
+            count += read.entries;
+            continue;
+        }
+        const FileDescriptor directory = openDirectory(entry);
         if (!directory) return errno == EACCES;
         for (NameReader names(directory.number()); names.next() != nullptr;)
             ++count;

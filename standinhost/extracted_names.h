@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -18,23 +19,27 @@ public:
     /// Notes a name as the archive gives it. A name that is noted again counts once.
     void note(std::string_view name);
 
-    /// Tells whether at least as many entries as were noted are below the open directory `tree`.
-    /// Directories that cannot be read count as whole.
+    /// Tells whether at least as many entries as were noted are below the open directory `tree`,
+    /// which has just been moved to where it is. Directories that cannot be read count as whole.
     bool areIn(int tree);
 
-    /// Tells whether they are still there since areIn has looked: no directory has changed, or what
-    /// was added makes up for nothing that is gone.
+    /// Tells the same once more, by counting again in directories that have changed since that
+    /// move.
     bool areStillIn(int tree) const noexcept;
 
 private:
-    /// A directory of the tree, and when its entries had changed last before it was read.
+    /// A directory of the tree, and how many entries it had when it was read; that of all noted
+    /// names if it could not be.
     struct ReadDirectory {
         std::string name;  ///< below the tree, with a slash at its end; empty for the tree itself
-        timespec changed;
+        std::size_t entries;
     };
 
     void noteNormal(std::string_view name);
 
+    /// When the directory above the tree has changed by the tree's move, by its file system's
+    /// clock.
+    timespec moved_{};
     std::vector<ReadDirectory> directories_;
     std::vector<std::uint64_t> hashes_;
     std::string last_;

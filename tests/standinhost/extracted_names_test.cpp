@@ -101,12 +101,19 @@ TEST(ExtractedNames, AreTakenToBeInATreeThatGetsThePermissionsOfAClosedOne) {
     EXPECT_EQ(error, "before");
 }
 
+/// Gives the directory a time of change that is not over when the tree is moved.
+void setTheClock(const fs::path& directory) {
+    const timespec times[] = {{0, UTIME_OMIT}, {0x7FFFFFFF, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, directory.c_str(), times, 0), 0);
+}
+
 /// Commits a tree, changes it by `change` just before it is moved, and returns the message.
 std::string commitWhileItChanges(const std::function<void(const fs::path& tree)>& change) {
     const TempDir dir;
     const fs::path staging = prepare(dir / "out", false).staging;
     Vesk_runtimeFsPath("sub/file");
     writeFile(staging / "sub/file", "new");
+    setTheClock(staging / "sub");
     const fs::path tree = vesk::testing::directoryOf(staging) / "moved";
     RenameFaults faults;
     faults.beforeRename = [&](const std::string&, const std::string&) {
@@ -120,6 +127,14 @@ std::string commitWhileItChanges(const std::function<void(const fs::path& tree)>
 
 TEST(ExtractedNames, AreMissedWhenTheyGoInOneOfSeveralDirectories) {
     EXPECT_EQ(commitWhileItChanges([](const fs::path& tree) { fs::remove(tree / "sub/file"); }),
+              cannotMove);
+}
+
+TEST(ExtractedNames, AreMissedWhenTheyGoBeforeTheClockMovesOn) {
+    EXPECT_EQ(commitWhileItChanges([](const fs::path& tree) {
+                  fs::remove(tree / "sub/file");
+                  setTheClock(tree / "sub");
+              }),
               cannotMove);
 }
 
