@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# The installed tree, which can be moved as a whole, the CMake package in it, and the Debian package.
+# The installed tree, which can be moved as a whole, and the CMake package in it.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/VeskArchives)
@@ -13,25 +13,9 @@ function(vesk_install_program name)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endfunction()
 
-# vesk_find_libraries(TARGET FILE DIRECTORY...): where TARGET, installed as FILE, looks for libraries
-# of this project; in the build tree it looks in their directory there first. CMake's own way is to
-# link with another path and to edit it on installing, for which it pads the path with an empty
-# element: that would stand for the working directory of whoever runs the program.
-function(vesk_find_libraries target file)
-    set(here ${PROJECT_BINARY_DIR}/lib)
-    if(VESK_RUNTIME_LIBRARY)
-        get_filename_component(here ${VESK_RUNTIME_LIBRARY} DIRECTORY)
-    endif()
-    set_target_properties(${target} PROPERTIES
-        INSTALL_RPATH "${here};${ARGN}" BUILD_WITH_INSTALL_RPATH ON)
-    string(REPLACE ";" ":" path "${ARGN}")
-    string(REPLACE "$" "\\$" path "${path}")
-    install(CODE "file(RPATH_SET FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${file}\"
-        NEW_RPATH \"${path}\")")
-endfunction()
-
 # What a runtime includes to load the module, and to supply what it asks for.
 add_library(vesk_host_interface INTERFACE)
+add_library(VeskArchives::host_interface ALIAS vesk_host_interface)
 target_compile_features(vesk_host_interface INTERFACE cxx_std_20)
 target_include_directories(vesk_host_interface INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${header_directory}>)
@@ -40,20 +24,32 @@ install(FILES module/host/host_runtime.h DESTINATION ${header_directory}/module/
 install(FILES module/native_methods.h DESTINATION ${header_directory}/module)
 install(TARGETS vesk_host_interface EXPORT VeskArchives)
 
-set_target_properties(vesk_io_archives PROPERTIES EXPORT_NAME module)
+# The search paths are relative, and the same in the build tree and after installation: CMake's own
+# way is to link with the build tree's path and to edit it on installing, which leaves the length of
+# that path in the file.
+set(host_directory "$ORIGIN")
+if(VESK_RUNTIME_LIBRARY)
+    set(host_directory "$ORIGIN/../..")
+endif()
+set_target_properties(vesk_io_archives PROPERTIES
+    EXPORT_NAME module BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${host_directory}")
+target_link_libraries(vesk_io_archives INTERFACE vesk_host_interface)
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
-vesk_find_libraries(vesk_io_archives ${module_directory}/libvesk_io_archives.so "$ORIGIN/../..")
 
 vesk_install_program(vesk-host-check)
 if(NOT VESK_RUNTIME_LIBRARY)
+    # Beside the module, since it is there for the programs of this project: no part of the system's
+    # libraries, and without a version of its own.
     set_target_properties(vesk_standin_host PROPERTIES EXPORT_NAME standin_host)
     target_link_libraries(vesk_standin_host INTERFACE vesk_host_interface)
-    install(TARGETS vesk_standin_host EXPORT VeskArchives)
+    install(TARGETS vesk_standin_host EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
     install(FILES standinhost/standin_host.h DESTINATION ${header_directory}/standinhost)
 
+    # The first directory is that of an installation, the second that of the build tree.
+    get_target_property(modules vesk-archive VESK_MODULE_DIRECTORY)
+    set_target_properties(vesk-archive PROPERTIES
+        BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN/${modules};$ORIGIN/../lib")
     vesk_install_program(vesk-archive)
-    vesk_find_libraries(vesk-archive ${CMAKE_INSTALL_BINDIR}/vesk-archive
-        "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
     install(FILES commandline/bash-completion/vesk-archive
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
@@ -65,15 +61,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VeskArchivesConfigVersion
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/VeskArchivesConfigVersion.cmake DESTINATION ${package_directory})
 
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME vesk-archives)
-set(CPACK_PACKAGE_CONTACT "Vesk archives maintainers <maintainers@example.invalid>")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-permissions.cmake)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The stand-in host and the module lie in the package itself.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
-include(CPack)
+if(PROJECT_IS_TOP_LEVEL)
+    include(cmake/package.cmake)
+endif()

@@ -438,6 +438,7 @@ class ModuleTest(CommandLineTest):
         directory = os.path.join(root, b"bin", os.environb[b"VESK_MODULE_DIRECTORY"])
         os.makedirs(os.path.join(root, b"bin"))
         os.makedirs(os.path.normpath(directory))
+        shutil.copy(os.environb[b"VESK_STANDIN_HOST"], os.path.normpath(directory))
         program = shutil.copy(PROGRAM, os.path.join(root, b"bin"))
         result = self.make(program=program)
         self.assertEqual(result.status, 3)
@@ -446,7 +447,9 @@ class ModuleTest(CommandLineTest):
         self.assertEqual(self.make(program=program).status, 0)
 
 
-    WITHOUT_PROC = ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
+    # Nor can the loader tell where it is, which has to find the program's library all the same.
+    WITHOUT_PROC = ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh",
+                    "env", b"LD_LIBRARY_PATH=" + os.path.dirname(os.environb[b"VESK_STANDIN_HOST"])]
 
     @unittest.skipUnless(can_mount() and not is_instrumented(), "/proc cannot be hidden here")
     def test_a_program_that_cannot_tell_its_place_loads_nothing_from_below_the_working_directory(self):

@@ -19,11 +19,12 @@ CMAKE = os.environ["VESK_CMAKE"]
 VERSION = os.environ["VESK_VERSION"]
 FLAGS = os.environ["VESK_CXX_FLAGS"]  # what is built from outside is for the same library
 
-# The Debian packages of the C++ library that the build is for, and what that may need besides.
+# The Debian packages of the C++ library that the build is for, and what that may need besides; some
+# have the version of the compiler in their names.
 CXX_LIBRARY = {"libstdc++6"}
 if "-stdlib=libc++" in FLAGS:
-    CXX_LIBRARY = {"libc++1-14", "libc++abi1-14"}
-RUNTIME_SUPPORT = {"libgcc-s1", "libunwind-14"}
+    CXX_LIBRARY = {"libc++1", "libc++abi1"}
+RUNTIME_SUPPORT = {"libgcc-s1", "libunwind"}
 
 # What the installed programs find in their environment: nothing that could lead them anywhere.
 BARE = {"LC_ALL": "C.UTF-8"}
@@ -35,7 +36,7 @@ HOST_CHECK = ["bin/vesk-host-check", "share/man/man1/vesk-host-check.1"]
 COMMON = ["lib/cmake/VeskArchives/VeskArchivesConfig.cmake",
           "lib/cmake/VeskArchives/VeskArchivesConfigVersion.cmake",
           "share/doc/vesk-archives/copyright", MODULE] + HEADERS + HOST_CHECK
-STANDIN = "lib/libvesk_standin_host.so"
+STANDIN = "lib/vesk/modules/libvesk_standin_host.so"
 COMPLETION = "share/bash-completion/completions/vesk-archive"
 FILES = COMMON + ["bin/vesk-archive", "include/vesk-archives/standinhost/standin_host.h", STANDIN,
                   COMPLETION, "share/man/man1/vesk-archive.1"]
@@ -45,11 +46,13 @@ TREE = {"a.txt": b"alpha", "sub dir/b": bytes(range(256)) * 300}
 OUTSIDE_PROJECT = """
 cmake_minimum_required(VERSION 3.25)
 project(Outside LANGUAGES CXX)
-find_package(VeskArchives %s REQUIRED)
+%s
 add_executable(outside outside.cpp)
 target_link_libraries(outside PRIVATE VeskArchives::module VeskArchives::standin_host)
 add_library(runtime OBJECT runtime.cpp)
 target_link_libraries(runtime PRIVATE VeskArchives::host_interface)
+add_library(caller OBJECT caller.cpp)
+target_link_libraries(caller PRIVATE VeskArchives::module)
 """
 
 OUTSIDE_PROGRAM = """
@@ -70,6 +73,11 @@ OUTSIDE_RUNTIME = """
 #include <module/native_methods.h>
 auto method = vesk_io_archives_TarArchiver_makeArchive;
 int Vesk_hasPendingError() { return 0; }
+"""
+
+OUTSIDE_CALLER = """
+#include <module/native_methods.h>
+auto method = vesk_io_archives_TgzArchiver_makeArchive;
 """
 
 
@@ -172,22 +180,32 @@ class InstalledTree(ScratchTest):
         report = output(self.prefix / "bin/vesk-host-check", self.prefix / STANDIN, env=BARE)
         self.assertRegex(report, r"\n\d+ requirements, 0 failed\n\Z")
 
-    def test_a_program_from_outside_is_built_with_the_package(self):
+    def assert_outside_project_works(self, way, *settings):
+        """A project that takes this one in this way calls it."""
         source, build = self.fresh_directory(), self.fresh_directory()
-        (source / "CMakeLists.txt").write_text(OUTSIDE_PROJECT % VERSION)
+        (source / "CMakeLists.txt").write_text(OUTSIDE_PROJECT % way)
         (source / "outside.cpp").write_text(OUTSIDE_PROGRAM)
         (source / "runtime.cpp").write_text(OUTSIDE_RUNTIME)
-        configure(source, build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
-        output(CMAKE, "--build", build)
-        archive = self.scratch / "outside.tgz"
+        (source / "caller.cpp").write_text(OUTSIDE_CALLER)
+        configure(source, build, *settings)
+        output(CMAKE, "--build", build, "--parallel", "2", "--target", "outside", "runtime", "caller")
+        archive = build / "outside.tgz"
         for said in ["outside.tgz\n", "Archive already exists\n"]:
             self.assertEqual(output(build / "outside", source, archive, env=BARE), said)
         self.assertEqual(archive.read_bytes()[:2], b"\x1f\x8b")
 
+    def test_a_program_from_outside_is_built_with_the_package(self):
+        self.assert_outside_project_works(f"find_package(VeskArchives {VERSION} REQUIRED)",
+                                          f"-DCMAKE_PREFIX_PATH={self.prefix}")
+
+    def test_a_project_that_includes_this_one_uses_the_same_names(self):
+        self.assert_outside_project_works(f'add_subdirectory("{SOURCE}" archives)')
+
     def test_the_package_is_not_of_another_major_version(self):
         source = self.fresh_directory()
         major = int(VERSION.partition(".")[0])
-        (source / "CMakeLists.txt").write_text(OUTSIDE_PROJECT % f"{major + 1}.0")
+        (source / "CMakeLists.txt").write_text(
+            OUTSIDE_PROJECT % f"find_package(VeskArchives {major + 1}.0 REQUIRED)")
         with self.assertRaisesRegex(AssertionError, "compatible with requested\n? *version"):
             configure(source, self.fresh_directory(), f"-DCMAKE_PREFIX_PATH={self.prefix}")
 
@@ -274,7 +292,8 @@ class DebianPackage(ScratchTest):
     def test_it_is_named_and_depends_on_what_it_needs(self):
         self.assertEqual(self.field("Package"), "vesk-archives")
         self.assertEqual(self.field("Version"), VERSION)
-        names = {part.split()[0] for part in self.field("Depends").split(",")}
+        names = {re.sub(r"-\d\d$", "", part.split()[0])
+                 for part in self.field("Depends").split(",")}
         self.assertEqual(names - RUNTIME_SUPPORT, {"libc6", "libisal2"} | CXX_LIBRARY)
 
     def test_it_installs_runs_and_is_removed_without_a_trace(self):
@@ -303,6 +322,17 @@ class DebianPackage(ScratchTest):
                 self.assertNotIn(os.fsencode(BUILD), (root / name).read_bytes())
 
 
+class Multiarch(ScratchTest):
+    def test_the_directory_of_libraries_may_be_another_one_below_the_prefix(self):
+        build, prefix = self.scratch / "build", self.scratch / "prefix"
+        configure(SOURCE, build, "-DVESK_BUILD_TESTS=OFF", "-DCMAKE_INSTALL_LIBDIR=lib/some-machine")
+        output(CMAKE, "--build", build, "--parallel", "2")
+        output(CMAKE, "--install", build, "--prefix", prefix)
+        expected = {re.sub(r"\Alib/", "lib/some-machine/", name) for name in FILES}
+        self.assertEqual(without_build_type(files_below(prefix)), expected)
+        self.assert_archives(prefix / "bin/vesk-archive")
+
+
 class ForeignRuntime(ScratchTest):
     def test_the_module_is_built_for_a_runtime_library_and_installed_without_the_stand_in(self):
         runtime = self.scratch / "libruntime.so"
@@ -318,6 +348,10 @@ class ForeignRuntime(ScratchTest):
         prefix = self.scratch / "for a runtime"
         output(CMAKE, "--install", build, "--prefix", prefix)
         self.assertEqual(without_build_type(files_below(prefix)), set(COMMON))
+
+    def test_a_runtime_library_that_is_not_there_is_not_taken_for_none(self):
+        with self.assertRaisesRegex(AssertionError, "There is no runtime library /no/runtime.so"):
+            configure(SOURCE, self.scratch / "no runtime", "-DVESK_RUNTIME_LIBRARY=/no/runtime.so")
 
 
 if __name__ == "__main__":
