@@ -91,7 +91,9 @@ bool makeDirectory(Staging& staging) {
 FileDescriptor openOwnersDirectory(Entry entry) {
     FileDescriptor directory = openDirectory(entry);
     if (directory || errno != EACCES) return directory;
-    fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    // Whether that helped, opening tells.
+    [[maybe_unused]] const int result =
+        fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
     return openDirectory(entry);
 }
 
