@@ -36,7 +36,9 @@ set_target_properties(vesk_io_archives PROPERTIES
 target_link_libraries(vesk_io_archives INTERFACE vesk_host_interface)
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
 
-vesk_install_program(vesk-host-check)
+if(TARGET vesk-host-check)
+    vesk_install_program(vesk-host-check)
+endif()
 if(NOT VESK_RUNTIME_LIBRARY)
     # Beside the module, since it is there for the programs of this project: no part of the system's
     # libraries, and without a version of its own.

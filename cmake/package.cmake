@@ -3,9 +3,16 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vesk-archives)
 set(CPACK_PACKAGE_CONTACT "Vesk archives maintainers <maintainers@example.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION
+    "The native module behind the Vesk classes io.archives.TarArchiver and\n\
+io.archives.TgzArchiver. It writes reproducible POSIX ustar archives, plain or\n\
+gzip-wrapped, and unpacks what it can trust, whole or not at all.\n\
+.\n\
+vesk-archive makes and unpacks archives by the module without the Vesk runtime;\n\
+vesk-host-check tells whether a runtime gives the module what it requires.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-permissions.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-tree.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

@@ -296,11 +296,16 @@ class DebianPackage(ScratchTest):
                  for part in self.field("Depends").split(",")}
         self.assertEqual(names - RUNTIME_SUPPORT, {"libc6", "libisal2"} | CXX_LIBRARY)
 
+    def test_its_changelog_is_of_this_version(self):
+        version = output("dpkg-parsechangelog", "-l", SOURCE / "packaging/changelog", "-S", "Version")
+        self.assertEqual(version.strip(), VERSION)
+
     def test_it_installs_runs_and_is_removed_without_a_trace(self):
         root = self.fresh_directory()
         self.dpkg(root, "--install", self.package)
         installed = without_build_type(files_below(root / "usr"))
-        self.assertEqual(installed, set(FILES))
+        expected = {re.sub(r"(/man1/.*)", r"\1.gz", name) for name in FILES}
+        self.assertEqual(installed, expected | {"share/doc/vesk-archives/changelog.gz"})
         self.assert_archives(root / "usr/bin/vesk-archive")
         self.dpkg(root, "--purge", "vesk-archives")
         self.assertEqual([str(path) for path in root.glob("usr/**/*")], [])
