@@ -56,7 +56,7 @@ std::string randomSuffix() {
     }
     std::string suffix;
     for (std::size_t i = 0; i < suffixLength; ++i, number /= letters.size())
-        suffix += letters[number % letters.size()];
+        suffix += letters[static_cast<std::size_t>(number % letters.size())];
     return suffix;
 }
 

@@ -112,13 +112,13 @@ std::string readEntry(ModelTree& tree, std::string_view archive, std::size_t& po
     const std::uint64_t left = archive.size() - position - 512;
     if (*size > left) return "Truncated TAR entry";
 
-    const std::string_view data = archive.substr(position + 512, *size);
+    const std::string_view data = archive.substr(position + 512, static_cast<std::size_t>(*size));
     const std::string message = makeEntry(tree, block[156], *components, data);
     if (!message.empty()) return message;
 
     const std::uint64_t padded = (*size + 511) / 512 * 512;
     if (padded > left) return "Truncated TAR entry padding";
-    position += 512 + padded;
+    position += static_cast<std::size_t>(512 + padded);
     return "";
 }
 

@@ -105,7 +105,7 @@ using ContentOutput = std::basic_ostringstream<char, std::char_traits<char>, Blo
 
 GzipContent withRoomFor(std::uint64_t size) {
     GzipContent text;
-    text.reserve(size);
+    text.reserve(static_cast<std::size_t>(size));
     return text;
 }
 

@@ -40,7 +40,9 @@ bool seekFails(int whence) {
 // File streams seek with one of these two functions, libstdc++'s with the first and libc++'s with
 // the second; they stand in front of the C library's.
 extern "C" off64_t lseek64(int file, off64_t offset, int whence) noexcept {
-    return seekFails(whence) ? -1 : syscall(SYS_lseek, file, offset, whence);
+    if (seekFails(whence)) return -1;
+    static void* const original = dlsym(RTLD_NEXT, "lseek64");
+    return reinterpret_cast<off64_t (*)(int, off64_t, int)>(original)(file, offset, whence);
 }
 
 extern "C" int fseeko(FILE* file, off_t offset, int whence) {

@@ -47,7 +47,7 @@ class Random {
 public:
     explicit Random(std::uint64_t seed) : engine_(seed) {}
 
-    std::size_t below(std::size_t bound) { return engine_() % bound; }
+    std::size_t below(std::size_t bound) { return static_cast<std::size_t>(engine_() % bound); }
     std::size_t between(std::size_t low, std::size_t high) { return low + below(high - low + 1); }
     bool oneIn(std::size_t count) { return below(count) == 0; }
 
