@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tells the calling thread's observer of a host call that is about to be answered.
+// Tells the calling thread's observers of a host call that is about to be answered, and of
+// decoding.
 #pragma once
 
 #include "standinhost/standin_host.h"
@@ -8,5 +9,8 @@ namespace vesk::standin {
 
 /// Calls the calling thread's observer, if there is one, with `call`; passes on what it throws.
 void announceCall(HostCall call);
+
+/// The same for a decoded piece.
+void announcePiece(const DecodedPiece& piece);
 
 }  // namespace vesk::standin

@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "module/host/host_runtime.h"
+#include "standinhost/call_observer.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ struct Decoder {
 /// What the caller declared and has not yet been read from `in` or written to `out`.
 struct Transfer {
     std::istream& in;
+    std::uint64_t inputSize;
     std::uint64_t inputLeft;
     std::ostream& out;
     std::uint64_t outputLeft;
@@ -72,7 +74,12 @@ const char* decodePiece(Decoder& decoder, Transfer& transfer) {
     transfer.outputLeft -= decoded;
     transfer.out.write(reinterpret_cast<const char*>(decoder.output.data()),
                        static_cast<std::streamsize>(decoded));
-    return transfer.out ? nullptr : "Cannot store DEFLATE output";
+    if (!transfer.out) return "Cannot store DEFLATE output";
+
+    vesk::standin::announcePiece(
+        {{decoder.output.data(), static_cast<std::size_t>(decoded)},
+         transfer.inputSize - transfer.inputLeft - decoder.state.avail_in});
+    return nullptr;
 }
 
 /// Tells whether the input piece holds bytes that were not decoded, whole ones in the library's bit
@@ -108,7 +115,7 @@ bool vesk::runtime::zip::inflateRaw(std::istream& in, std::uint64_t compressedSi
                                     std::uint64_t uncompressedSize, std::ostream& out,
                                     std::uint32_t& crc, std::string& error) {
     const std::unique_ptr<Decoder> decoder = makeDecoder();
-    Transfer transfer{in, compressedSize, out, uncompressedSize};
+    Transfer transfer{in, compressedSize, compressedSize, out, uncompressedSize};
     if (const char* message = decode(*decoder, transfer)) {
         error = message;
         return false;

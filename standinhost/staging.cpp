@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "module/host/host_runtime.h"
+#include "standinhost/call_observer.h"
 #include "standinhost/destination.h"
 #include "standinhost/extracted_names.h"
 #include "standinhost/staging.h"
@@ -314,6 +315,7 @@ bool vesk::runtime::archives::prepareExtractionStaging(const fs::path& destinati
 bool vesk::runtime::archives::commitExtractionStaging(const fs::path& staging,
                                                       const fs::path& destination,
                                                       std::string& error) {
+    standin::announceCall(standin::HostCall::commitExtractionStaging);
     const bool isOpen = openStaging && openStaging->path.native() == staging.native();
     const bool committed =
         succeeded(isOpen ? commit(*openStaging, destination) : cannotMove, error);

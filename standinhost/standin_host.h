@@ -2,9 +2,9 @@
 // A stand-in for the Vesk runtime: implements the nine functions of module/host/host_runtime.h for
 // builds, tests and tools without the runtime. This header is for whoever plays the host.
 //
-// The pending exception, the observer, the open staging directory and what could not be deleted are
-// kept per thread; nothing else outlives a call. Native exceptions leave the nine functions only
-// when memory runs out, when an observer throws, or when a stream that is set to throw does.
+// The pending exception, the observers, the open staging directory and what could not be deleted
+// are kept per thread; nothing else outlives a call. Native exceptions leave the nine functions
+// only when memory runs out, when an observer throws, or when a stream that is set to throw does.
 //
 // Messages of its own, fixed texts without system text:
 //   staging   "Cannot inspect destination"
@@ -30,8 +30,10 @@
 //   .NAME.vesk-replaced-XXXXXX              the old tree, where two trees cannot be exchanged
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace vesk::standin {
@@ -56,7 +58,7 @@ struct Mode {
 };
 
 /// The host calls by which the progress of an exported call can be seen.
-enum class HostCall { hasPendingError, runtimeFsPath };
+enum class HostCall { hasPendingError, runtimeFsPath, commitExtractionStaging };
 
 /// Called on the calling thread right before the stand-in answers such a call. It may throw: the
 /// exception leaves the exported function, which releases everything on the way.
@@ -65,6 +67,19 @@ using CallObserver = void (*)(void* context, HostCall call);
 /// Sets the calling thread's observer; a null observer removes it. `context` is handed back
 /// unseen and must outlive the observation.
 void observeCalls(CallObserver observer, void* context);
+
+/// A piece of what inflateRaw decodes.
+struct DecodedPiece {
+    std::span<const std::uint8_t> bytes;  ///< what follows the last piece; gone after the call
+    std::uint64_t inputUsed;              ///< bytes of compressed data that have been taken so far
+};
+
+/// Called on the calling thread for each piece that has been written to the output stream. It may
+/// throw, as an observer of calls may.
+using DecodingObserver = void (*)(void* context, const DecodedPiece& piece);
+
+/// The same as observeCalls, for the pieces.
+void observeDecoding(DecodingObserver observer, void* context);
 
 /// Removes the staging directory that the calling thread prepared last, if it has neither been
 /// committed nor removed, and the parent directories that were made for it, if they are empty. For

@@ -36,6 +36,7 @@ TEST(Exports, AreTheRuntimeFunctionsAndThoseOfThePlayer) {
         "vesk::runtime::zip::inflateRaw",
         "vesk::standin::abandonStaging",
         "vesk::standin::observeCalls",
+        "vesk::standin::observeDecoding",
         "vesk::standin::takeLeftover",
         "vesk::standin::takePendingError",
     };

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The observer of host calls: called before the answer, per thread, removable, free to throw.
+// The observers of host calls and of decoding: per thread, removable, free to throw.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -11,14 +13,17 @@
 
 namespace {
 
+using vesk::standin::DecodedPiece;
 using vesk::standin::HostCall;
 using vesk::standin::observeCalls;
+using vesk::standin::observeDecoding;
 using vesk::standin::takePendingError;
 
 class Observer : public testing::Test {
 protected:
     void TearDown() override {
         observeCalls(nullptr, nullptr);
+        observeDecoding(nullptr, nullptr);
         takePendingError();
     }
 
@@ -46,10 +51,11 @@ TEST_F(Observer, IsToldOfEachCallInOrder) {
     observeCalls(record, &calls);
     Vesk_hasPendingError();
     Vesk_runtimeFsPath("a");
-    Vesk_hasPendingError();
+    std::string error;
+    vesk::runtime::archives::commitExtractionStaging("", "", error);
 
     const std::vector<HostCall> expected = {HostCall::hasPendingError, HostCall::runtimeFsPath,
-                                            HostCall::hasPendingError};
+                                            HostCall::commitExtractionStaging};
     EXPECT_EQ(calls, expected);
 }
 
@@ -92,6 +98,67 @@ TEST_F(Observer, SeesItsOwnThreadOnly) {
     std::thread other([] { Vesk_hasPendingError(); });
     other.join();
     EXPECT_TRUE(calls.empty());
+}
+
+/// What is decoded of 300,000 bytes in stored blocks, longer than a piece of the decoder.
+struct Decoding {
+    std::string decoded;
+    std::uint64_t inputUsed = 0;
+    int pieces = 0;
+};
+
+void recordPiece(void* context, const DecodedPiece& piece) {
+    auto& decoding = *static_cast<Decoding*>(context);
+    decoding.decoded.append(piece.bytes.begin(), piece.bytes.end());
+    EXPECT_GE(piece.inputUsed, decoding.inputUsed);
+    decoding.inputUsed = piece.inputUsed;
+    ++decoding.pieces;
+}
+
+void throwAtPiece(void*, const DecodedPiece&) {
+    throw std::runtime_error("stop");
+}
+
+std::string someBytes() {
+    std::string bytes(300000, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 1000);
+    return bytes;
+}
+
+/// Stored blocks of 60,000 bytes (0xEA60), the last one marked.
+std::string stored(const std::string& bytes) {
+    std::string data;
+    for (std::size_t at = 0; at < bytes.size(); at += 60000) {
+        data += at + 60000 == bytes.size() ? '\1' : '\0';
+        data += "\x60\xEA\x9F\x15" + bytes.substr(at, 60000);
+    }
+    return data;
+}
+
+bool inflateStored() {
+    const std::string data = stored(someBytes());
+    std::istringstream in(data);
+    std::ostringstream out;
+    std::uint32_t crc = 0;
+    std::string error;
+    return vesk::runtime::zip::inflateRaw(in, data.size(), 300000, out, crc, error);
+}
+
+TEST_F(Observer, IsShownAllThatIsDecodedAndHowMuchInputThatTook) {
+    Decoding decoding;
+    observeDecoding(recordPiece, &decoding);
+    EXPECT_TRUE(inflateStored());
+    EXPECT_EQ(decoding.decoded, someBytes());
+    EXPECT_EQ(decoding.inputUsed, 300000U + 5U * 5U);
+    EXPECT_GT(decoding.pieces, 1);
+}
+
+TEST_F(Observer, OfDecodingMayThrowAndBeRemoved) {
+    observeDecoding(throwAtPiece, nullptr);
+    EXPECT_THROW(inflateStored(), std::runtime_error);
+    observeDecoding(nullptr, nullptr);
+    EXPECT_TRUE(inflateStored());
 }
 
 }  // namespace
