@@ -1,55 +1,25 @@
 // SPDX-License-Identifier: MIT
-// Calling the module and watching its host calls.
+// Calling the module, and putting in its place what it has made.
 #include "commandline/archive_work.h"
 
 #include <sys/stat.h>
 
-#include <atomic>
 #include <string>
+#include <utility>
 
 #include "commandline/archive_target.h"
-#include "commandline/interruption.h"
 #include "commandline/made_parents.h"
 #include "commandline/making_file.h"
 #include "commandline/module_library.h"
 #include "commandline/progress_line.h"
 #include "commandline/terminal.h"
+#include "commandline/work_watch.h"
 
 namespace vesk::commandline {
 
 namespace {
 
-using standin::HostCall;
-
-/// What the module's host calls tell of its progress.
-struct Watch {
-    /// Made twice for each entry and twice besides, at the ends of the work.
-    HostCall countedCall;
-    std::uint64_t calls = 0;
-    std::atomic<std::uint64_t> entries = 0;
-    /// Created at the first such call, when the module has collected its entries: it becomes none
-    /// of them.
-    MakingFile* file = nullptr;
-};
-
-void onHostCall(void* context, HostCall call) {
-    auto& watch = *static_cast<Watch*>(context);
-    if (call == watch.countedCall) {
-        ++watch.calls;
-        watch.entries = watch.calls < 2 ? 0 : (watch.calls - 2) / 2;
-        if (watch.calls == 1 && watch.file != nullptr) watch.file->create();
-    }
-    throwIfInterrupted();
-}
-
-/// Observes the calling thread's host calls for as long as it lives.
-class Observation {
-public:
-    explicit Observation(Watch& watch) { standin::observeCalls(onHostCall, &watch); }
-    ~Observation() { standin::observeCalls(nullptr, nullptr); }
-    Observation(const Observation&) = delete;
-    Observation& operator=(const Observation&) = delete;
-};
+using Failure = std::optional<standin::PendingError>;
 
 /// Names the module's method and what it is called with.
 struct Call {
@@ -59,14 +29,7 @@ struct Call {
     standin::Mode mode;
 };
 
-using Failure = std::optional<standin::PendingError>;
-
-Failure callModule(Call call, Watch& watch, bool showsProgress) {
-    std::optional<ProgressLine> line;
-    const bool isMake = watch.countedCall == HostCall::hasPendingError;
-    if (showsProgress && canRedraw()) line.emplace(isMake ? "making" : "unpacking", watch.entries);
-
-    const Observation observation(watch);
+Failure callModule(Call call) {
     try {
         call.method(nullptr, call.from.c_str(), call.to.c_str(), &call.mode);
     } catch (...) {
@@ -77,22 +40,23 @@ Failure callModule(Call call, Watch& watch, bool showsProgress) {
     return standin::takePendingError();
 }
 
-Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {
+Failure makeArchive(NativeMethod method, const Arguments& arguments, MakingWatch& watch) {
     const ArchiveTarget target =
         findArchiveTarget(arguments.archive, arguments.tree, arguments.overwrite);
     const Call call{method, arguments.tree, target.modulePath, {target.moduleOverwrites, false}};
     MadeParents parents(arguments.archive);
     if (!target.file) {
-        auto error = callModule(call, watch, !arguments.quiet);
+        auto error = callModule(call);
         if (!error) parents.keep();
         return error;
     }
 
     MakingFile file(target.modulePath, *target.file, arguments.overwrite);
-    watch.file = &file;
+    watch.createThen(file);
     const char* message = nullptr;
     try {
-        if (auto error = callModule(call, watch, !arguments.quiet)) return error;
+        if (auto error = callModule(call)) return error;
+        watch.noteMoving();
         message = file.publish(arguments.sync);
     } catch (const NameTaken&) {
         message = "Cannot create archive";
@@ -102,12 +66,6 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, Watch& watc
     return std::nullopt;
 }
 
-Failure unpackArchive(NativeMethod method, const Arguments& arguments, Watch& watch) {
-    return callModule(
-        {method, arguments.archive, arguments.tree, {arguments.overwrite, arguments.sync}}, watch,
-        !arguments.quiet);
-}
-
 /// Takes no memory: it must not fail when the archive is there.
 std::optional<std::uintmax_t> sizeOf(const std::string& archive) {
     struct stat status {};
@@ -115,25 +73,57 @@ std::optional<std::uintmax_t> sizeOf(const std::string& archive) {
     return static_cast<std::uintmax_t>(status.st_size);
 }
 
+/// Shows how far the work is, on a terminal that can be redrawn.
+class ShownProgress {
+public:
+    ShownProgress(const Arguments& arguments, WorkWatch& watch) {
+        if (!arguments.quiet && canRedraw()) line_.emplace([&watch] { return watch.moment(); });
+    }
+
+private:
+    std::optional<ProgressLine> line_;
+};
+
+using Clock = std::chrono::steady_clock;
+using Result = std::variant<Outcome, standin::PendingError>;
+
+Result make(NativeMethod method, const Arguments& arguments) {
+    const auto start = Clock::now();
+    MakingWatch watch(arguments.tree, !arguments.quiet);
+    {
+        const ShownProgress line(arguments, watch);
+        if (const Failure failure = makeArchive(method, arguments, watch)) return *failure;
+    }
+    return Outcome{Verb::make, watch.entries(), sizeOf(arguments.archive), Clock::now() - start,
+                   watch.findings()};
+}
+
+Result unpack(NativeMethod method, ArchiveFormat format, const Arguments& arguments) {
+    const auto start = Clock::now();
+    // The archive that was unpacked may be another file by the time it has been.
+    const auto archiveBytes = sizeOf(arguments.archive);
+    UnpackingWatch watch(arguments.archive, format == ArchiveFormat::tgz, !arguments.quiet);
+    {
+        const ShownProgress line(arguments, watch);
+        if (const Failure failure = callModule(
+                {method, arguments.archive, arguments.tree, {arguments.overwrite, arguments.sync}}))
+            return *failure;
+    }
+    SourceFindings findings;
+    findings.executables = watch.executables();
+    return Outcome{Verb::unpack, watch.entries(), archiveBytes, Clock::now() - start,
+                   std::move(findings)};
+}
+
 }  // namespace
 
-std::variant<Outcome, standin::PendingError> carryOut(const Arguments& arguments) {
-    const auto start = std::chrono::steady_clock::now();
+Result carryOut(const Arguments& arguments) {
     const ModuleLibrary module = loadModule(arguments.module);
     const ArchiveFormat format =
         arguments.format ? *arguments.format : formatOfContents(arguments.archive);
-
-    Watch watch{arguments.verb == Verb::make ? HostCall::hasPendingError : HostCall::runtimeFsPath};
-    // The archive that was unpacked may be another file by the time it has been.
-    auto archiveBytes = sizeOf(arguments.archive);
-    const bool isMake = arguments.verb == Verb::make;
     const NativeMethod method = module.method(arguments.verb, format);
-    const Failure failure =
-        isMake ? makeArchive(method, arguments, watch) : unpackArchive(method, arguments, watch);
-    if (failure) return *failure;
-
-    if (isMake) archiveBytes = sizeOf(arguments.archive);
-    return Outcome{watch.entries, archiveBytes, std::chrono::steady_clock::now() - start};
+    return arguments.verb == Verb::make ? make(method, arguments)
+                                        : unpack(method, format, arguments);
 }
 
 }  // namespace vesk::commandline

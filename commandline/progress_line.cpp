@@ -5,8 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "commandline/progress_text.h"
 #include "commandline/terminal.h"
-#include "commandline/wording.h"
 
 namespace vesk::commandline {
 
@@ -19,8 +19,7 @@ constexpr auto redrawn = 200ms;
 
 }  // namespace
 
-ProgressLine::ProgressLine(std::string doing, const std::atomic<std::uint64_t>& entries)
-    : doing_(std::move(doing)), entries_(entries) {
+ProgressLine::ProgressLine(std::function<Moment()> moment) : moment_(std::move(moment)) {
     try {
         thread_ = std::thread([this] { redrawUntilEnd(); });
     } catch (const std::system_error&) {
@@ -44,16 +43,12 @@ void ProgressLine::redrawUntilEnd() {
     };
     if (!pause(firstDrawn)) return;
     do {
-        draw();
+        lock.unlock();
+        showLiveLine(
+            progressText(moment_(), start_, std::chrono::steady_clock::now(), terminalColumns()));
+        lock.lock();
     } while (pause(redrawn));
     eraseLiveLine();
-}
-
-void ProgressLine::draw() const {
-    const auto elapsed = std::chrono::steady_clock::now() - start_;
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    showLiveLine(doing_ + ": " + counted(entries_, "entry", "entries") + " so far, " +
-                 std::to_string(seconds) + " s");
 }
 
 }  // namespace vesk::commandline

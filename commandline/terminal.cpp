@@ -3,6 +3,7 @@
 #include "commandline/terminal.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +22,8 @@ namespace vesk::commandline {
 
 namespace {
 
-constexpr std::string_view erasure = "\r\033[K";
+/// To the end of the screen: the line may have been wrapped since. The cursor is at its beginning.
+constexpr std::string_view erasure = "\r\033[J";
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
 std::atomic<bool> liveLineIsShown = false;
@@ -129,7 +131,7 @@ std::string forStandardError(std::string_view text) {
 
 void say(std::string_view line) {
     const std::string shown = forStandardError(line);
-    writeText(STDERR_FILENO, shown + "\n");
+    writeText(STDERR_FILENO, std::string(liveLineErasure()).append(shown) + "\n");
 }
 
 void writeText(int descriptor, std::string_view text) {
@@ -152,10 +154,17 @@ bool canRedraw() {
            standardErrorIsTerminal();
 }
 
+std::size_t terminalColumns() {
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? size.ws_col : usual;
+}
+
 void showLiveLine(std::string_view line) {
     liveLineIsShown = true;
-    const std::string text = std::string(erasure).append(line);
-    writeText(STDERR_FILENO, text);
+    // Terminals that wrap lines anew when they are resized keep the cursor where it is in its line.
+    writeText(STDERR_FILENO, std::string(erasure).append(line) + "\r");
 }
 
 void eraseLiveLine() {

@@ -31,10 +31,14 @@ bool standardErrorIsTerminal();
 /// Returns whether standard error is a terminal on which a line can be redrawn.
 bool canRedraw();
 
-/// Writes `line` in the place of the live line, the one that is shown while the work lasts.
+/// Returns how many columns that terminal has at the moment.
+std::size_t terminalColumns();
+
+/// Writes `line`, which fits the terminal, in the place of the live line, the one that is shown
+/// while the work lasts.
 void showLiveLine(std::string_view line);
 
-/// Erases the live line.
+/// Erases the live line, also when it has been wrapped because the terminal has become narrower.
 void eraseLiveLine();
 
 /// Returns what must be written before another line: nothing unless a live line is shown. Can be

@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 import tarfile
+import termios
 import time
 import unicodedata
 import unittest
@@ -537,7 +538,10 @@ class LiveLineTest(TerminalTest):
         super().setUp()
         self.write_tree(b"src", TWO_FILES)
 
-    LINE = rb"\r\x1b\[K(making|unpacking): (1 entry|0 entries) so far, \d+ s"
+    ERASED = rb"\r\x1b\[J"
+    BAR = rb" \[#{15}\.{15}\]"
+    LEFT = rb"(, \d+ s left)?"
+    LINE = ERASED + rb"(reading|unpacking): 1 of 2 entries" + BAR + rb" 50 %" + LEFT + rb"\r"
     MAKE = (b"make", b"src", b"a.tar")
     MADE = rb"made a\.tar: 2 entries, 3072 bytes, \d+\.\d\d s"
     ONE_IS_DONE, OTHER_IS_UNREAD = 7, 5  # numbers of calls
@@ -547,49 +551,113 @@ class LiveLineTest(TerminalTest):
         env = environment("wait", call, **changes)
         return self.start_on_terminal(*self.MAKE, *options, env=env)
 
+    def start_waiting_in(self, function, *words):
+        env = environment(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_SLOW=function)
+        return self.start_on_terminal(*words, env=env)
+
     def test_long_making_shows_a_line_that_is_redrawn_and_erased_at_the_end(self):
         beginning = time.monotonic()
         process = self.start_slow_making()
         shown = self.shown_until(self.LINE)
         self.assertGreaterEqual(time.monotonic() - beginning, 0.5)
-        shown += self.shown_until(rb"(making: 1 entry so far, \d+ s\r\x1b\[K){2}")
+        shown += self.shown_until(rb"(" + self.LINE + rb"){2}")
         self.assertRegex(shown, rb"\A(" + self.LINE + rb"){3,}")
-        self.assertRegex(self.rest_shown(process), rb"\r\x1b\[K" + self.MADE + rb"\r\n\Z")
+        self.assertRegex(self.rest_shown(process), self.ERASED + self.MADE + rb"\r\n\Z")
 
     def test_long_unpacking_shows_the_line_too(self):
-        self.write_archive(b"in.tar", TWO_FILES)
-        process = self.start_on_terminal(b"unpack", b"in.tar", b"dest",
-                                         env=environment("wait", UNPACKING_CALLS))
-        self.shown_until(rb"unpacking: 1 entry so far, \d+ s")
-        self.assertRegex(self.rest_shown(process), rb"\r\x1b\[Kunpacked in\.tar to dest: ")
+        for name, mode in [(b"in.tar", "w"), (b"in.tgz", "w:gz")]:
+            with self.subTest(name=name):
+                self.write_archive(name, TWO_FILES, mode)
+                process = self.start_on_terminal(b"unpack", name, b"dest", b"--overwrite",
+                                                 env=environment("wait", UNPACKING_CALLS))
+                self.assertRegex(self.shown_until(self.LINE), rb"unpacking")
+                self.assertRegex(self.rest_shown(process), self.ERASED + rb"unpacked in\.t..? to dest: ")
+
+    def test_the_time_left_is_told_when_there_is_something_to_judge_by(self):
+        process = self.start_slow_making()
+        self.shown_until(self.BAR + rb" 50 %, [1-9] s left\r")
+        self.rest_shown(process)
+
+    def test_the_line_names_each_stage(self):
+        self.write_archive(b"in.tgz", {b"a": os.urandom(3_000_000)}, "w:gz")
+        unpack = (b"unpack", b"in.tgz", b"dest")
+        rows = [("readdir", self.MAKE, rb"walking: \d names, \d s"),
+                ("writev", self.MAKE, rb"writing, \d s"),
+                ("fsync", (*self.MAKE, b"--sync"), rb"moving into place, \d s"),
+                ("inflateRaw", unpack, rb"decoding: 0 of 3 MB \[\.{30}\] 0 %"),
+                ("syncfs", (*unpack, b"--sync"), rb"moving into place, \d s")]
+        for function, words, line in rows:
+            with self.subTest(function=function):
+                process = self.start_waiting_in(function, *words, b"--overwrite")
+                self.shown_until(self.ERASED + line + rb"\r")
+                self.rest_shown(process)
+
+    def test_links_to_directories_count_for_nothing(self):
+        os.symlink(b".", self.path(b"src/here"))
+        os.symlink(b"a", self.path(b"src/link"))
+        process = self.start_slow_making()
+        self.shown_until(rb"reading: 1 of 3 entries \[")
+        self.rest_shown(process)
+
+    def set_columns(self, columns):
+        termios.tcsetwinsize(self.terminal, (24, columns))
+
+    def test_the_line_fits_the_terminal_and_follows_it(self):
+        rows = [(80, rb"reading: 1 of 2 entries \[#{15}\.{15}\] 50 %" + self.LEFT),
+                (58, rb"reading: 1 of 2 entries \[#{5,8}\.{5,8}\] 50 %" + self.LEFT),
+                (45, rb"reading: 1 of 2 entries, 50 %" + self.LEFT),
+                (24, rb"reading: 50 %" + self.LEFT), (14, rb"reading: 50 %"), (8, rb"reading"),
+                (4, rb"rea"), (1, rb""), (80, rb"reading: 1 of 2 entries \[#{15}.*")]
+        process = self.start_slow_making()
+        for columns, line in rows:
+            with self.subTest(columns=columns):
+                self.set_columns(columns)
+                pattern = self.ERASED + rb"(?P<line>" + line + rb")\r(?=\r)"
+                shown = self.shown_until(pattern)
+                self.assertLess(len(re.search(pattern, shown)["line"]), columns)
+        self.rest_shown(process)
+
+    def test_the_cursor_waits_at_the_beginning_for_a_resize_that_wraps_the_line(self):
+        process = self.start_slow_making()
+        self.assertRegex(self.shown_until(self.LINE + rb"\Z"), rb"\r\Z")
+        self.rest_shown(process)
 
     def test_the_line_has_no_colours_whether_or_not_they_are_declined(self):
         for changes in [{}, {"NO_COLOR": "1"}]:
             with self.subTest(changes=changes):
                 process = self.start_slow_making(b"--overwrite", **changes)
                 shown = self.shown_until(self.LINE) + self.rest_shown(process)
-                self.assertNotIn(b"\x1b", shown.replace(b"\r\x1b[K", b""))
+                self.assertNotIn(b"\x1b", shown.replace(b"\r\x1b[J", b""))
 
     def test_the_line_is_erased_before_an_error(self):
         process = self.start_slow_making(call=self.OTHER_IS_UNREAD)
-        self.shown_until(self.LINE)
+        self.shown_until(self.ERASED + rb"reading: 0 of 2 entries")
         os.remove(self.path(b"src/sub/b"))
-        self.assertRegex(self.rest_shown(process, 1),
-                         rb"\r\x1b\[Kvesk-archive: IOException: Cannot read file: src/sub/b\r\n\Z")
+        self.assertRegex(self.rest_shown(process, 1), self.ERASED +
+                         rb"vesk-archive: IOException: Cannot read file: src/sub/b\r\n\Z")
+
+    def test_the_line_is_erased_before_anything_else_is_said(self):
+        env = environment(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_SLOW="fsync",
+                          VESK_NO_RENAMEAT2="1", VESK_NO_UNLINK="1")
+        process = self.start_on_terminal(*self.MAKE, b"--sync", env=env)
+        self.shown_until(self.ERASED + rb"moving")
+        self.assertRegex(self.rest_shown(process),
+                         self.ERASED + rb"vesk-archive: '[^\r]*' could not be deleted: [^\r]*\r\n")
 
     def test_the_line_is_erased_when_interrupted(self):
         process = self.start_slow_making()
         self.shown_until(self.LINE)
         send_and_await(process, signal.SIGINT)
-        self.assertRegex(self.rest_shown(process, -signal.SIGINT),
-                         rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written\r\n\Z")
+        self.assertRegex(self.rest_shown(process, -signal.SIGINT), self.ERASED +
+                         rb"vesk-archive: interrupted; the archive was not written\r\n\Z")
 
     def test_the_line_is_erased_when_the_program_is_held_up(self):
         process = self.start_slow_making(VESK_PATIENCE="ordinary")
         self.shown_until(self.LINE)
         process.send_signal(signal.SIGINT)
         shown = self.shown_until(rb"written\r\n")
-        self.assertRegex(shown, rb"\r\x1b\[Kvesk-archive: interrupted; the archive was not written")
+        self.assertRegex(shown, self.ERASED +
+                         rb"vesk-archive: interrupted; the archive was not written")
         self.assertEqual(process.wait(PATIENCE), -signal.SIGINT)
         finish(process)
 

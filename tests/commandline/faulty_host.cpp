@@ -9,6 +9,9 @@
 //       wait                     a dot is written to standard output, and the process waits until
 //                                its standard input ends; it aborts if a signal cuts that short
 //
+//   VESK_SLOW        the function that waits in the same way before it does its work for the first
+//                    time: readdir, writev, fsync, syncfs or inflateRaw
+//
 // It also takes part in what the program does on signals:
 //
 //   VESK_PATIENCE    if it is "ordinary", the program's patience after a signal has its length;
@@ -34,6 +37,8 @@
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_UNLINK, VESK_NO_FCHMOD
 //                   if it is 1, that system call is refused
 //   VESK_NO_FSTAT   if it is 1, nothing can be learnt of files that are open for writing only
+//   VESK_NO_TYPES   if it is 1, no types are told along with the names in a directory
+//   VESK_SIZE_OF, VESK_SIZE  the path of a file, and the size that it is said to have
 //
 // or one on which others work at the same time:
 //
@@ -44,6 +49,7 @@
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -111,6 +117,13 @@ void countCall() {
     static int calls = 0;
     const char* const faulty = std::getenv("VESK_FAULT_CALL");
     if (faulty != nullptr && ++calls == std::atoi(faulty)) commitFault(std::getenv("VESK_FAULT"));
+}
+
+void waitIfSlow(const char* function) {
+    static bool isFirst = true;
+    const char* const slow = std::getenv("VESK_SLOW");
+    if (slow != nullptr && std::string_view(slow) == function && std::exchange(isFirst, false))
+        waitForEndOfInput();
 }
 
 // The same function of the library behind this one, under the name that the compiler gave it.
@@ -202,6 +215,21 @@ extern "C" int unlink(const char* name) noexcept {
     return -1;
 }
 
+extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
+    waitIfSlow("writev");
+    return syscall(SYS_writev, descriptor, parts, count);
+}
+
+extern "C" int fsync(int descriptor) {
+    waitIfSlow("fsync");
+    return answering(&fsync)(descriptor);
+}
+
+extern "C" int syncfs(int descriptor) noexcept {
+    waitIfSlow("syncfs");
+    return answering(&syncfs)(descriptor);
+}
+
 extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
     if (!isSet("VESK_NO_FCHMOD", "1")) return answering(&fchmod)(descriptor, mode);
     errno = EPERM;
@@ -214,6 +242,19 @@ extern "C" int fstat(int descriptor, struct stat* status) noexcept {
         return fstatat(descriptor, "", status, AT_EMPTY_PATH);
     errno = EIO;
     return -1;
+}
+
+extern "C" dirent* readdir(DIR* directory) {
+    waitIfSlow("readdir");
+    dirent* const entry = answering(&readdir)(directory);
+    if (entry != nullptr && isSet("VESK_NO_TYPES", "1")) entry->d_type = DT_UNKNOWN;
+    return entry;
+}
+
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+    const int result = fstatat(AT_FDCWD, path, status, 0);
+    if (isSet("VESK_SIZE_OF", path)) status->st_size = std::atoll(std::getenv("VESK_SIZE"));
+    return result;
 }
 
 int Vesk_hasPendingError(void) {
@@ -231,4 +272,11 @@ bool vesk::runtime::archives::modeIsOverwrite(void* mode) {
     if (isSet("VESK_SHOW_SYNC", "1") && static_cast<const standin::Mode*>(mode)->sync)
         syscall(SYS_write, STDOUT_FILENO, word.data(), word.size());
     return answering(&modeIsOverwrite)(mode);
+}
+
+bool vesk::runtime::zip::inflateRaw(std::istream& in, std::uint64_t compressedSize,
+                                    std::uint64_t uncompressedSize, std::ostream& out,
+                                    std::uint32_t& crc, std::string& error) {
+    waitIfSlow("inflateRaw");
+    return answering(&inflateRaw)(in, compressedSize, uncompressedSize, out, crc, error);
 }

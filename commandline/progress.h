@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// How far the work is: told by the thread that does it, looked at by the one that shows it.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace vesk::commandline {
+
+enum class Stage { walking, readingFiles, writing, readingArchive, decoding, unpacking, moving };
+
+/// One moment of the work.
+struct Moment {
+    Stage stage;
+    std::uint64_t done;
+    std::uint64_t total;  ///< 0 where that is not known
+    std::chrono::steady_clock::time_point stageBegan;
+};
+
+class Progress {
+public:
+    /// Begins the work with this stage.
+    explicit Progress(Stage first) : stage_(first) { enter(first); }
+
+    /// Begins a stage, of which `total` is to be done if that is known.
+    void enter(Stage stage, std::uint64_t total = 0) {
+        State& state = states_[static_cast<std::size_t>(stage)];
+        state.total.store(total, std::memory_order_relaxed);
+        state.began.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+        stage_.store(stage, std::memory_order_release);
+    }
+
+    /// So much of the present stage is done. The cost is that of a store.
+    void note(std::uint64_t done) {
+        const Stage stage = stage_.load(std::memory_order_relaxed);
+        states_[static_cast<std::size_t>(stage)].done.store(done, std::memory_order_relaxed);
+    }
+
+    /// May be called on any thread. What was written before the stage began can be read after.
+    Moment moment() const {
+        const Stage stage = stage_.load(std::memory_order_acquire);
+        const State& state = states_[static_cast<std::size_t>(stage)];
+        return {stage, state.done.load(std::memory_order_relaxed),
+                state.total.load(std::memory_order_relaxed),
+                state.began.load(std::memory_order_relaxed)};
+    }
+
+private:
+    /// Each stage has its own, so that a moment never mixes two.
+    struct State {
+        std::atomic<std::uint64_t> done = 0;
+        std::atomic<std::uint64_t> total = 0;
+        std::atomic<std::chrono::steady_clock::time_point> began;
+    };
+
+    std::array<State, 7> states_;
+    std::atomic<Stage> stage_;
+};
+
+}  // namespace vesk::commandline
