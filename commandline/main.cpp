@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "commandline/archive_work.h"
 #include "commandline/arguments.h"
@@ -19,6 +20,7 @@
 #include "commandline/last_words.h"
 #include "commandline/mistake.h"
 #include "commandline/module_library.h"
+#include "commandline/remarks.h"
 #include "commandline/terminal.h"
 #include "commandline/wording.h"
 
@@ -48,7 +50,11 @@ void sayOutcome(const Arguments& arguments, const Outcome& outcome) {
                            : "unpacked " + arguments.archive + " to " + arguments.tree;
     line += ": " + counted(outcome.entries, "entry", "entries");
     if (outcome.archiveBytes) line += ", " + counted(*outcome.archiveBytes, "byte", "bytes");
-    if (mayTellTheEnd()) say(line + ", " + inSeconds(outcome.time));
+    const std::vector<std::string> remarks = remarksOn(outcome);
+    if (!mayTellTheEnd()) return;
+    say(line + ", " + inSeconds(outcome.time));
+    for (const std::string& remark : remarks)
+        say(remark);
 }
 
 const char* adviceOn(const vesk::standin::Leftover& leftover) {
