@@ -87,7 +87,7 @@ std::uint64_t HeaderTally::leaveOut() {
 // A read costs as much as copying some thousand bytes, so that small entries are read many at once.
 void HeaderTally::takeFile(int descriptor) {
     constexpr std::uint64_t smallEntry = 4096;
-    std::array<std::uint8_t, 4 * smallEntry> buffer;
+    std::array<std::uint8_t, 4 * smallEntry> buffer{};
     std::uint64_t offset = 0;
     std::size_t wanted = buffer.size();
     while (!hasEnded_ && !isLost_) {

@@ -14,9 +14,9 @@ enum class Stage { walking, readingFiles, writing, readingArchive, decoding, unp
 
 /// One moment of the work.
 struct Moment {
-    Stage stage;
-    std::uint64_t done;
-    std::uint64_t total;  ///< 0 where that is not known
+    Stage stage = Stage::walking;
+    std::uint64_t done = 0;
+    std::uint64_t total = 0;  ///< 0 where that is not known
     std::chrono::steady_clock::time_point stageBegan;
 };
 

@@ -45,9 +45,11 @@ unsigned char typeOf(DIR* directory, const char* name) {
     return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
 
-bool leadsToFile(const std::string& path) {
+/// The mode of what the link leads to; 0 where there is nothing.
+mode_t modeBehind(const std::string& source, const std::string& link) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    const std::filesystem::path path = std::filesystem::path(source) / link;
+    return stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
 }
 
 }  // namespace
@@ -65,7 +67,7 @@ std::uint64_t SourceWalk::storedFiles(const std::string& source) const {
     if (!hasBegun_) return 1;
     std::uint64_t stored = files_;
     for (const std::string& link : links_)
-        stored += leadsToFile(source + "/" + link) ? 1U : 0U;
+        stored += S_ISREG(modeBehind(source, link)) ? 1U : 0U;
     return stored;
 }
 
@@ -181,12 +183,10 @@ void SourceWalk::noteSingleFile(const std::string& source) {
 void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFiles) {
     const bool allAreStored = files_ + links_.size() == storedFiles;
     for (const std::string& link : links_) {
-        struct stat status {};
-        status.st_mode = S_IFREG;
-        if (!allAreStored) stat((source + "/" + link).c_str(), &status);
-        if (S_ISDIR(status.st_mode)) {
+        const mode_t mode = allAreStored ? S_IFREG : modeBehind(source, link);
+        if (S_ISDIR(mode)) {
             add(findings_.directoryLinks, link);
-        } else if (!S_ISREG(status.st_mode)) {
+        } else if (!S_ISREG(mode)) {
             add(findings_.specialFiles, link);
         } else if (isRefused(link.c_str())) {
             add(findings_.refusedNames, link);
@@ -197,6 +197,7 @@ void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFile
 }  // namespace vesk::commandline
 
 /// In front of the C library's: every reading of a directory comes by here.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's is reserved
 extern "C" dirent* readdir(DIR* directory) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread reads one directory
     static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
