@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "commandline/usage_complaint.h"
+
 namespace vesk::commandline {
 
 namespace {
@@ -26,10 +28,15 @@ struct Options {
     bool quiet = false;
 };
 
+/// Empty for a format that there is.
+std::string formatProblem(const std::string& name) {
+    return name == "tar" || name == "tgz" ? "" : "'" + name + "' is neither tar nor tgz";
+}
+
 void addCommonOptions(CLI::App& verb, Options& options, const std::string& formatHelp,
                       const std::string& overwriteHelp) {
     verb.add_option("--format", options.format, formatHelp)
-        ->check(CLI::IsMember({"tar", "tgz"}))
+        ->check(formatProblem)
         ->option_text("tar|tgz");
     verb.add_flag("--overwrite", options.overwrite, overwriteHelp)->disable_flag_override();
     verb.add_flag("--sync", options.sync, "Do not end before all of it is on the disk")
@@ -45,7 +52,8 @@ CLI::Option* addName(CLI::App& verb, const std::string& placeholder, std::string
 }
 
 CLI::App* addMake(CLI::App& program, Options& options) {
-    CLI::App* make = program.add_subcommand("make", "Make an archive of a file or a directory");
+    CLI::App* make =
+        program.add_subcommand("make", "Make an archive of a file or a directory, not compressed");
     addName(*make, "SOURCE", options.tree, "The file or directory to store; its regular files");
     addName(*make, "ARCHIVE", options.archive, "The file to write");
     addCommonOptions(*make, options, "The format; otherwise told by .tar, .tgz or .tar.gz",
@@ -119,8 +127,10 @@ private:
 
 std::variant<Arguments, Information, UsageError> parseArguments(int argc, const char* const* argv) {
     Options options;
-    CLI::App program("Makes and unpacks TAR archives, plain (tar) or gzip-compressed (tgz).",
-                     programName);
+    CLI::App program(
+        "Makes and unpacks TAR archives, plain (tar) or wrapped in gzip (tgz). What it makes is not\n"
+        "compressed; what it unpacks may be.",
+        programName);
     program.set_version_flag("--version", std::string(programName) + " " VESK_ARCHIVE_VERSION);
     program.require_subcommand(1);
     const CLI::App* make = addMake(program, options);
@@ -137,7 +147,7 @@ std::variant<Arguments, Information, UsageError> parseArguments(int argc, const 
         program.exit(wanted, text, text);
         return Information{text.str()};
     } catch (const CLI::ParseError& error) {
-        return usageError(program, plusSigns.restored(error.what()));
+        return usageError(program, plusSigns.restored(complaintOf(program, words, error)));
     }
     for (std::string* const name : {&options.archive, &options.tree, &options.module})
         *name = plusSigns.restored(*name);

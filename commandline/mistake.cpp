@@ -10,6 +10,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "commandline/archive_format.h"
+
 namespace vesk::commandline {
 
 namespace {
@@ -54,11 +56,8 @@ std::string quoted(const std::string& name) {
 }
 
 std::string withoutFormat(const std::string& name) {
-    for (const std::string_view ending : {".tar", ".tgz", ".tar.gz"}) {
-        if (name.size() > ending.size() && name.ends_with(ending))
-            return name.substr(0, name.size() - ending.size());
-    }
-    return name + "-unpacked";
+    const std::string_view rest = withoutFormatEnding(name);
+    return rest.size() < name.size() ? std::string(rest) : name + "-unpacked";
 }
 
 bool isSameFile(const std::string& left, const std::string& right) {

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """What vesk-archive says of what an archive or a tree does not hold as it was."""
 
+import gzip
 import io
 import os
 import random
@@ -202,6 +203,15 @@ class UnpackingTest(CommandLineTest):
                     chance.randbytes(chance.choice([0, 1, 511, 512, 513, 3000, 4096, 20000])))
                    for number in range(600)]
         self.assert_remarks(entries, ["  no longer executable: 200 files, first '000'"])
+
+    def test_a_header_that_is_decoded_in_two_pieces_counts_once(self):
+        self.write_modes(b"in.tar", [(f"{number:04}", tarfile.REGTYPE, 0o755, b"")
+                                     for number in range(3000)])
+        self.write(b"in.tgz", gzip.compress(self.read(b"in.tar"), 0))
+        for name in [b"in.tar", b"in.tgz"]:
+            with self.subTest(name=name):
+                self.assertEqual(self.unpacked(name),
+                                 ["  no longer executable: 3000 files, first '0000'"])
 
     def test_what_follows_the_end_marker_is_not_counted(self):
         self.write_modes(b"in.tar", [("a", tarfile.REGTYPE, 0o755, b"")])
