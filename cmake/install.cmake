@@ -6,9 +6,11 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/VeskArchives)
 set(header_directory ${CMAKE_INSTALL_INCLUDEDIR}/vesk-archives)
 set(module_directory ${CMAKE_INSTALL_LIBDIR}/vesk/modules)
 
-# vesk_install_program(NAME): the program and its manual page.
-function(vesk_install_program name)
+# vesk_install_program(NAME ROOM): the program, its manual page and its completion.
+function(vesk_install_program name room)
     install(TARGETS ${name})
+    install(FILES ${room}/bash-completion/${name}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
     configure_file(docs/man/${name}.1.in ${PROJECT_BINARY_DIR}/${name}.1 @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endfunction()
@@ -37,7 +39,7 @@ target_link_libraries(vesk_io_archives INTERFACE vesk_host_interface)
 install(TARGETS vesk_io_archives EXPORT VeskArchives LIBRARY DESTINATION ${module_directory})
 
 if(TARGET vesk-host-check)
-    vesk_install_program(vesk-host-check)
+    vesk_install_program(vesk-host-check hostcheck)
 endif()
 if(NOT VESK_RUNTIME_LIBRARY)
     # Beside the module, since it is there for the programs of this project: no part of the system's
@@ -51,11 +53,12 @@ if(NOT VESK_RUNTIME_LIBRARY)
     get_target_property(modules vesk-archive VESK_MODULE_DIRECTORY)
     set_target_properties(vesk-archive PROPERTIES
         BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN/${modules};$ORIGIN/../lib")
-    vesk_install_program(vesk-archive)
-    install(FILES commandline/bash-completion/vesk-archive
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    vesk_install_program(vesk-archive commandline)
 endif()
-install(FILES LICENSE RENAME copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vesk-archives)
+set(document_directory ${CMAKE_INSTALL_DATADIR}/doc/vesk-archives)
+install(FILES LICENSE RENAME copyright DESTINATION ${document_directory})
+install(FILES CHANGELOG.md docs/formats.md docs/hosting.md docs/messages.md
+    DESTINATION ${document_directory})
 
 install(EXPORT VeskArchives NAMESPACE VeskArchives:: DESTINATION ${package_directory}
     FILE VeskArchivesConfig.cmake)

@@ -32,14 +32,17 @@ BARE = {"LC_ALL": "C.UTF-8"}
 HEADERS = ["include/vesk-archives/module/host/host_runtime.h",
            "include/vesk-archives/module/native_methods.h"]
 MODULE = "lib/vesk/modules/libvesk_io_archives.so"
-HOST_CHECK = ["bin/vesk-host-check", "share/man/man1/vesk-host-check.1"]
+COMPLETIONS = "share/bash-completion/completions/"
+HOST_CHECK = ["bin/vesk-host-check", "share/man/man1/vesk-host-check.1",
+              COMPLETIONS + "vesk-host-check"]
+DOCUMENTS = ["share/doc/vesk-archives/" + name for name in
+             ["CHANGELOG.md", "copyright", "formats.md", "hosting.md", "messages.md"]]
 COMMON = ["lib/cmake/VeskArchives/VeskArchivesConfig.cmake",
           "lib/cmake/VeskArchives/VeskArchivesConfigVersion.cmake",
-          "share/doc/vesk-archives/copyright", MODULE] + HEADERS + HOST_CHECK
+          MODULE] + DOCUMENTS + HEADERS + HOST_CHECK
 STANDIN = "lib/vesk/modules/libvesk_standin_host.so"
-COMPLETION = "share/bash-completion/completions/vesk-archive"
 FILES = COMMON + ["bin/vesk-archive", "include/vesk-archives/standinhost/standin_host.h", STANDIN,
-                  COMPLETION, "share/man/man1/vesk-archive.1"]
+                  COMPLETIONS + "vesk-archive", "share/man/man1/vesk-archive.1"]
 
 TREE = {"a.txt": b"alpha", "sub dir/b": bytes(range(256)) * 300}
 
@@ -230,38 +233,60 @@ class BashCompletion(ScratchTest):
     SCRIPT = """
     compopt() { :; }
     source "$1"
-    [ "$(complete -p vesk-archive)" = "complete -F _vesk_archive vesk-archive" ] || exit
+    function=_${2//-/_}
+    [ "$(complete -p $2)" = "complete -F $function $2" ] || exit
     shift
     COMP_WORDS=("$@")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-    _vesk_archive
+    $function
     printf '%s\\n' "${COMPREPLY[@]}"
     """
-    OPTIONS = {"--format", "--overwrite", "--sync", "--quiet", "--module", "--help", "--version"}
+    FORMATS = {"tar", "tgz"}
+    OPTIONS = {"--format", "--overwrite", "--sync", "--quiet", "--module", "--help"}
+    INFORMATION = {"--help", "--version"}
 
-    def offered(self, *words):
+    def setUp(self):
+        write_tree(self.scratch, {"a file.tar": b"", "another": b""})
+
+    def offered(self, room, program, *words):
         said = output("bash", "-c", self.SCRIPT, "bash",
-                      SOURCE / "commandline/bash-completion/vesk-archive", "vesk-archive", *words,
+                      SOURCE / room / "bash-completion" / program, program, *words,
                       cwd=self.scratch)
         return set(said.split("\n")) - {""}
 
-    def test_the_shell_offers_what_fits(self):
-        write_tree(self.scratch, {"a file.tar": b"", "another": b""})
-        rows = [([""], {"make", "unpack"}), (["ma"], {"make"}), (["x"], set()),
-                (["make", "--"], self.OPTIONS), (["make", "--qu"], {"--quiet"}), (["make", "--sy"], {"--sync"}),
-                (["make", "--format", ""], {"tar", "tgz"}), (["make", "--format", "tg"], {"tgz"}),
-                (["unpack", "a"], {"a file.tar", "another"}),
-                (["make", "another", "a "], {"a file.tar"}),
-                (["make", "--module", "ano"], {"another"})]
+    def assert_offered(self, room, program, rows):
         for words, fitting in rows:
             with self.subTest(words=words):
-                self.assertEqual(self.offered(*words), fitting)
+                self.assertEqual(self.offered(room, program, *words), fitting)
 
-    def test_every_option_of_the_program_is_offered(self):
-        program = BUILD / "bin/vesk-archive"
-        helps = [output(program, *verb, "--help") for verb in [(), ("make",), ("unpack",)]]
-        options = set(re.findall(r"(?<![\w-])--[a-z]+", "".join(helps)))
-        self.assertEqual(options, self.OPTIONS)
+    def test_the_shell_offers_what_fits(self):
+        self.assert_offered("commandline", "vesk-archive", [
+            ([""], {"make", "unpack"}), (["ma"], {"make"}), (["x"], set()),
+            (["-"], self.INFORMATION), (["--v"], {"--version"}),
+            (["make", "--"], self.OPTIONS), (["make", "--qu"], {"--quiet"}),
+            (["make", "--sy"], {"--sync"}), (["make", "--format", ""], self.FORMATS),
+            (["make", "--format", "tg"], {"tgz"}), (["unpack", "a"], {"a file.tar", "another"}),
+            (["make", "another", "a "], {"a file.tar"}), (["make", "--module", "ano"], {"another"})])
+
+    def test_the_shell_offers_what_fits_behind_an_equals_sign(self):
+        self.assert_offered("commandline", "vesk-archive", [
+            (["make", "--format", "="], self.FORMATS), (["make", "--format", "=", "tg"], {"tgz"}),
+            (["make", "--format="], {"--format=tar", "--format=tgz"}),
+            (["make", "--format=ta"], {"--format=tar"}),
+            (["make", "--module", "=", "ano"], {"another"})])
+
+    def test_the_shell_offers_what_fits_the_check(self):
+        self.assert_offered("hostcheck", "vesk-host-check", [
+            (["a"], {"a file.tar", "another"}), (["-"], self.INFORMATION), (["--h"], {"--help"}),
+            (["another", ""], set())])
+
+    def test_every_option_of_a_program_is_offered_where_it_works(self):
+        rows = [("vesk-archive", [], self.INFORMATION), ("vesk-archive", ["make"], self.OPTIONS),
+                ("vesk-archive", ["unpack"], self.OPTIONS), ("vesk-host-check", [], self.INFORMATION)]
+        for program, verb, options in rows:
+            with self.subTest(program=program, verb=verb):
+                told = output(BUILD / "bin" / program, *verb, "--help")
+                self.assertEqual(set(re.findall(r"(?<![\w-])--[a-z]+", told)), options)
 
 
 class DebianPackage(ScratchTest):
