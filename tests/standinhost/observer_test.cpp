@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The observers of host calls and of decoding: per thread, removable, free to throw.
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <sstream>
 #include <stdexcept>
@@ -100,25 +101,23 @@ TEST_F(Observer, SeesItsOwnThreadOnly) {
     EXPECT_TRUE(calls.empty());
 }
 
-/// What is decoded of 300,000 bytes in stored blocks, longer than a piece of the decoder.
+/// What is seen of a decoding.
 struct Decoding {
     std::string decoded;
-    std::uint64_t inputUsed = 0;
-    int pieces = 0;
+    std::vector<std::uint64_t> inputUsed;
 };
 
 void recordPiece(void* context, const DecodedPiece& piece) {
     auto& decoding = *static_cast<Decoding*>(context);
     decoding.decoded.append(piece.bytes.begin(), piece.bytes.end());
-    EXPECT_GE(piece.inputUsed, decoding.inputUsed);
-    decoding.inputUsed = piece.inputUsed;
-    ++decoding.pieces;
+    decoding.inputUsed.push_back(piece.inputUsed);
 }
 
 void throwAtPiece(void*, const DecodedPiece&) {
     throw std::runtime_error("stop");
 }
 
+/// Longer than a piece of the decoder.
 std::string someBytes() {
     std::string bytes(300000, '\0');
     for (std::size_t i = 0; i < bytes.size(); ++i)
@@ -136,13 +135,25 @@ std::string stored(const std::string& bytes) {
     return data;
 }
 
-bool inflateStored() {
-    const std::string data = stored(someBytes());
+bool inflate(const std::string& data, std::uint64_t size) {
     std::istringstream in(data);
     std::ostringstream out;
     std::uint32_t crc = 0;
     std::string error;
-    return vesk::runtime::zip::inflateRaw(in, data.size(), 300000, out, crc, error);
+    return vesk::runtime::zip::inflateRaw(in, data.size(), size, out, crc, error);
+}
+
+bool inflateStored() {
+    return inflate(stored(someBytes()), 300000);
+}
+
+/// The raw DEFLATE data that zlib makes of `bytes`.
+std::string deflated(const std::string& bytes) {
+    std::string data(compressBound(bytes.size()), '\0');
+    uLongf size = data.size();
+    compress(reinterpret_cast<Bytef*>(data.data()), &size,
+             reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
+    return data.substr(2, size - 6);  // without zlib's header and checksum
 }
 
 TEST_F(Observer, IsShownAllThatIsDecodedAndHowMuchInputThatTook) {
@@ -150,8 +161,18 @@ TEST_F(Observer, IsShownAllThatIsDecodedAndHowMuchInputThatTook) {
     observeDecoding(recordPiece, &decoding);
     EXPECT_TRUE(inflateStored());
     EXPECT_EQ(decoding.decoded, someBytes());
-    EXPECT_EQ(decoding.inputUsed, 300000U + 5U * 5U);
-    EXPECT_GT(decoding.pieces, 1);
+    EXPECT_GT(decoding.inputUsed.size(), 1U);
+    EXPECT_EQ(decoding.inputUsed.back(), 300000U + 5U * 5U);
+}
+
+TEST_F(Observer, IsToldOfInputThatHasBeenUsedNotRead) {
+    Decoding decoding;
+    observeDecoding(recordPiece, &decoding);
+    const std::string data = deflated(std::string(1'000'000, '\0'));
+    EXPECT_TRUE(inflate(data, 1'000'000));
+    EXPECT_GT(decoding.inputUsed.front(), data.size() / 5);
+    EXPECT_LT(decoding.inputUsed.front(), data.size() / 3);
+    EXPECT_EQ(decoding.inputUsed.back(), data.size());
 }
 
 TEST_F(Observer, OfDecodingMayThrowAndBeRemoved) {
