@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <set>
@@ -67,32 +68,34 @@ void removeOneFile(const Place& place, TreeRemover& remover) {
         remover.removeFile(staging, "sub/0");
 }
 
-void renameStaging(const Place& place, TreeRemover&) {
+void renameStaging(const Place& place, TreeRemover& /*remover*/) {
     std::error_code error;
     if (const fs::path staging = place.staging(); !staging.empty())
         fs::rename(staging, place.parent / "renamed", error);
 }
 
-void moveStagingElsewhere(const Place& place, TreeRemover&) {
+void moveStagingElsewhere(const Place& place, TreeRemover& /*remover*/) {
     std::error_code error;
     if (const fs::path staging = place.staging(); !staging.empty())
         fs::rename(staging, place.elsewhere / "moved", error);
 }
 
-void replaceTree(const Place& place, TreeRemover&) {
-    std::error_code error;
+/// In one step: what is put into the staging directory when the program has looked through that to
+/// remove it stays there.
+void replaceTree(const Place& place, TreeRemover& /*remover*/) {
     const fs::path staging = place.staging();
     if (staging.empty()) return;
-    fs::rename(staging / "tree", staging / "taken away", error);
-    fs::create_directory(staging / "tree", error);
+    fs::create_directory(place.elsewhere / "taken");
+    renameat2(AT_FDCWD, (place.elsewhere / "taken").c_str(), AT_FDCWD, (staging / "tree").c_str(),
+              RENAME_EXCHANGE);
 }
 
-void makeTheParentAnew(const Place& place, TreeRemover&) {
+void makeTheParentAnew(const Place& place, TreeRemover& /*remover*/) {
     fs::rename(place.parent, place.root / "moved");
     fs::create_directory(place.parent);
 }
 
-void replaceTheParentByALink(const Place& place, TreeRemover&) {
+void replaceTheParentByALink(const Place& place, TreeRemover& /*remover*/) {
     fs::rename(place.parent, place.root / "moved");
     fs::create_symlink(place.elsewhere, place.parent);
 }
@@ -209,6 +212,8 @@ int Disturbed::openTreeOf(const RunningProgram& program) const {
 
 void Disturbed::judge(const ProgramEnd& end, const RemovedNames& removed) {
     ++ends_[end.status];
+    // What the disturbance has taken is nobody's any more.
+    fs::remove_all(place_.elsewhere / "taken");
     const Tree all = everythingIn(place_);
     const bool succeeded = end.status == 0;
     EXPECT_EQ(end.errors.empty(), succeeded);
