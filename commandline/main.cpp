@@ -23,6 +23,7 @@
 #include "commandline/remarks.h"
 #include "commandline/terminal.h"
 #include "commandline/wording.h"
+#include "explanation/explanation.h"
 
 using namespace vesk::commandline;
 
@@ -70,6 +71,17 @@ void sayLeftover() {
     if (leftover) say("vesk-archive: '" + leftover->path.native() + "' " + adviceOn(*leftover));
 }
 
+/// Says where the trouble is and what to do about it, if that can be found.
+void sayExplanation(const Arguments& arguments, const std::string& message) {
+    const ArchiveFormat format =
+        arguments.format ? *arguments.format : formatOfContents(arguments.archive);
+    const vesk::explanation::FailedCall call{arguments.verb == Verb::make,
+                                             format == ArchiveFormat::tgz, arguments.archive,
+                                             arguments.tree, message};
+    for (const std::string& line : vesk::explanation::explain(call))
+        say("  " + line);
+}
+
 /// What is done stays done, and the status says so, also where no memory is left for the words.
 template <typename Function>
 void withMemoryAtHand(const Function& sayIt) {
@@ -80,7 +92,7 @@ void withMemoryAtHand(const Function& sayIt) {
     }
 }
 
-int carryOutAndTell(const Arguments& arguments) {
+int carryOutAndTell(const Arguments& arguments, std::string& raisedMessage) {
     try {
         if (const auto mistake = mistakeIn(arguments)) {
             complain(*mistake);
@@ -89,6 +101,7 @@ int carryOutAndTell(const Arguments& arguments) {
         const auto result = carryOut(arguments);
         if (const auto* error = std::get_if<vesk::standin::PendingError>(&result)) {
             complain(error->className + ": " + error->message);
+            raisedMessage = error->message;
             return raised;
         }
         if (!arguments.quiet)
@@ -106,8 +119,14 @@ int carryOutAndTell(const Arguments& arguments) {
 int run(const Arguments& arguments) {
     if (arguments.verb == Verb::unpack) expectUnpacking(arguments.tree);
     noteInterruptions();
-    const int status = carryOutAndTell(arguments);
+    std::string message;
+    const int status = carryOutAndTell(arguments, message);
     withMemoryAtHand(sayLeftover);
+    if (status == raised && !arguments.quiet) {
+        // All has been told but the reason: from now on a signal need not wait for anything.
+        endIfInterrupted();
+        withMemoryAtHand([&] { sayExplanation(arguments, message); });
+    }
     return status;
 }
 

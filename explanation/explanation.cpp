@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// Which explanation a message calls for.
+#include "explanation/explanation.h"
+
+#include <algorithm>
+
+#include "explanation/make_explanation.h"
+#include "explanation/unpack_explanation.h"
+
+namespace vesk::explanation {
+
+std::vector<std::string> explain(const FailedCall& call) {
+    std::vector<std::string> lines = call.isMaking ? explainMaking(call) : explainUnpacking(call);
+    constexpr std::size_t mostLines = 3;
+    lines.resize(std::min(lines.size(), mostLines));
+    return lines;
+}
+
+}  // namespace vesk::explanation

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// The records of a pax header (POSIX.1-2001).
+#include "explanation/extended_header.h"
+
+#include <charconv>
+#include <string_view>
+
+namespace vesk::explanation {
+
+namespace {
+
+/// Reads the digits at the front of `text`; nothing when there are none or too many.
+std::optional<std::uint64_t> numberAt(std::string_view text) {
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end == text.data()) return std::nullopt;
+    return number;
+}
+
+bool isAscii(std::string_view text) {
+    for (const char character : text) {
+        if (static_cast<unsigned char>(character) >= 0x80) return false;
+    }
+    return true;
+}
+
+void take(ExtendedHeader& header, std::string_view key, std::string_view value) {
+    const bool isOwner = key == "uid" || key == "gid";
+    if (key == "path") {
+        header.name = value;
+        // Other programs take such a name apart by their locale.
+        if (!isAscii(value)) header.goesBeyondUstar = true;
+    } else if (key == "size") {
+        header.size = numberAt(value);
+    } else if (isOwner && numberAt(value).value_or(UINT64_MAX) > largestOwner) {
+        header.goesBeyondUstar = true;
+    } else if (key == "mtime" && numberAt(value).value_or(UINT64_MAX) > largestTime) {
+        header.goesBeyondUstar = true;
+    } else if (key.starts_with("GNU.sparse.")) {
+        header.goesBeyondUstar = true;
+    }
+    if (!header.keys.empty()) header.keys += ", ";
+    header.keys += key;
+}
+
+}  // namespace
+
+ExtendedHeader readPaxRecords(const std::string& records) {
+    ExtendedHeader header;
+    std::string_view rest = records;
+    while (true) {
+        const std::uint64_t length = numberAt(rest).value_or(0);
+        const std::size_t space = rest.find(' ');
+        if (length > rest.size() || space == std::string_view::npos || length < space + 2) break;
+        const std::string_view record = rest.substr(space + 1, length - space - 2);
+        const std::size_t equals = record.find('=');
+        if (equals == std::string_view::npos) break;
+        take(header, record.substr(0, equals), record.substr(equals + 1));
+        rest.remove_prefix(length);
+    }
+    return header;
+}
+
+}  // namespace vesk::explanation

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+// Reading a gzip member: what the module makes of the last eight bytes, and what is there really.
+#include "explanation/gzip_reading.h"
+
+#include <algorithm>
+#include <array>
+
+#include "explanation/file_kind.h"
+#include "explanation/gzip_source.h"
+#include "explanation/text.h"
+#include "gzip/member_format.h"
+#include "tar/header_block.h"
+#include "tar/octal_field.h"
+
+namespace vesk::explanation {
+
+namespace {
+
+using namespace vesk::io::archives;
+using Cause = GzipReading::Cause;
+
+struct Trailer {
+    std::uint32_t crc = 0;
+    std::uint32_t length = 0;
+};
+
+Trailer readTrailer(FileSource& file) {
+    std::array<std::uint8_t, gzipTrailerSize> bytes{};
+    file.seek(file.size() - bytes.size());
+    file.read(bytes.data(), bytes.size());
+    const auto number = [&](std::size_t at) {
+        return bytes.at(at) | std::uint32_t{bytes.at(at + 1)} << 8 |
+               std::uint32_t{bytes.at(at + 2)} << 16 | std::uint32_t{bytes.at(at + 3)} << 24;
+    };
+    return {number(0), number(4)};
+}
+
+bool isTarHeader(std::span<const std::uint8_t, tarBlockSize> block) {
+    return tarParseOctal(TarChksum::in(block.data()), TarChksum::width) == tarHeaderChecksum(block);
+}
+
+bool beginsAsGzip(FileSource& file) {
+    std::array<std::uint8_t, 2> magic{};
+    file.read(magic.data(), magic.size());
+    file.seek(0);
+    return magic[0] == gzipId1 && magic[1] == gzipId2;
+}
+
+/// For a file that is too short or does not begin as gzip does.
+GzipReading readForeign(FileSource& file, const std::string& name) {
+    std::array<std::uint8_t, tarBlockSize> beginning{};
+    const std::size_t length = file.read(beginning.data(), beginning.size());
+    GzipReading found{Cause::noGzip, "Invalid gzip stream", name + ": "};
+    const FileKind kind = kindOfBytes(std::span(beginning).first(length));
+    if (length == 0) {
+        found.finding += "empty, 0 bytes";
+    } else if (length == beginning.size() && isTarHeader(beginning)) {
+        found.cause = Cause::plainTar;
+        found.finding += "a TAR archive that is not compressed";
+    } else if (!kind.name.empty() && kind.name != "a gzip file") {
+        found.finding += kind.name;
+    } else {
+        found.cause = Cause::damaged;
+        found.finding += "its " + bytes(file.size()) + " are no gzip file";
+    }
+    return found;
+}
+
+/// What the host says of the payload, which ends where the module takes the trailer to begin.
+std::string messageOf(const Inflation& inflation, const Trailer& trailer,
+                      std::uint64_t payloadEnd) {
+    const auto state = inflation.state();
+    const bool isWithin = inflation.end() <= payloadEnd;
+    if (inflation.decoded() > trailer.length)
+        return "DEFLATE output is longer than its declared size";
+    if (state == Inflation::State::invalid && isWithin) return "Invalid DEFLATE data";
+    if (state != Inflation::State::finished || !isWithin) return "Truncated DEFLATE data";
+    if (inflation.end() < payloadEnd) return "Unexpected data after DEFLATE stream";
+    if (inflation.decoded() < trailer.length)
+        return "DEFLATE output is shorter than its declared size";
+    return inflation.crc() == trailer.crc ? "" : "Invalid gzip checksum";
+}
+
+/// What follows the member that ends at the file's position.
+Cause causeBehind(FileSource& file) {
+    std::array<std::uint8_t, 4096> piece{};
+    const std::uint64_t begin = file.position();
+    if (readGzipHeader(file, file.size()).message.empty()) return Cause::members;
+    file.seek(begin);
+    while (const std::size_t length = file.read(piece.data(), piece.size())) {
+        const auto read = std::span(piece).first(length);
+        if (std::any_of(read.begin(), read.end(), [](std::uint8_t byte) { return byte != 0; }))
+            return Cause::appendage;
+    }
+    return Cause::padding;
+}
+
+void describeBehind(FileSource& file, const std::string& name, GzipReading& found) {
+    file.seek(found.end);
+    found.cause = causeBehind(file);
+    const std::string count = bytes(file.size() - found.end);
+    const std::string what = found.cause == Cause::members   ? "another gzip member"
+                             : found.cause == Cause::padding ? count + " of zeros"
+                                                             : count + " that are no gzip";
+    found.finding =
+        name + ", byte " + std::to_string(found.end) + ": " + what + " behind the compressed data";
+}
+
+void describeTrailer(const Inflation& inflation, const Trailer& trailer, const std::string& name,
+                     GzipReading& found) {
+    found.cause = Cause::damaged;
+    found.finding = name + ": ";
+    if (inflation.decoded() == trailer.length) {
+        found.finding += "its CRC-32 is " + hexadecimal(trailer.crc) + ", the data give " +
+                         hexadecimal(inflation.crc());
+    } else {
+        found.finding += "its trailer says " + bytes(trailer.length) + ", the data have " +
+                         std::to_string(inflation.decoded());
+    }
+}
+
+void describeData(FileSource& file, const Inflation& inflation, const Trailer& trailer,
+                  const std::string& name, GzipReading& found) {
+    found.cause = Cause::damaged;
+    found.end = inflation.end() + gzipTrailerSize;
+    if (inflation.decoded() >= mostDecoded) {
+        found.cause = Cause::tooLarge;
+        found.finding = name + ": decodes to more than 4294967295 bytes";
+    } else if (inflation.state() == Inflation::State::invalid) {
+        found.finding = name + ": damaged before byte " + std::to_string(inflation.end());
+    } else if (inflation.state() == Inflation::State::cutOff) {
+        found.finding = name + ": cut off at byte " + std::to_string(file.size()) +
+                        ", amid the compressed data";
+    } else if (found.end > file.size()) {
+        found.finding = name + ": cut off at byte " + std::to_string(file.size()) + ", " +
+                        bytes(found.end - file.size()) + " missing";
+    } else if (found.end < file.size()) {
+        describeBehind(file, name, found);
+    } else {
+        describeTrailer(inflation, trailer, name, found);
+    }
+}
+
+}  // namespace
+
+GzipReading readGzip(FileSource& file, const std::string& name) {
+    constexpr std::uint64_t shortest = gzipHeaderSize + gzipTrailerSize;
+    if (file.size() < shortest || !beginsAsGzip(file)) return readForeign(file, name);
+
+    const std::uint64_t payloadEnd = file.size() - gzipTrailerSize;
+    const GzipHeader header = readGzipHeader(file, payloadEnd);
+    if (!header.message.empty()) return {Cause::damaged, header.message, name + header.finding};
+
+    const std::uint64_t begin = file.position();
+    const Trailer trailer = readTrailer(file);
+    file.seek(begin);
+    Inflation inflation(file);
+    while (!inflation.next().empty() && inflation.decoded() < mostDecoded) {
+    }
+    GzipReading found;
+    found.message = messageOf(inflation, trailer, payloadEnd);
+    if (!found.message.empty()) describeData(file, inflation, trailer, name, found);
+    return found;
+}
+
+}  // namespace vesk::explanation

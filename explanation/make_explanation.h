@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+// Why an archive was not made.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "explanation/explanation.h"
+
+namespace vesk::explanation {
+
+/// As explain, for a failed making.
+std::vector<std::string> explainMaking(const FailedCall& call);
+
+}  // namespace vesk::explanation

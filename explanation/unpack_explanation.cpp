@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: MIT
+// Why an archive was not unpacked: by its message, in the order in which the checks are made.
+#include "explanation/unpack_explanation.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string_view>
+
+#include "explanation/advice.h"
+#include "explanation/byte_source.h"
+#include "explanation/entry_conflict.h"
+#include "explanation/gzip_reading.h"
+#include "explanation/gzip_source.h"
+#include "explanation/path_state.h"
+#include "explanation/staging_explanation.h"
+#include "explanation/tar_reading.h"
+#include "explanation/text.h"
+
+namespace vesk::explanation {
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/// The archive's TAR stream; null where it cannot be read any more.
+std::unique_ptr<ByteSource> openStream(const FailedCall& call) {
+    std::unique_ptr<FileSource> file = FileSource::open(call.archive);
+    if (!file || !call.isGzip) return file;
+    return std::make_unique<GzipSource>(std::move(file));
+}
+
+std::string subjectOf(const FailedCall& call) {
+    return inQuotes(call.archive) + (call.isGzip ? ", decompressed" : "");
+}
+
+Lines withAdvice(const std::string& finding, Remedy remedy, const FailedCall& call) {
+    Lines lines = advice(remedy, call);
+    lines.insert(lines.begin(), finding);
+    return lines;
+}
+
+std::string unpacking(const FailedCall& call, const std::string& options) {
+    return "to unpack it: vesk-archive unpack " + options + shellWord(call.archive) + " " +
+           shellWord(call.tree);
+}
+
+/// For a format that was asked for and is not the archive's.
+bool beginsAsGzip(const FailedCall& call) {
+    const auto file = FileSource::open(call.archive);
+    std::array<std::uint8_t, 2> magic{};
+    return file && file->read(magic.data(), magic.size()) == magic.size() && magic[0] == 0x1F &&
+           magic[1] == 0x8B;
+}
+
+Lines explainStream(const FailedCall& call) {
+    const auto stream = openStream(call);
+    if (!stream) return {};
+    const TarReading reading = readTar(*stream, subjectOf(call));
+    if (reading.message != call.message) return {};
+    if (!call.isGzip && beginsAsGzip(call)) return {reading.finding, unpacking(call, "")};
+    return withAdvice(reading.finding, reading.remedy, call);
+}
+
+std::string cutting(const FailedCall& call, std::uint64_t length) {
+    return "to cut that off: head -c " + std::to_string(length) + " " + shellWord(call.archive) +
+           " > " + shellWord(freshArchive(call.archive, "-cut"));
+}
+
+std::string joining(const FailedCall& call) {
+    return "to make it one: gzip -dc " + shellWord(call.archive) + " | gzip > " +
+           shellWord(freshArchive(call.archive, "-joined"));
+}
+
+/// For what is whole, but has something behind it: that may not be all that is wrong.
+Lines explainBehind(const FailedCall& call, const GzipReading& found) {
+    if (found.cause == GzipReading::Cause::appendage)
+        return {found.finding, cutting(call, found.end)};
+    const auto stream = openStream(call);
+    if (!stream) return {};
+    const TarReading inner = readTar(*stream, subjectOf(call));
+    if (!inner.message.empty()) return withAdvice(found.finding, inner.remedy, call);
+    const bool isPadded = found.cause == GzipReading::Cause::padding;
+    return {found.finding, isPadded ? cutting(call, found.end) : joining(call)};
+}
+
+Lines explainMember(const FailedCall& call) {
+    const auto file = FileSource::open(call.archive);
+    if (!file) return {};
+    const GzipReading found = readGzip(*file, inQuotes(call.archive));
+    if (found.message != call.message) return {};
+    switch (found.cause) {
+        case GzipReading::Cause::plainTar:
+            return {found.finding, unpacking(call, "--format tar ")};
+        case GzipReading::Cause::noGzip:
+            return {found.finding};
+        case GzipReading::Cause::members:
+        case GzipReading::Cause::padding:
+        case GzipReading::Cause::appendage:
+            return explainBehind(call, found);
+        case GzipReading::Cause::tooLarge:
+            return withAdvice(found.finding, Remedy::unpackElsewhere, call);
+        default:
+            return withAdvice(found.finding, Remedy::fetchAgain, call);
+    }
+}
+
+/// For an entry that could not be made or written.
+Lines explainEntry(const FailedCall& call) {
+    const auto stream = openStream(call);
+    if (!stream) return {};
+    const MadeEntries made = readMadeEntries(*stream);
+    if (made.message == call.message)
+        return {made.conflict, "no tree can hold both: the archive must be made anew"};
+    if (!made.message.empty()) return {};
+    const bool isWriting = call.message == "Cannot finalize TAR entry";
+    if (const auto limit = fileSizeLimit(); isWriting && limit && *limit < made.largest)
+        return {made.largestWhere + ", and a file may have " + std::to_string(*limit) + " here",
+                "to lift that limit: ulimit -f unlimited"};
+    if (const std::string trouble = roomTrouble(call.tree, made.room); !trouble.empty())
+        return {trouble, "free some, or unpack to another file system"};
+    return {};
+}
+
+Lines explainUnreadable(const FailedCall& call) {
+    const std::string trouble = accessTrouble(call.archive, false);
+    if (trouble.empty()) return {};
+    return {trouble, "if it is yours, permit it: chmod u+r " + shellWord(call.archive)};
+}
+
+Lines explainMissing(const FailedCall& call) {
+    const Lookup found = lookUp(call.archive);
+    if (found.error != 0)
+        return {found.words, "to see what is there: ls -l " + shellWord(found.directory)};
+    const std::string kind = kindAt(call.archive);
+    if (kind.starts_with("a regular")) return {};
+    return {inQuotes(call.archive) + ": " + kind + ", no archive"};
+}
+
+Lines explainSize(const FailedCall& call) {
+    const auto file = FileSource::open(call.archive);
+    if (!file || file->size() < mostDecoded) return {};
+    const std::string words = inQuotes(call.archive) + ": " + bytes(file->size()) +
+                              ", of which at most 4294967295 can be read";
+    return {words, "to unpack it: " + unpackingElsewhere(call)};
+}
+
+/// For a member whose content does not fit into the memory.
+Lines explainMemory(const FailedCall& call) {
+    const auto stream = openStream(call);
+    if (!stream) return {};
+    const std::uint64_t length = stream->skip(mostDecoded);
+    return {inQuotes(call.archive) + ": decodes to " + bytes(length) + ", which are held in memory",
+            "to unpack it: " + unpackingElsewhere(call)};
+}
+
+Lines explainNoArchiveName(const FailedCall& /*call*/) {
+    return {"the word for ARCHIVE is empty: is a variable in it not set?"};
+}
+
+Lines explainNoDestinationName(const FailedCall& /*call*/) {
+    return {"the word for DESTINATION is empty: is a variable in it not set?"};
+}
+
+struct Explanation {
+    std::string_view message;
+    Lines (*explain)(const FailedCall&);
+};
+
+constexpr auto explanations = std::to_array<Explanation>({
+    {"Archive path is required", explainNoArchiveName},
+    {"Archive file does not exist", explainMissing},
+    {"ZIP entry is too large for ZIP32", explainSize},
+    {"Destination path is required", explainNoDestinationName},
+    {"Cannot create TAR directory", explainEntry},
+    {"Cannot create TAR entry directory", explainEntry},
+    {"Cannot write TAR entry", explainEntry},
+    {"Cannot finalize TAR entry", explainEntry},
+    {"Cannot store DEFLATE output", explainMemory},
+});
+
+}  // namespace
+
+std::vector<std::string> explainUnpacking(const FailedCall& call) {
+    const std::string& message = call.message;
+    const auto* const known =
+        std::find_if(explanations.begin(), explanations.end(),
+                     [&](const Explanation& one) { return one.message == message; });
+    if (known != explanations.end()) return known->explain(call);
+    if (message.starts_with("Cannot read file: ")) return explainUnreadable(call);
+    if (message.find("TAR") != std::string::npos) return explainStream(call);
+    const bool isMember =
+        message.find("gzip") != std::string::npos || message.find("DEFLATE") != std::string::npos;
+    return isMember ? explainMember(call) : explainStaging(call);
+}
+
+}  // namespace vesk::explanation

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+// Why an archive was not unpacked.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "explanation/explanation.h"
+
+namespace vesk::explanation {
+
+/// As explain, for a failed unpacking.
+std::vector<std::string> explainUnpacking(const FailedCall& call);
+
+}  // namespace vesk::explanation
