@@ -71,8 +71,7 @@ class FullDiskTest(DiskCase):
                 self.prepare(old)
                 result = self.run_program(*self.words(verb, old), preexec_fn=limit)
                 message = {"make": b"archive", "unpack": b"TAR entry"}[verb]
-                self.assertEqual(result, (1, b"", b"vesk-archive: IOException: Cannot finalize " +
-                                          message + b"\n"))
+                self.assert_raised(result, b"Cannot finalize " + message)
                 self.assertTrue(self.is_old(verb, old))
                 self.assertEqual(self.left(), set())
 
@@ -83,7 +82,7 @@ class FullDiskTest(DiskCase):
             shift
             if [ "$1" = old ]; then printf old >work/a.tar; mkdir work/dest; printf old >work/dest/old; fi
             shift
-            "$@" 2>&1
+            "$@" --quiet 2>&1
             echo "$?"
             cd work && find . ! -name . | sort
             cat a.tar dest/old 2>/dev/null
@@ -135,7 +134,7 @@ class BrokenDiskTest(DiskCase):
             self.assertTrue(done, result)
         else:
             self.assertIn(result.status, [1, 2, 3], result)
-            self.assertRegex(result.err, rb"\Avesk-archive: .*\n\Z")
+            self.assertRegex(result.err, rb"\Avesk-archive: .*\n(?:  .*\n){0,3}\Z")
             # Only what comes after the renaming may fail in vain.
             self.assertTrue(not done or call in ["fsync", "syncfs", "openat", "close"], result)
         for name in self.left():

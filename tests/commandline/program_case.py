@@ -163,6 +163,12 @@ class CommandLineTest(unittest.TestCase):
     def run_program(self, *words, **options):
         return finish(start(words, self.cwd, **options))
 
+    def assert_raised(self, result, message):
+        """Fails unless the program told this exception, and at most three lines of help after it."""
+        told, first = result.err, b"vesk-archive: IOException: " + message + b"\n"
+        self.assertEqual((result.status, result.out, told[:len(first)]), (1, b"", first))
+        self.assertRegex(told[len(first):], rb"\A(?:  [^\n]*\n){0,3}\Z")
+
     def listing(self):
         return sorted(os.listdir(self.cwd))
 

@@ -129,7 +129,7 @@ class InteropTestCase(unittest.TestCase):
 
     def assert_refused(self, archive, message, *options):
         parent = pathlib.Path(tempfile.mkdtemp(dir=self.directory))
-        done = vesk_archive("unpack", archive, parent / "out", *options)
+        done = vesk_archive("unpack", archive, parent / "out", "--quiet", *options)
         self.assertEqual((done.returncode, done.stderr.decode()),
                          (1, f"vesk-archive: IOException: {message}\n"))
         self.assertEqual(os.listdir(parent), [], "something is left of a refused archive")
