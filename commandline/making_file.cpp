@@ -95,7 +95,12 @@ MakingFile::MakingFile(std::string path, fs::path target, bool overwrite)
 
 // The descriptor stays open: the last words look through it at what has become of the file.
 MakingFile::~MakingFile() {
-    if (!path_.empty()) unlink(path_.c_str());
+    if (path_.empty()) return;
+    unlink(path_.c_str());
+    // Without a name, it takes room until the end of the process: its descriptor is never closed.
+    struct stat status {};
+    const bool isNameless = fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
+    if (isNameless && ftruncate(descriptor_, 0) != 0) return;
 }
 
 void MakingFile::create() {

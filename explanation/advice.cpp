@@ -20,7 +20,7 @@ bool isThere(const std::string& path) {
 std::string freshName(const std::string& stem, const std::string& ending) {
     std::string name = stem + ending;
     for (int number = 2; isThere(name) && number < 100; ++number)
-        name = stem + std::to_string(number) + ending;
+        name = std::string(stem).append(std::to_string(number)).append(ending);
     return name;
 }
 

@@ -2,6 +2,7 @@
 // The records of a pax header (POSIX.1-2001).
 #include "explanation/extended_header.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 
@@ -18,27 +19,23 @@ std::optional<std::uint64_t> numberAt(std::string_view text) {
 }
 
 bool isAscii(std::string_view text) {
-    for (const char character : text) {
-        if (static_cast<unsigned char>(character) >= 0x80) return false;
-    }
-    return true;
+    return std::all_of(text.begin(), text.end(),
+                       [](char character) { return static_cast<unsigned char>(character) < 0x80; });
+}
+
+bool isBeyond(std::string_view number, std::uint64_t largest) {
+    const auto value = numberAt(number);
+    return !value || *value > largest;
 }
 
 void take(ExtendedHeader& header, std::string_view key, std::string_view value) {
     const bool isOwner = key == "uid" || key == "gid";
-    if (key == "path") {
-        header.name = value;
-        // Other programs take such a name apart by their locale.
-        if (!isAscii(value)) header.goesBeyondUstar = true;
-    } else if (key == "size") {
-        header.size = numberAt(value);
-    } else if (isOwner && numberAt(value).value_or(UINT64_MAX) > largestOwner) {
+    if (key == "path") header.name = value;
+    if (key == "size") header.size = numberAt(value);
+    // Other programs take a name that is not ASCII apart by their locale.
+    if ((key == "path" && !isAscii(value)) || (isOwner && isBeyond(value, largestOwner)) ||
+        (key == "mtime" && isBeyond(value, largestTime)) || key.starts_with("GNU.sparse."))
         header.goesBeyondUstar = true;
-    } else if (key == "mtime" && numberAt(value).value_or(UINT64_MAX) > largestTime) {
-        header.goesBeyondUstar = true;
-    } else if (key.starts_with("GNU.sparse.")) {
-        header.goesBeyondUstar = true;
-    }
     if (!header.keys.empty()) header.keys += ", ";
     header.keys += key;
 }

@@ -39,16 +39,16 @@ constexpr auto magics = std::to_array<Magic>({
     {"070707"sv, "a cpio archive", false},
     {"\x7F"
      "ELF"sv,
-     "a program", false},
-    {"%PDF-"sv, "a PDF document", false},
-    {"<!DOCTYPE html"sv, "a web page, not what was to be fetched", false},
-    {"<!doctype html"sv, "a web page, not what was to be fetched", false},
-    {"<html"sv, "a web page, not what was to be fetched", false},
+     "a program, no archive", false},
+    {"%PDF-"sv, "a PDF document, no archive", false},
+    {"<!DOCTYPE html"sv, "a web page, no archive", false},
+    {"<!doctype html"sv, "a web page, no archive", false},
+    {"<html"sv, "a web page, no archive", false},
 });
 
 bool isTextByte(char byte) {
     const auto code = static_cast<unsigned char>(byte);
-    return code >= 0x20 ? code != 0x7F : byte == '\n' || byte == '\r' || byte == '\t';
+    return code >= 0x20 ? code < 0x7F : byte == '\n' || byte == '\r' || byte == '\t';
 }
 
 }  // namespace
@@ -59,7 +59,8 @@ FileKind kindOfBytes(std::span<const std::uint8_t> beginning) {
         return text.starts_with(known.bytes);
     });
     if (magic != magics.end()) return {magic->name, magic->isConvertible};
-    if (!text.empty() && std::all_of(text.begin(), text.end(), isTextByte)) return {"plain text"};
+    if (!text.empty() && std::all_of(text.begin(), text.end(), isTextByte))
+        return {"plain text, no archive"};
     return {};
 }
 

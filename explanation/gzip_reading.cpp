@@ -58,6 +58,7 @@ GzipReading readForeign(FileSource& file, const std::string& name) {
         found.cause = Cause::plainTar;
         found.finding += "a TAR archive that is not compressed";
     } else if (!kind.name.empty() && kind.name != "a gzip file") {
+        if (kind.isConvertible) found.cause = Cause::convertible;
         found.finding += kind.name;
     } else {
         found.cause = Cause::damaged;
@@ -111,8 +112,8 @@ void describeTrailer(const Inflation& inflation, const Trailer& trailer, const s
     found.cause = Cause::damaged;
     found.finding = name + ": ";
     if (inflation.decoded() == trailer.length) {
-        found.finding += "its CRC-32 is " + hexadecimal(trailer.crc) + ", the data give " +
-                         hexadecimal(inflation.crc());
+        found.finding += "its CRC-32 is " + hexadecimal(trailer.crc, 8) + ", the data give " +
+                         hexadecimal(inflation.crc(), 8);
     } else {
         found.finding += "its trailer says " + bytes(trailer.length) + ", the data have " +
                          std::to_string(inflation.decoded());

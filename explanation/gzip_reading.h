@@ -14,12 +14,13 @@ struct GzipReading {
     enum class Cause {
         nothing,
         damaged,
-        plainTar,   ///< it begins as a TAR archive does
-        noGzip,     ///< it begins as something else does
-        members,    ///< another member follows
-        padding,    ///< nothing but NULs follow
-        appendage,  ///< something else follows
-        tooLarge,   ///< it decodes to more than can be taken
+        plainTar,     ///< it begins as a TAR archive does
+        convertible,  ///< it begins as a format that can be converted does
+        noGzip,       ///< it begins as something else does
+        members,      ///< another member follows
+        padding,      ///< nothing but NULs follow
+        appendage,    ///< something else follows
+        tooLarge,     ///< it decodes to more than can be taken
     };
 
     Cause cause = Cause::nothing;

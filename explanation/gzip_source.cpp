@@ -70,13 +70,13 @@ GzipHeader readExtraField(HeaderReader& header) {
     std::uint32_t length = 0;
     if (header.nextNumber(length) && header.passBytes(length)) return {};
     return refuse("Truncated gzip extra field", begin,
-                  "an extra field of " + bytes(length) + " does not fit before the trailer");
+                  "an extra field of " + bytes(length) + " does not fit");
 }
 
 GzipHeader readText(HeaderReader& header, const char* message, const std::string& what) {
     const std::uint64_t begin = header.position();
     if (header.passText()) return {};
-    return refuse(message, begin, what + " that has no end before the trailer");
+    return refuse(message, begin, what + " that does not end");
 }
 
 GzipHeader readChecksum(HeaderReader& header) {
@@ -85,11 +85,11 @@ GzipHeader readChecksum(HeaderReader& header) {
     std::uint32_t stored = 0;
     if (!header.nextNumber(stored))
         return refuse("Truncated gzip header checksum", begin,
-                      "the header's checksum does not fit before the trailer");
+                      "the header's checksum does not fit");
     if (stored == sum) return {};
-    return refuse(
-        "Invalid gzip header checksum", begin,
-        "the header's checksum is " + hexadecimal(stored) + ", its bytes give " + hexadecimal(sum));
+    return refuse("Invalid gzip header checksum", begin,
+                  "the header's checksum is " + hexadecimal(stored, 4) + ", its bytes give " +
+                      hexadecimal(sum, 4));
 }
 
 GzipHeader readOptionalFields(HeaderReader& header, std::uint8_t flags) {

@@ -209,7 +209,8 @@ std::optional<std::uint64_t> TarReader::readSize() {
         return isOverridden ? pending_.size : size;
     }
     const ForeignNumber size = foreignNumber<TarSize>(block_);
-    note("Invalid TAR entry size", where() + "its size " + size.words,
+    const std::string kind = isMade(typeflag()) ? "" : kindTrouble(block_.data()).words + ", ";
+    note("Invalid TAR entry size", where() + kind + "its size " + size.words,
          size.value ? Remedy::convert : Remedy::fetchAgain);
     return size.value;
 }

@@ -28,9 +28,9 @@ std::string bytes(std::uint64_t count) {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
-std::string hexadecimal(std::uint32_t number) {
+std::string hexadecimal(std::uint32_t number, int digits) {
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%08" PRIx32, number);
+    std::snprintf(text.data(), text.size(), "0x%0*" PRIx32, digits, number);
     return text.data();
 }
 

@@ -17,7 +17,7 @@ std::string shellWord(const std::string& path);
 /// Returns "1 byte", "2 bytes".
 std::string bytes(std::uint64_t count);
 
-/// Returns "0x" and eight hexadecimal digits.
-std::string hexadecimal(std::uint32_t number);
+/// Returns "0x" and as many hexadecimal digits, or more.
+std::string hexadecimal(std::uint32_t number, int digits);
 
 }  // namespace vesk::explanation

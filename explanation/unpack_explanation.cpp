@@ -92,6 +92,8 @@ Lines explainMember(const FailedCall& call) {
     switch (found.cause) {
         case GzipReading::Cause::plainTar:
             return {found.finding, unpacking(call, "--format tar ")};
+        case GzipReading::Cause::convertible:
+            return withAdvice(found.finding, Remedy::convert, call);
         case GzipReading::Cause::noGzip:
             return {found.finding};
         case GzipReading::Cause::members:

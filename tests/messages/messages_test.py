@@ -15,6 +15,8 @@ STANDIN = ["standinhost"]
 STANDIN_HEADER = "standinhost/standin_host.h"
 DOCUMENT = "docs/messages.md"
 STANDIN_HEADING = "## The stand-in host\n"
+HELP_HEADING = "## The help after a message\n"
+EXPLANATION = ["explanation"]
 
 # No other literal of the sources begins with a capital and has a space.
 MESSAGE = r'"([A-Z][^"\\]* [^"\\]*)"'
@@ -52,11 +54,23 @@ def differences(what, expected, found):
             [f"{what} has too many: {message}" for message in sorted(found - expected)])
 
 
-def problems(module, standin, document):
+def help_problems(known, explanation, help_part):
+    """What is wrong with the help: its table, or a text below it, has every message and no other."""
+    spoken_of = listed(help_part) | set(re.findall(r"`([A-Z][^`]*)`", " ".join(
+        line for line in help_part.splitlines() if not line.startswith("|"))))
+    found = differences("the help", known, spoken_of)
+    return found + [f"the explanation knows too much: {message}"
+                    for message in sorted(set(messages(explanation)) - known)]
+
+
+def problems(module, standin, document, explanation):
     """What is wrong with sources and document, as texts."""
-    module_part, _, standin_part = document.partition(STANDIN_HEADING)
+    listing, _, help_part = document.partition(HELP_HEADING)
+    module_part, _, standin_part = listing.partition(STANDIN_HEADING)
     in_module, in_standin = messages(module), messages(standin)
-    found = differences("the module's list", set(in_module), listed(module_part))
+    known = set(in_module) | set(in_standin)
+    found = help_problems(known, explanation, help_part.partition("\n## ")[0])
+    found += differences("the module's list", set(in_module), listed(module_part))
     found += differences("the stand-in host's list", set(in_standin), listed(standin_part))
     in_header = set(re.findall(MESSAGE, comments(standin[STANDIN_HEADER])))
     found += differences("the stand-in host's header", set(in_standin), in_header)
@@ -96,16 +110,23 @@ CHANGES = [
      "the stand-in host's list lacks: Bad DEFLATE data"),
     (STANDIN_HEADER, '"Cannot create staging directory"', '"No staging directory"',
      "the stand-in host's header lacks: Cannot create staging directory"),
+    (DOCUMENT, "| `Invalid gzip flags` | a reserved flag | ", "| Invalid gzip flags | x | ",
+     "the help lacks: Invalid gzip flags"),
+    (DOCUMENT, "`Cannot flush extracted files` has", "`Cannot flush` has",
+     "the help lacks: Cannot flush extracted files"),
+    ("explanation/unpack_explanation.cpp", '"Cannot write TAR entry"', '"Cannot write an entry"',
+     "the explanation knows too much: Cannot write an entry"),
 ]
 
 
 class Messages(unittest.TestCase):
     def setUp(self):
         self.module, self.standin = read(*MODULE), read(*STANDIN)
+        self.explanation = read(*EXPLANATION)
         self.document = (root / DOCUMENT).read_text()
 
     def test_document_and_sources_agree(self):
-        self.assertEqual(problems(self.module, self.standin, self.document), [])
+        self.assertEqual(problems(self.module, self.standin, self.document, self.explanation), [])
 
     def test_messages_are_found_at_all(self):
         self.assertLessEqual({"Archive path is required", "Cannot read file: "},
@@ -119,12 +140,13 @@ class Messages(unittest.TestCase):
     def test_every_disagreement_is_noticed(self):
         for name, old, new, said in CHANGES:
             with self.subTest(name=name, new=new):
-                files = {**self.module, **self.standin, DOCUMENT: self.document}
+                files = {**self.module, **self.standin, **self.explanation, DOCUMENT: self.document}
                 self.assertIn(old, files[name])
                 files[name] = files[name].replace(old, new, 1)
                 module = {key: files[key] for key in self.module}
                 standin = {key: files[key] for key in self.standin}
-                self.assertIn(said, problems(module, standin, files[DOCUMENT]))
+                explanation = {key: files[key] for key in self.explanation}
+                self.assertIn(said, problems(module, standin, files[DOCUMENT], explanation))
 
 
 if __name__ == "__main__":
