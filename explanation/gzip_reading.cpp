@@ -67,15 +67,18 @@ GzipReading readForeign(FileSource& file, const std::string& name) {
     return found;
 }
 
-/// What the host says of the payload, which ends where the module takes the trailer to begin.
-std::string messageOf(const Inflation& inflation, const Trailer& trailer,
-                      std::uint64_t payloadEnd) {
-    const auto state = inflation.state();
-    const bool isWithin = inflation.end() <= payloadEnd;
+void decode(Inflation& inflation, std::uint64_t atMost) {
+    while (inflation.decoded() <= atMost && !inflation.next().empty()) {
+    }
+}
+
+/// Decodes up to the trailer and returns what the host says of it.
+std::string readAsHost(Inflation& inflation, const Trailer& trailer, std::uint64_t payloadEnd) {
+    decode(inflation, trailer.length);
     if (inflation.decoded() > trailer.length)
         return "DEFLATE output is longer than its declared size";
-    if (state == Inflation::State::invalid && isWithin) return "Invalid DEFLATE data";
-    if (state != Inflation::State::finished || !isWithin) return "Truncated DEFLATE data";
+    if (inflation.state() == Inflation::State::invalid) return "Invalid DEFLATE data";
+    if (inflation.state() == Inflation::State::cutOff) return "Truncated DEFLATE data";
     if (inflation.end() < payloadEnd) return "Unexpected data after DEFLATE stream";
     if (inflation.decoded() < trailer.length)
         return "DEFLATE output is shorter than its declared size";
@@ -155,12 +158,15 @@ GzipReading readGzip(FileSource& file, const std::string& name) {
     const std::uint64_t begin = file.position();
     const Trailer trailer = readTrailer(file);
     file.seek(begin);
-    Inflation inflation(file);
-    while (!inflation.next().empty() && inflation.decoded() < mostDecoded) {
-    }
+    Inflation inflation(file, payloadEnd);
     GzipReading found;
-    found.message = messageOf(inflation, trailer, payloadEnd);
-    if (!found.message.empty()) describeData(file, inflation, trailer, name, found);
+    found.message = readAsHost(inflation, trailer, payloadEnd);
+    if (found.message.empty()) return found;
+
+    // What the trailer says may be no trailer's: this is what there is really.
+    inflation.extendTo(file.size());
+    decode(inflation, mostDecoded - 1);
+    describeData(file, inflation, trailer, name, found);
     return found;
 }
 

@@ -103,8 +103,8 @@ GzipHeader readOptionalFields(HeaderReader& header, std::uint8_t flags) {
     return read;
 }
 
-constexpr std::uint32_t inputSize = 64 * 1024;
-constexpr std::uint32_t outputSize = 256 * 1024;
+/// As the stand-in host's.
+constexpr std::uint32_t pieceSize = 256 * 1024;
 
 }  // namespace
 
@@ -129,12 +129,12 @@ GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd) {
 }
 
 struct Inflation::Pieces {
-    std::array<std::uint8_t, inputSize> input;
-    std::array<std::uint8_t, outputSize> output;
+    std::array<std::uint8_t, pieceSize> input;
+    std::array<std::uint8_t, pieceSize> output;
 };
 
-Inflation::Inflation(FileSource& file)
-    : file_(file), decoder_(new inflate_state), pieces_(new Pieces) {
+Inflation::Inflation(FileSource& file, std::uint64_t limit)
+    : file_(file), limit_(limit), decoder_(new inflate_state), pieces_(new Pieces) {
     isal_inflate_init(decoder_.get());
     // Raw data without header and trailer, but with gzip's CRC-32 of the output.
     decoder_->crc_flag = ISAL_GZIP_NO_HDR;
@@ -143,19 +143,26 @@ Inflation::Inflation(FileSource& file)
 
 Inflation::~Inflation() = default;
 
+void Inflation::extendTo(std::uint64_t limit) {
+    limit_ = limit;
+    if (state_ == State::cutOff) state_ = State::going;
+}
+
+void Inflation::provideInput() {
+    const std::uint64_t wanted = std::min<std::uint64_t>(pieceSize, limit_ - file_.position());
+    decoder_->next_in = pieces_->input.data();
+    decoder_->avail_in = static_cast<std::uint32_t>(file_.read(pieces_->input.data(), wanted));
+}
+
 std::span<const std::uint8_t> Inflation::next() {
     std::size_t length = 0;
     while (state_ == State::going && length == 0) {
-        if (decoder_->avail_in == 0) {
-            decoder_->next_in = pieces_->input.data();
-            decoder_->avail_in =
-                static_cast<std::uint32_t>(file_.read(pieces_->input.data(), inputSize));
-        }
+        if (decoder_->avail_in == 0) provideInput();
         const bool isLast = decoder_->avail_in == 0;
         decoder_->next_out = pieces_->output.data();
-        decoder_->avail_out = outputSize;
+        decoder_->avail_out = pieceSize;
         const bool isValid = isal_inflate(decoder_.get()) == ISAL_DECOMP_OK;
-        length = isValid ? outputSize - decoder_->avail_out : 0;
+        length = isValid ? pieceSize - decoder_->avail_out : 0;
         if (!isValid) {
             state_ = State::invalid;
         } else if (decoder_->block_state == ISAL_BLOCK_FINISH) {
@@ -183,7 +190,7 @@ bool GzipSource::openMember() {
         file_->seek(std::min(member_->end() + gzipTrailerSize, file_->size()));
     }
     if (!readGzipHeader(*file_, file_->size()).message.empty()) return false;
-    member_ = std::make_unique<Inflation>(*file_);
+    member_ = std::make_unique<Inflation>(*file_, file_->size());
     return true;
 }
 

@@ -31,12 +31,14 @@ struct GzipHeader {
 /// file's position is then behind it, or anywhere when it is not right.
 GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd);
 
-/// A DEFLATE stream that begins at the file's position.
+/// A DEFLATE stream that begins at the file's position. It is decoded as the stand-in host does, in
+/// pieces of the same sizes, so that what is found first is the same.
 class Inflation {
 public:
     enum class State { going, finished, invalid, cutOff };
 
-    explicit Inflation(FileSource& file);
+    /// The stream has no byte at or behind `limit`.
+    Inflation(FileSource& file, std::uint64_t limit);
     ~Inflation();
     Inflation(const Inflation&) = delete;
     Inflation& operator=(const Inflation&) = delete;
@@ -44,6 +46,9 @@ public:
     /// Decodes the next piece, which stays as it is until the next call; empty when there is no
     /// more.
     std::span<const std::uint8_t> next();
+
+    /// Goes on to another limit where the stream was cut off at the first.
+    void extendTo(std::uint64_t limit);
 
     State state() const { return state_; }
     /// How many bytes have been decoded, and their CRC-32.
@@ -55,7 +60,10 @@ public:
 private:
     struct Pieces;
 
+    void provideInput();
+
     FileSource& file_;
+    std::uint64_t limit_;
     std::unique_ptr<inflate_state> decoder_;
     std::unique_ptr<Pieces> pieces_;
     State state_ = State::going;

@@ -23,11 +23,17 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// The archive's TAR stream; null where it cannot be read any more.
+/// What the members of the archive decode to, whatever is wrong with it.
+std::unique_ptr<ByteSource> openContent(const FailedCall& call) {
+    std::unique_ptr<FileSource> file = FileSource::open(call.archive);
+    return file ? std::make_unique<GzipSource>(std::move(file)) : nullptr;
+}
+
+/// The TAR stream that the module has come to; null where it could not come to one by now.
 std::unique_ptr<ByteSource> openStream(const FailedCall& call) {
     std::unique_ptr<FileSource> file = FileSource::open(call.archive);
     if (!file || !call.isGzip) return file;
-    return std::make_unique<GzipSource>(std::move(file));
+    return readGzip(*file, "").message.empty() ? openContent(call) : nullptr;
 }
 
 std::string subjectOf(const FailedCall& call) {
@@ -76,7 +82,7 @@ std::string joining(const FailedCall& call) {
 Lines explainBehind(const FailedCall& call, const GzipReading& found) {
     if (found.cause == GzipReading::Cause::appendage)
         return {found.finding, cutting(call, found.end)};
-    const auto stream = openStream(call);
+    const auto stream = openContent(call);
     if (!stream) return {};
     const TarReading inner = readTar(*stream, subjectOf(call));
     if (!inner.message.empty()) return withAdvice(found.finding, inner.remedy, call);
@@ -85,7 +91,7 @@ Lines explainBehind(const FailedCall& call, const GzipReading& found) {
 }
 
 Lines explainMember(const FailedCall& call) {
-    const auto file = FileSource::open(call.archive);
+    const auto file = call.isGzip ? FileSource::open(call.archive) : nullptr;
     if (!file) return {};
     const GzipReading found = readGzip(*file, inQuotes(call.archive));
     if (found.message != call.message) return {};
@@ -149,9 +155,9 @@ Lines explainSize(const FailedCall& call) {
 
 /// For a member whose content does not fit into the memory.
 Lines explainMemory(const FailedCall& call) {
-    const auto stream = openStream(call);
-    if (!stream) return {};
-    const std::uint64_t length = stream->skip(mostDecoded);
+    const auto content = call.isGzip ? openContent(call) : nullptr;
+    if (!content) return {};
+    const std::uint64_t length = content->skip(mostDecoded);
     return {inQuotes(call.archive) + ": decodes to " + bytes(length) + ", which are held in memory",
             "to unpack it: " + unpackingElsewhere(call)};
 }
