@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The archive file that is being made: checks before the work, one write after it.
+// The file of a new archive: checks before the work, one write after it.
 #include "fileaccess/archive_destination.h"
 
 #include <fstream>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// ByteBuffer: growth by blocks that can move pages where a container would copy bytes.
+// ByteBuffer: its blocks grow by moving pages, where a container would copy bytes.
 #include "fileaccess/byte_buffer.h"
 
 #include <cstring>
@@ -13,7 +13,7 @@ namespace vesk::io::archives {
 
 namespace {
 
-// Pointers into an object cannot differ by more.
+// The difference of two pointers into one object is a std::ptrdiff_t.
 enum : std::size_t { maxSize = std::numeric_limits<std::ptrdiff_t>::max() };
 
 [[noreturn]] void refuseSize() {

@@ -7,10 +7,10 @@
 
 namespace vesk::io::archives {
 
-/// Owns its bytes; moves, never copies. Sizes are in bytes. No member touches memory that is about
-/// to be overwritten, and a large buffer grows by moving pages instead of copying them. Allocation
-/// failure is std::bad_alloc; room that no buffer can have is
-/// std::length_error("vector::reserve").
+/// Owns its bytes; can be moved but not copied. Sizes are in bytes. No member touches memory that
+/// is about to be overwritten. A large buffer grows by moving its pages instead of copying them.
+/// Throws std::bad_alloc when an allocation fails, and std::length_error("vector::reserve") for a
+/// size that no buffer can have.
 class ByteBuffer {
 public:
     ByteBuffer() noexcept = default;
@@ -28,10 +28,11 @@ public:
     const std::uint8_t* begin() const noexcept { return data_; }
     const std::uint8_t* end() const noexcept { return data_ + size_; }
 
-    /// Makes room for `capacity` bytes in all, so that appending up to there never reallocates.
+    /// Reserves memory for `capacity` bytes in total: appending up to that size never reallocates.
     void reserve(std::size_t capacity);
 
-    /// Appends one byte. Growth at least doubles the capacity, here and below.
+    /// Appends one byte. This and the following functions at least double the capacity when it is
+    /// too small.
     void append(std::uint8_t byte);
 
     /// Appends `count` bytes from `bytes`, which must not lie in this buffer and may be null when
@@ -41,8 +42,8 @@ public:
     /// Appends `count` zero bytes.
     void appendZeros(std::size_t count);
 
-    /// Appends `count` bytes of any content, which the caller overwrites, and returns the first of
-    /// them. With a count of 0 it may be null.
+    /// Appends `count` bytes of unspecified content, which the caller overwrites, and returns a
+    /// pointer to the first of them. With a count of 0 the pointer may be null.
     std::uint8_t* extend(std::size_t count);
 
 private:

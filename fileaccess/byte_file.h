@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// ByteFile: a file stream for bytes, whatever locale the host's program has made the global one.
+// ByteFile: a file stream for bytes, whatever global locale the host has set.
 #pragma once
 
 #include <array>
@@ -11,16 +11,16 @@
 
 namespace vesk::io::archives {
 
-/// Holds a file stream, std::ifstream or std::ofstream, that is opened for one file after another:
-/// making a stream costs more than opening it.
+/// Holds a file stream, std::ifstream or std::ofstream, that is opened for one file after another.
+/// Constructing a stream costs more than opening it.
 template <typename FileStream>
 class ByteFile {
 public:
     ByteFile() {
-        // A file stream starts with the global locale, whose facet for character codes may convert
-        // what is read and written. The classic one converts nothing. The buffer alone moves bytes.
+        // A file stream starts with the global locale, which may convert what is read and written.
+        // The classic locale converts nothing. Only the buffer's locale matters for bytes.
         stream_.rdbuf()->pubimbue(std::locale::classic());
-        // Otherwise each opening allocates a buffer.
+        // Otherwise each call of open() allocates a buffer.
         stream_.rdbuf()->pubsetbuf(buffer_.data(), buffer_.size());
     }
 
@@ -28,8 +28,8 @@ public:
     ByteFile& operator=(const ByteFile&) = delete;
     ~ByteFile() = default;
 
-    /// Opens the stream, which is not open, at `path`, a path's native text, in binary mode and
-    /// `mode`. A failure shows in its state.
+    /// Opens the file at `path`, the native text of a path, in binary mode and `mode`. The stream
+    /// must not be open. A failure sets its state.
     void open(const std::string& path, std::ios::openmode mode) {
         stream_.open(path, std::ios::binary | mode);
     }
@@ -37,7 +37,7 @@ public:
     FileStream& stream() { return stream_; }
 
 private:
-    std::array<char, BUFSIZ> buffer_;  // the stream's, so that it outlives it
+    std::array<char, BUFSIZ> buffer_;  // before the stream that uses it, so that it outlives it
     FileStream stream_;
 };
 

@@ -15,7 +15,7 @@ namespace vesk::io::archives {
 namespace {
 
 void* growAllocated(void* block, std::size_t newSize) {
-    // A container would copy where the allocator may grow a block in place.
+    // The C allocator may grow a block in place, where a container would copy it.
     void* const grown = std::realloc(block, newSize);  // NOLINT(cppcoreguidelines-no-malloc)
     if (grown == nullptr) throw std::bad_alloc();
     return grown;
@@ -36,7 +36,8 @@ enum : std::size_t {
     largeBlock = 1 << 20,
 };
 
-// Whole large pages: such a mapping begins at one, and keeps them when it is moved to grow.
+// Rounds up to whole large pages: such a mapping begins at a large page, and keeps its large pages
+// when it is moved to grow.
 std::size_t mappingSize(std::size_t size) {
     return (size + largePageSize - 1) / largePageSize * largePageSize;
 }

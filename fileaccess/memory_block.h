@@ -1,27 +1,28 @@
 // SPDX-License-Identifier: MIT
-// Blocks of memory for what is held whole: large ones are mappings of their own, in large pages
-// where the system has them.
+// Blocks of memory for whole files and streams. Each large block is a mapping of its own, in large
+// pages where the system has them.
 //
-// Touching fresh memory page by page costs more than copying it. The advice to use large pages
-// stays with an address range for good, and the allocator gives what is freed to others: so it is
-// given only for mappings, which end with their block. The host's heap is as it was.
+// Touching new memory page by page costs more than copying it; large pages save that. The advice to
+// use them stays with an address range until it is unmapped. It is given only for these mappings,
+// which end with their block, and never for memory of the allocator: the host's heap is unchanged.
 #pragma once
 
 #include <cstddef>
 
 namespace vesk::io::archives {
 
-/// Returns a block of `newSize` bytes that begins with the bytes of `block`, which has `size` bytes
-/// and is released; neither size is 0, but for a null `block`. What is new has any content.
+/// Returns a block of `newSize` bytes that begins with the `size` bytes of `block`, and releases
+/// `block`. The content of the added bytes is unspecified.
 ///
-/// The caller owns it and gives it to freeBlock with its size. Throws std::bad_alloc when there is
-/// no memory; `block` is as it was then. No size exceeds what a pointer difference can tell.
+/// Unless `block` is null, neither size is 0. No size exceeds the largest std::ptrdiff_t. The
+/// caller owns the block and passes it to freeBlock with its size. Throws
+/// std::bad_alloc when there is no memory; `block` is then unchanged.
 void* growBlock(void* block, std::size_t size, std::size_t newSize);
 
 /// Releases `block`, which has `size` bytes or is null.
 void freeBlock(void* block, std::size_t size) noexcept;
 
-/// Gives such blocks to containers of the standard library.
+/// Allocates such blocks for containers of the standard library.
 template <typename Element>
 struct BlockAllocator {
     using value_type = Element;

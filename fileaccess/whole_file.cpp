@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a file whole: its size once, then one read to where its bytes are to be.
+// Reading a whole file: asks for its size once, then reads straight into the buffer.
 #include "fileaccess/whole_file.h"
 
 #include <cstdint>
@@ -17,7 +17,7 @@ bool raiseUnreadable(const std::string& path) {
 
 bool appendOpenFile(const std::string& path, std::ifstream& file, ByteBuffer& bytes) {
     std::streambuf& content = *file.rdbuf();
-    // A size that cannot be told comes as -1, which is above the bound once it is unsigned.
+    // An unknown size is reported as -1. As an unsigned number that exceeds the limit.
     const std::streamoff end = content.pubseekoff(0, std::ios::end, std::ios::in);
     const auto size = static_cast<std::uint64_t>(end);
     if (size > 0xFFFFFFFF) return raiseFailure("ZIP entry is too large for ZIP32");

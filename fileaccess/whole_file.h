@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a file whole: every source file, and every archive that is to be unpacked.
+// Reading a whole file: a source file, or an archive to be unpacked.
 #pragma once
 
 #include <fstream>
@@ -10,14 +10,15 @@
 
 namespace vesk::io::archives {
 
-/// Appends the bytes of the file at `path`, a path's native text, to `bytes`: at most 4294967295.
+/// Appends the bytes of the file at `path`, the native text of a path, to `bytes`. A file may have
+/// at most 4294967295 bytes.
 ///
-/// The size is taken once, before the read: bytes that the file gains meanwhile are not read. On
-/// failure raises "Cannot read file: " followed by the path as given (it cannot be opened, or fewer
-/// bytes come than its size) or "ZIP entry is too large for ZIP32" (it is larger, or its size
-/// cannot be told; nothing has been allocated then). `bytes` may then have gained bytes of any
-/// content, and an empty file adds none, so callers ask Vesk_hasPendingError. `file`, which is used
-/// to read it, is not open before and after.
+/// The size is determined once, before reading: bytes that are added to the file later are not
+/// read. On failure raises "Cannot read file: " followed by `path` (the file cannot be opened, or
+/// yields fewer bytes than its size) or "ZIP entry is too large for ZIP32" (it is larger, or its
+/// size is unknown; nothing has been allocated then). The size of `bytes` does not tell whether
+/// reading failed: a failure may append unspecified bytes, and an empty file appends none. Callers
+/// ask Vesk_hasPendingError. `file` is the stream to read with; it is closed before and after.
 void zipReadFileBytes(const std::string& path, ByteFile<std::ifstream>& file, ByteBuffer& bytes);
 
 }  // namespace vesk::io::archives

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The gzip member (RFC 1952) and its stored DEFLATE blocks (RFC 1951): what reader and writer
+// The parts of the formats gzip (RFC 1952) and DEFLATE (RFC 1951) that the reader and the writer
 // share. All integers of the format are little-endian.
 #pragma once
 
@@ -20,7 +20,7 @@ enum : std::uint8_t {
 enum : std::size_t {
     gzipHeaderSize = 10,    ///< without the optional fields
     gzipTrailerSize = 8,    ///< CRC32 and ISIZE
-    gzipStoredMax = 65535,  ///< content of one stored block
+    gzipStoredMax = 65535,  ///< most content of one stored block
 };
 
 /// Returns the CRC-32 of `count` bytes as the format stores it.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a gzip member: its fields are checked in the order in which they stand.
+// Reading a gzip member: its fields are checked in the order of the format.
 #include "gzip/member_reader.h"
 
 #include <algorithm>
@@ -13,6 +13,8 @@
 namespace vesk::io::archives {
 
 namespace {
+
+enum : std::size_t { flgOffset = 3 };
 
 enum GzipFlag : std::uint8_t {
     gzipHasHeaderChecksum = 0x02,  // FHCRC
@@ -30,7 +32,7 @@ std::uint32_t uint32At(const std::uint8_t* bytes) {
     return uint16At(bytes) | uint16At(bytes + 2) << 16;
 }
 
-// A walk over the optional header fields, from `position` up to the trailer at `payloadEnd`.
+// Walks over the optional header fields, from `position` up to the trailer at `payloadEnd`.
 struct HeaderCursor {
     const std::uint8_t* member;
     std::size_t position;
@@ -72,12 +74,14 @@ bool checkFixedFields(const ByteBuffer& member, std::string& errorText) {
         bytes[1] != gzipId2 || bytes[2] != gzipDeflate) {
         return reportFailure(errorText, "Invalid gzip stream");
     }
-    if ((bytes[3] & gzipReservedFlags) != 0) return reportFailure(errorText, "Invalid gzip flags");
+    if ((bytes[flgOffset] & gzipReservedFlags) != 0) {
+        return reportFailure(errorText, "Invalid gzip flags");
+    }
     return true;
 }
 
 bool skipOptionalFields(HeaderCursor& header, std::string& errorText) {
-    const std::uint8_t flags = header.member[3];
+    const std::uint8_t flags = header.member[flgOffset];
     if ((flags & gzipHasExtraField) != 0 && !header.skipExtraField()) {
         return reportFailure(errorText, "Truncated gzip extra field");
     }
@@ -95,11 +99,11 @@ struct GzipTrailer {
     std::uint32_t isize;
 };
 
-// How many times its size a payload is given room for before it is decoded: more than text or code
-// usually takes.
-constexpr std::uint64_t commonExpansion = 8;
+// Before decoding, memory is reserved for this many times the payload's size, which is more than
+// text or code usually needs.
+enum : std::uint64_t { commonExpansion = 8 };
 
-// String streams whose strings are large blocks.
+// String streams whose text is one large block of memory.
 using ContentInput = std::basic_istringstream<char, std::char_traits<char>, BlockAllocator<char>>;
 using ContentOutput = std::basic_ostringstream<char, std::char_traits<char>, BlockAllocator<char>>;
 
@@ -113,8 +117,8 @@ bool inflatePayload(GzipContent payload, const GzipTrailer& trailer, GzipContent
                     std::string& errorText) {
     const std::uint64_t payloadSize = payload.size();
     ContentInput in(std::move(payload), std::ios::binary);
-    // Room for what usually comes, so that it does not grow by copying. Whatever is declared beyond
-    // that gets room as it comes, for the declared size may be a lie.
+    // Reserving the usual size saves copying. More is not reserved, since the declared size may be
+    // wrong: the memory for it grows with the output.
     ContentOutput out(
         withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * commonExpansion)),
         std::ios::binary);

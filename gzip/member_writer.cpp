@@ -41,7 +41,7 @@ void appendStoredBlock(ByteBuffer& out, std::span<const std::uint8_t> block, boo
 
 ByteBuffer gzipWriteMember(std::span<const std::uint8_t> content) {
     ByteBuffer member;
-    // Header, trailer and a last block's five bytes come to 23: the member never outgrows this.
+    // Header, trailer and the last block's five bytes add up to 23, so 32 bytes are enough.
     member.reserve(content.size() + content.size() / gzipStoredMax * 5 + 32);
     appendHeader(member);
 

@@ -9,11 +9,11 @@
 
 namespace vesk::io::archives {
 
-/// Returns the member that holds `content`, owned by the caller; equal content gives equal members.
+/// Returns the member that holds `content`; the caller owns it. Equal content gives equal members.
 ///
 /// Content of n bytes gives n + 5 * max(1, ceil(n / 65535)) + 18 bytes: blocks of 65535 bytes, the
-/// last with the remainder. Fails only by running out of memory (see ByteBuffer). Calls the
-/// runtime's crc32Update once.
+/// last with the remainder. Fails only when memory runs out (see ByteBuffer). Calls the runtime's
+/// crc32Update once.
 ByteBuffer gzipWriteMember(std::span<const std::uint8_t> content);
 
 }  // namespace vesk::io::archives

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The steps that the methods of both archive classes share, in the order in which they are taken.
-// Each raises its own failures as `IOException`.
+// The steps that the methods of both archive classes share, in the order of execution. Each step
+// raises its own failures as `IOException`.
 #pragma once
 
 #include <cstdint>
@@ -19,19 +19,19 @@ struct NewArchive {
     ByteBuffer tarBytes;
 };
 
-/// Checks and prepares the archive's destination, then builds the TAR stream of the source. Returns
-/// nothing after a failure, which has been raised; an older archive is still untouched then.
+/// Checks and prepares the archive's destination, then builds the TAR stream of the source. On
+/// failure raises it and returns nothing; an older archive is still untouched then.
 std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* archivePath,
                                           void* mode);
 
-/// Reads the archive at `archivePath` whole. Returns nothing after a failure, which has been
-/// raised.
+/// Reads the whole archive at `archivePath`. On failure raises it and returns nothing.
 std::optional<ByteBuffer> readArchive(const char* archivePath);
 
-/// Unpacks the TAR stream `tarBytes` into `destinationPath` and raises what goes wrong.
+/// Unpacks the TAR stream `tarBytes` into `destinationPath` and raises any failure.
 ///
-/// `errorText` is the one error text of the method: what earlier steps left in it reaches the
-/// runtime's staging, and is what is raised when that refuses without a text of its own.
+/// `errorText` is the one error text of the method. What earlier steps left in it is passed to the
+/// runtime's staging functions. If one of them fails and does not replace the text, that earlier
+/// text is raised.
 void unpackTarBytes(std::span<const std::uint8_t> tarBytes, const char* destinationPath, void* mode,
                     std::string& errorText);
 

@@ -24,7 +24,7 @@ std::string withSingleSeparators(std::string_view text) {
     return name;
 }
 
-// The walk appends to the text of `source`, so what follows that text is the path relative to it.
+// The walk appends to the text of `source`: the rest of a path's text is relative to `source`.
 std::string nameBelow(const fs::path& source, const fs::path& path) {
     std::string_view relative = path.native();
     relative.remove_prefix(source.native().size());
@@ -32,7 +32,7 @@ std::string nameBelow(const fs::path& source, const fs::path& path) {
     return withSingleSeparators(relative);
 }
 
-// Appends what the walk finds until it is through or `error` is set.
+// Appends the files that the walk finds, until its end or until `error` is set.
 void walkDirectory(const fs::path& source, std::vector<ArchiveEntryInfo>& entries,
                    std::error_code& error) {
     fs::recursive_directory_iterator position(source, error);
@@ -43,8 +43,8 @@ void walkDirectory(const fs::path& source, std::vector<ArchiveEntryInfo>& entrie
         if (regular) {
             const fs::path& path = position->path();
             std::string name = nameBelow(source, path);
-            // Never empty, since every component has a name; an entry without one could not be
-            // read.
+            // Unreachable with an empty name: every component has one. Such an entry could not be
+            // extracted.
             if (!name.empty()) entries.push_back({path.native(), std::move(name)});
         }
         position.increment(error);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The name of an entry that is being extracted.
+// The name of an entry during extraction.
 #include "tar/entry_name.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ std::string readText(std::span<const std::uint8_t, tarBlockSize> block) {
     return std::string(begin, std::find(begin, begin + Field::width, 0));
 }
 
-// A path's own iterators end the process in libc++ when there is no memory for an element.
+// Not by the path's iterators: those of libc++ end the process when an element cannot be allocated.
 bool isEveryElementSafe(std::string_view path) {
     while (true) {
         const std::size_t length = std::min(path.find('/'), path.size());
@@ -44,13 +44,13 @@ bool tarIsSafeEntryName(const std::string& entryName) {
     if (entryName.empty() || entryName.front() == '/') return false;
     if (entryName.find('\\') != std::string::npos) return false;
     if (entryName.find(':') != std::string::npos) return false;
-    // Cannot be: both header fields end at their first NUL. It stays, so that what is judged here
-    // is what the conversion below sees.
+    // Unreachable: both header fields end at their first NUL. The test makes sure that the name
+    // judged here is the whole name that is converted below.
     if (entryName.find('\0') != std::string::npos) return false;
 
     const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
     if (isEveryElementSafe(path.native())) return true;
-    // Normalisation folds every inner "..", so one that is left climbs out of the root.
+    // Normalisation removes every "..", except one that leads out of the root.
     const std::filesystem::path normal = path.lexically_normal();
     if (normal == "." || normal.has_root_path()) return false;
     return isEveryElementSafe(normal.native());
@@ -58,7 +58,7 @@ bool tarIsSafeEntryName(const std::string& entryName) {
 
 std::string tarTargetName(const std::string& entryName) {
     const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
-    // Its elements are safe only where it is in its normal form, as nearly every name is.
+    // Safe elements mean that the path is in its normal form already, as nearly every name is.
     return isEveryElementSafe(path.native()) ? path.native() : path.lexically_normal().native();
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The name of an entry that is being extracted: reading it from the header, and judging it.
+// The name of an entry during extraction: reading it from the header, and judging whether it is
+// safe.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +11,19 @@
 
 namespace vesk::io::archives {
 
-/// Returns the entry name in `block`: `prefix` and "/" if `prefix` is not empty (whatever `magic`
-/// holds), then `name`, each up to its first NUL or its full width, without trailing slashes.
+/// Returns the entry name in `block`: `prefix` and "/" if `prefix` is not empty, whatever `magic`
+/// holds; then `name`. Each field ends at its first NUL or at its full width. Trailing slashes are
+/// removed.
 std::string tarReadEntryName(std::span<const std::uint8_t, tarBlockSize> block);
 
-/// Tells whether `entryName`, free of trailing slashes, names something below the directory that it
-/// is appended to: not empty, not absolute, no backslash, colon or NUL, and once normalised neither
-/// ".", nor rooted, nor with an empty, "." or ".." element. Calls Vesk_runtimeFsPath unless the
-/// text alone decides.
+/// Tells whether `entryName`, which has no trailing slash, stays below the directory to which it is
+/// appended. A safe name is not empty, not absolute, and has no backslash, colon or NUL. Its normal
+/// form is not "." and not rooted, and has no empty, "." or ".." element. Calls Vesk_runtimeFsPath
+/// unless the text alone decides.
 bool tarIsSafeEntryName(const std::string& entryName);
 
-/// Returns where the entry with the safe name `entryName` goes below the root: the name, converted
-/// by Vesk_runtimeFsPath and normalised, as a path's native text.
+/// Returns the place below the root for the entry with the safe name `entryName`: the name,
+/// converted by Vesk_runtimeFsPath and normalised, as the native text of a path.
 std::string tarTargetName(const std::string& entryName);
 
 }  // namespace vesk::io::archives

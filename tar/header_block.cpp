@@ -18,8 +18,8 @@ struct SplitName {
     std::string_view name;
 };
 
-// A split further left would only make the part for `name` longer, so the rightmost slash that
-// leaves a storable prefix decides.
+// Only the rightmost slash that leaves a storable prefix is tried: a split further left would make
+// the part for `name` longer.
 std::optional<SplitName> splitEntryName(std::string_view entryName) {
     if (entryName.size() <= TarName::width) return SplitName{"", entryName};
 
@@ -39,8 +39,8 @@ void writeOctal(std::uint8_t* block, std::uint64_t value) {
     tarWriteOctal(Field::in(block), Field::width, value);
 }
 
-// Six digits, NUL, space: a form of its own among the numeric fields. The largest sum, 130560, has
-// six digits.
+// Six digits, NUL, space: no other numeric field has this form. The largest sum has six octal
+// digits.
 void writeChecksum(std::uint8_t* field, std::uint32_t sum) {
     tarWriteOctal(field, TarChksum::width - 1, sum);
     field[TarChksum::width - 1] = ' ';

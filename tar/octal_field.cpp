@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The octal numbers in a ustar header block.
+// Reading and writing the octal numbers in a ustar header block.
 #include "tar/octal_field.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The octal numbers in a ustar header block, both ways (POSIX.1-1988 ustar).
+// Reading and writing the octal numbers in a ustar header block (POSIX.1-1988).
 #pragma once
 
 #include <cstddef>
@@ -17,9 +17,9 @@ bool tarFitsInOctal(std::uint64_t value, std::size_t width);
 /// "TAR numeric field is too large"; callers ask Vesk_hasPendingError.
 void tarWriteOctal(std::uint8_t* field, std::size_t width, std::uint64_t value);
 
-/// Reads the number in the `width` bytes at `field`: leading NULs and spaces, at least one octal
-/// digit, then nothing but NULs and spaces; every byte may be a digit. Returns nothing when the
-/// field holds anything else or a number of more than 64 bits.
+/// Reads the number in the `width` bytes at `field`: any NULs and spaces, at least one octal digit,
+/// then only NULs and spaces. Digits may fill the whole field. Returns nothing when the field holds
+/// anything else or a number of more than 64 bits.
 std::optional<std::uint64_t> tarParseOctal(const std::uint8_t* field, std::size_t width);
 
 }  // namespace vesk::io::archives

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Extraction by way of the runtime's staging directory.
+// Extraction through the runtime's staging directory.
 #include "tar/staged_extraction.h"
 
 #include <filesystem>

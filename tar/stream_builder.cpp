@@ -13,9 +13,9 @@ namespace vesk::io::archives {
 
 namespace {
 
-// Appends the header block, the data and its padding; false when an exception is pending.
+// Appends the header block, the data and its padding. Returns false when an exception is pending.
 bool appendEntry(const ArchiveEntryInfo& entry, ByteFile<std::ifstream>& file, ByteBuffer& stream) {
-    // The data is read to where it belongs. Its size is known afterwards, and goes before it.
+    // The data is read straight into the stream. The header comes before it, but needs its size.
     const std::size_t start = stream.size();
     stream.extend(tarBlockSize);
     zipReadFileBytes(entry.sourcePath, file, stream);

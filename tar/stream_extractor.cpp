@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a TAR stream: one entry after another, each checked before it is made.
+// Reading a TAR stream: each entry is checked, then made.
 #include "tar/stream_extractor.h"
 
 #include <algorithm>
@@ -31,8 +31,8 @@ bool isZeroBlock(HeaderBlock block) {
     return std::all_of(block.begin(), block.end(), [](std::uint8_t byte) { return byte == 0; });
 }
 
-// Returns what makes targets in their normal form of names in theirs: the root in its own, with a
-// slash at its end; nothing for the root ".".
+// Returns the text that is put before a normalised name to give a normalised target: the normalised
+// root with a slash at its end, or nothing for the root ".".
 std::string targetPrefix(const fs::path& root) {
     std::string prefix = root.lexically_normal().native();
     if (prefix == ".") return {};
@@ -68,11 +68,11 @@ bool Extraction::makeDirectory(const std::string& target) {
     return true;
 }
 
-// The file's directory is there for all but the first file in it, so it is not looked at before the
-// file cannot be opened, and another try is made only where it was missing.
+// The directory exists for all files but the first one in it. So the file is opened at once. Only
+// when that fails is the directory looked at, and only when it was missing is the file tried again.
 bool Extraction::openRegularFile(const std::string& target) {
     const auto open = [&] { file_.open(target, std::ios::out | std::ios::trunc); };
-    // Only a root without a name leaves a target without a parent: nothing is made there.
+    // A target without a parent comes only from a root without a name: no file is made there.
     if (target.find('/') != std::string::npos) open();
     if (file_.stream().is_open()) return true;
 
@@ -90,7 +90,7 @@ bool Extraction::makeRegularFile(const std::string& target, std::span<const std:
 
     std::ofstream& stream = file_.stream();
     if (!data.empty()) {
-        // Cannot be on a platform with 64-bit sizes: twelve octal digits are 36 bits.
+        // Unreachable with a 64-bit streamsize: twelve octal digits are 36 bits.
         if (data.size() > std::size_t{std::numeric_limits<std::streamsize>::max()}) {
             return reportFailure(errorText_, "TAR entry is too large for this platform");
         }

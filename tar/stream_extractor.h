@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a TAR stream: every header checked, files and directories made below a root.
+// Reading a TAR stream: checks every header, makes files and directories below a root.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,13 @@ namespace vesk::io::archives {
 /// NULs; what follows that block is not looked at.
 ///
 /// Makes directories and regular files only; modes, owners and times in the headers are ignored.
-/// Returns true when the end marker was reached, with `errorText` untouched. Otherwise false, with
-/// `errorText` replaced by the first problem met: "TAR archive has no end marker", "Invalid TAR
+/// Returns true, with `errorText` untouched, when it reached that block. Otherwise returns false,
+/// with `errorText` replaced by the first failure: "TAR archive has no end marker", "Invalid TAR
 /// header checksum", "Unsafe TAR entry name", "Invalid TAR entry size", "Truncated TAR entry",
 /// "Cannot create TAR directory", "Unsupported TAR entry type", "Cannot create TAR entry
 /// directory", "Cannot write TAR entry", "TAR entry is too large for this platform", "Cannot
-/// finalize TAR entry" or "Truncated TAR entry padding". What was extracted before it stays: the
-/// caller removes `root`.
+/// finalize TAR entry" or "Truncated TAR entry padding". Entries that were extracted before the
+/// failure stay: the caller removes `root`.
 bool tarExtractArchiveBytes(std::span<const std::uint8_t> archive,
                             const std::filesystem::path& root, std::string& errorText);
 

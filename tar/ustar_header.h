@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The layout of the 512-byte ustar header block (POSIX.1-1988), the only place that knows it.
+// The layout of the 512-byte ustar header block (POSIX.1-1988). No other file contains offsets or
+// widths.
 #pragma once
 
 #include <cstddef>
@@ -7,14 +8,14 @@
 
 namespace vesk::io::archives {
 
-/// Sizes in bytes. Headers, padded data and the end marker are all made of blocks.
+/// Sizes in bytes. Headers, padded data and the end marker all consist of whole blocks.
 enum : std::size_t {
     tarBlockSize = 512,
     tarEndMarkerSize = 2 * tarBlockSize,
 };
 
-/// One field of the header block: a type, so that its offset and width, in bytes, always travel
-/// together and cost no object.
+/// One field of the header block. It is a type, so that its offset and width, in bytes, stay
+/// together and need no storage.
 template <std::size_t Offset, std::size_t Width>
 struct TarField {
     enum : std::size_t { offset = Offset, width = Width, end = Offset + Width };
@@ -44,7 +45,7 @@ using TarDevminor = TarField<337, 8>;
 using TarPrefix = TarField<345, 155>;
 using TarPadding = TarField<500, 12>;
 
-/// Tells whether the fields, in the order given, cover the block without a gap or an overlap.
+/// Tells whether the fields, in the given order, cover the block without gaps or overlaps.
 template <typename... Fields>
 consteval bool tarFieldsTileBlock() {
     std::size_t position = 0;
@@ -56,7 +57,7 @@ static_assert(tarFieldsTileBlock<TarName, TarMode, TarUid, TarGid, TarSize, TarM
                                  TarTypeflag, TarLinkname, TarMagic, TarVersion, TarUname, TarGname,
                                  TarDevmajor, TarDevminor, TarPrefix, TarPadding>());
 
-/// The values of `typeflag` that are read or written here.
+/// The values of `typeflag` that are read or written.
 enum TarType : std::uint8_t {
     tarOldRegularFile = 0,
     tarRegularFile = '0',

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The two ways in which a routine of this module fails. Each routine keeps to one of them.
+// The two ways in which a routine of the module reports a failure. Each routine uses only one.
 #pragma once
 
 #include <string>
@@ -8,15 +8,15 @@
 
 namespace vesk::io::archives {
 
-/// Raises an `IOException` with `message` in the host and returns false. The way of the creation
-/// side and of the file reader: callers test the result or ask Vesk_hasPendingError.
+/// Raises an `IOException` with `message` in the runtime and returns false. Used when making
+/// archives and by the file reader: callers test the result or ask Vesk_hasPendingError.
 inline bool raiseFailure(const char* message) {
     Vesk_raise("IOException", message);
     return false;
 }
 
-/// Replaces the whole of `errorText` by `message` and returns false. The way of the extraction
-/// side: the exported function raises the text.
+/// Replaces all of `errorText` by `message` and returns false. Used when unpacking: the exported
+/// function raises the text.
 inline bool reportFailure(std::string& errorText, const char* message) {
     errorText = message;
     return false;
