@@ -7,7 +7,8 @@
 
 namespace vesk::standin {
 
-/// Calls the calling thread's observer, if there is one, with `call`; passes on what it throws.
+/// Calls the calling thread's observer, if there is one, with `call`. Exceptions of the observer
+/// pass through.
 void announceCall(HostCall call);
 
 /// The same for a decoded piece.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Finding a destination: its parent directory is opened by the system, so that `..` after a
-// symbolic link means what it means everywhere else.
+// Finding a destination: the system opens its parent directory, so `..` after a symbolic link has
+// its usual meaning.
 #include "standinhost/destination.h"
 
 #include <fcntl.h>
@@ -20,10 +20,11 @@ namespace fs = std::filesystem;
 
 constexpr const char* cannotInspect = "Cannot inspect destination";
 
-/// As many as the system follows.
+/// The number of links in a row that the system follows.
 constexpr int longestChain = 40;
 
-/// Drops the slashes and dots at the end, behind which a symbolic link would be followed unseen.
+/// Removes slashes and "." components from the end: with them the system would follow a symbolic
+/// link before it could be examined.
 fs::path withoutTrailingDots(fs::path path) {
     while ((!path.has_filename() || path.filename() == ".") && !path.parent_path().empty() &&
            path.has_relative_path())
@@ -35,20 +36,21 @@ FileDescriptor openForLookups(const fs::path& directory) {
     return FileDescriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// Turns a path that ends in a dot or two into one that ends in a name, or the root directory's;
-/// nothing when it leads nowhere.
+/// Turns a path that ends in "." or ".." into one that ends in a name, or into that of the root
+/// directory. Returns nothing when the path cannot be resolved.
 std::optional<fs::path> named(fs::path path) {
     path = withoutTrailingDots(std::move(path));
     if (path.filename() != "." && path.filename() != "..") return path;
     const FileDescriptor directory = openForLookups(path);
     std::error_code error;
     fs::path canonical = fs::canonical(path, error);
-    // Neither of the two is anything where it could not be found.
+    // False too when either of the two could not be found.
     const bool isSame = isOpenAs({AT_FDCWD, canonical.c_str()}, directory.number());
     return isSame ? std::optional(std::move(canonical)) : std::nullopt;
 }
 
-/// Opens the parent directory and splits off the name. Returns the message of a failure.
+/// Opens the parent directory and splits off the name. Returns the message of a failure, or null on
+/// success.
 const char* locate(const fs::path& path, MadeParents* parents, Destination& found) {
     const std::optional<fs::path> entry = named(path);
     if (!entry) return cannotInspect;
@@ -78,12 +80,12 @@ bool isLinkToFollow(const Destination& destination) {
     if (fstatat(entry.directory, entry.name, &link, AT_SYMLINK_NOFOLLOW) != 0 ||
         fstat(entry.directory, &directory) != 0)
         return false;
-    // In such a directory anybody could choose what is to be replaced.
+    // In a sticky directory any user could otherwise choose what is replaced.
     const bool isForeign = (directory.st_mode & S_ISVTX) != 0 && link.st_uid != geteuid();
     return S_ISLNK(link.st_mode) && !isForeign;
 }
 
-/// Finds what the link at `destination` names; nothing when that leads nowhere.
+/// Finds the target of the link at `destination`; returns nothing when it cannot be resolved.
 std::optional<Destination> follow(const Destination& destination) {
     std::error_code error;
     const fs::path target = fs::read_symlink(destination.path, error);
@@ -119,11 +121,11 @@ void MadeParents::remove() noexcept {
 }
 
 const char* findDestination(const fs::path& path, MadeParents* parents, Destination& found) {
-    // The system refuses it, however short it is without the dots at its end.
+    // The system refuses such a path, even if it is short enough without the dots at its end.
     if (path.native().size() >= PATH_MAX) return cannotInspect;
     if (const char* message = locate(path, parents, found)) return message;
 
-    // A link that the system does not follow to its end is not followed here either.
+    // Where the system fails to follow a chain of links to its end, this fails too.
     const FileDescriptor end(open(found.path.c_str(), O_PATH | O_CLOEXEC));
     for (int links = 0; end && links < longestChain && isLinkToFollow(found); ++links) {
         std::optional<Destination> next = follow(found);

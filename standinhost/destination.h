@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a destination's path names for the system.
+// Finding what the path of a destination names, as the system resolves it.
 #pragma once
 
 #include <sys/types.h>
@@ -12,11 +12,11 @@
 
 namespace vesk::standin {
 
-/// The directories that were missing on the way to a destination and have been made. Nothing
-/// becomes of them by itself.
+/// The missing parent directories of a destination that have been made. They stay until they are
+/// removed explicitly.
 class MadeParents {
 public:
-    /// Makes the directories of `parent` that are missing, as far as that is possible.
+    /// Makes the missing directories of `parent`, as far as possible.
     void make(const std::filesystem::path& parent);
 
     /// Removes those that are still empty, the innermost first.
@@ -24,33 +24,33 @@ public:
 
 private:
     struct Made {
-        std::filesystem::path directory;  ///< in which it is
+        std::filesystem::path directory;  ///< the one that contains it
         std::filesystem::path name;
         struct stat status;
     };
     std::vector<Made> made_;
 };
 
-/// An entry of a directory that is held open. Symbolic links have been followed, step by step, to
-/// what they name; one that names nothing, or that belongs to another user in a sticky directory,
-/// stands for itself.
+/// An entry of a directory that is held open. Symbolic links have been followed, one by one, to
+/// their target. A link is not followed if it has no target, or if it is in a sticky directory and
+/// belongs to another user: then the link itself is the destination.
 struct Destination {
     FileDescriptor parent;
-    std::string name;                  ///< "." for the root directory, which is an entry of none
-    std::filesystem::path path;        ///< to it, relative if the destination was given so
-    std::filesystem::path parentPath;  ///< absolute, without links and dots, if it can be told
+    std::string name;                  ///< "." for the root directory, which has no parent
+    std::filesystem::path path;        ///< relative if the destination was given as relative
+    std::filesystem::path parentPath;  ///< absolute and without links and dots, if that is known
 
     Entry entry() const { return {parent.number(), name.c_str()}; }
 };
 
-/// Finds the destination that `path` names. Missing parent directories are made and noted in
-/// `parents`, unless that is null. Returns the message of a failure, null when there is none.
+/// Finds the destination that `path` names. Makes missing parent directories and notes them in
+/// `parents`, unless that is null. Returns the message of a failure, or null on success.
 const char* findDestination(const std::filesystem::path& path, MadeParents* parents,
                             Destination& found);
 
-/// Returns the message for a destination that may not be written to, null for one that may: where
-/// nothing is, or an empty directory, or, to `overwrite`, a directory or a regular file. A mount
-/// point and the root directory may never be replaced.
+/// Returns null if a tree may be placed at the destination, otherwise the message of the refusal.
+/// Nothing or an empty directory may be there; with `overwrite` also a directory or a regular file.
+/// A mount point and the root directory may never be replaced.
 const char* refusalOf(const Destination& destination, bool overwrite);
 
 }  // namespace vesk::standin

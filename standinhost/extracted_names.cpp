@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Counting names: those that were noted, by their hashes, and those on disk, by reading
-// directories.
+// Counting names: the noted ones by their hashes, those on disk by reading directories.
 #include "standinhost/extracted_names.h"
 
 #include <fcntl.h>
@@ -16,8 +15,8 @@ namespace vesk::standin {
 
 namespace {
 
-/// Tells whether the name is in its normal form, or may be: names with a component that begins with
-/// a dot are not looked at closer.
+/// Tells whether the name is surely in its normal form. A name with a component that begins with a
+/// dot may be, but counts as one that is not.
 bool isNormal(std::string_view name) {
     return !name.starts_with('.') && name.find("/.") == std::string_view::npos &&
            name.find("//") == std::string_view::npos;
@@ -34,7 +33,7 @@ bool mayHaveChangedSince(timespec moment, Entry directory) {
                                           : change.tv_nsec >= moment.tv_nsec;
 }
 
-/// Returns the directory's name for a system call.
+/// Returns the directory's name as a system call takes it.
 const char* pathOf(const std::string& directory) {
     return directory.empty() ? "." : directory.c_str();
 }
@@ -42,7 +41,7 @@ const char* pathOf(const std::string& directory) {
 }  // namespace
 
 void ExtractedNames::note(std::string_view name) {
-    // Every name comes twice: to be judged, and to be written.
+    // The module converts every name twice: to judge it, and to write it.
     if (name == last_) return;
     last_ = name;
     if (isNormal(name)) return noteNormal(name);
@@ -90,7 +89,7 @@ bool ExtractedNames::areIn(int tree) {
     return count >= hashes_.size();
 }
 
-// By now the tree is in its place, so that this may not throw.
+// The tree is in its place already, so this must not throw.
 bool ExtractedNames::areStillIn(int tree) const noexcept {
     std::size_t count = 0;
     for (const ReadDirectory& read : directories_) {

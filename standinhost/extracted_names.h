@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an extraction has made, so that it is noticed when some of it is gone before the commit.
+// Records what an extraction has made, to notice at the commit whether something is missing.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,24 +12,25 @@
 
 namespace vesk::standin {
 
-/// Collects the names that are extracted, 8 bytes for each, and compares their number with what is
-/// on disk. That costs a fraction of extracting them.
+/// Collects the names that are extracted, 8 bytes for each, and compares their number with the
+/// number on disk. That costs a fraction of the extraction.
 class ExtractedNames {
 public:
-    /// Notes a name as the archive gives it. A name that is noted again counts once.
+    /// Notes a name as it stands in the archive. A name that is noted twice counts once.
     void note(std::string_view name);
 
-    /// Tells whether at least as many entries as were noted are below the open directory `tree`,
-    /// which has just been moved to where it is. Directories that cannot be read count as whole.
+    /// Tells whether the open directory `tree`, which has just been moved to where it is, holds at
+    /// least as many entries as were noted, at all depths. When a directory may not be read, the
+    /// tree counts as whole.
     bool areIn(int tree);
 
-    /// Tells the same once more, by counting again in directories that have changed since that
+    /// Tells the same once more. Counts again only in directories that have changed since that
     /// move.
     bool areStillIn(int tree) const noexcept;
 
 private:
-    /// A directory of the tree, and how many entries it had when it was read; that of all noted
-    /// names if it could not be.
+    /// A directory of the tree, and the number of its entries when it was read; the number of all
+    /// noted names when it could not be read.
     struct ReadDirectory {
         std::string name;  ///< below the tree, with a slash at its end; empty for the tree itself
         std::size_t entries;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The raw DEFLATE decoder: streams through two pieces of fixed size, whatever the sizes declared.
+// The raw DEFLATE decoder. It works with two pieces of fixed size, whatever the declared sizes.
 #include <isa-l/igzip_lib.h>
 
 #include <algorithm>
@@ -13,18 +13,18 @@
 
 namespace {
 
-/// Small enough for both pieces to stay in the cache. The library moves 64 KiB of history through
-/// a buffer of its own in every call, so that much smaller pieces would cost speed.
+/// Small enough for both pieces to stay in the cache. Much smaller pieces would cost speed: the
+/// library copies 64 KiB of history in every call.
 constexpr std::uint32_t pieceSize = 256 * 1024;
 
-/// The decoder's state and its two pieces; lives on the heap, as thread stacks can be small.
+/// The decoder's state and its two pieces. Allocated on the heap, since thread stacks can be small.
 struct Decoder {
     inflate_state state;
     std::array<std::uint8_t, pieceSize> input;
     std::array<std::uint8_t, pieceSize> output;
 };
 
-/// What the caller declared and has not yet been read from `in` or written to `out`.
+/// The bytes of the declared sizes that have not yet been read from `in` or written to `out`.
 struct Transfer {
     std::istream& in;
     std::uint64_t inputSize;
@@ -37,14 +37,14 @@ std::unique_ptr<Decoder> makeDecoder() {
     // Left uninitialised: zeroing the pieces would cost more than decoding a small archive.
     std::unique_ptr<Decoder> decoder(new Decoder);
     isal_inflate_init(&decoder->state);
-    // Raw data without header and trailer, but with gzip's CRC-32 of the output.
+    // Raw data without header and trailer; the library computes gzip's CRC-32 of the output.
     decoder->state.crc_flag = ISAL_GZIP_NO_HDR;
     decoder->state.next_in = decoder->input.data();
     decoder->state.avail_in = 0;
     return decoder;
 }
 
-/// Makes sure that there is input at hand unless all of it has been used; false when the stream
+/// Reads the next piece of input when the last one has been used up. Returns false when the stream
 /// holds fewer bytes than declared.
 bool provideInput(Decoder& decoder, Transfer& transfer) {
     if (decoder.state.avail_in != 0 || transfer.inputLeft == 0) return true;
@@ -60,15 +60,15 @@ bool provideInput(Decoder& decoder, Transfer& transfer) {
     return true;
 }
 
-/// Decodes the input at hand into one output piece and writes that to the output stream.
-/// Returns the message of a failure, null when there is none.
+/// Decodes the input that has been read into one output piece and writes that to the output stream.
+/// Returns the message of a failure, or null on success.
 const char* decodePiece(Decoder& decoder, Transfer& transfer) {
     decoder.state.next_out = decoder.output.data();
     decoder.state.avail_out = pieceSize;
     if (isal_inflate(&decoder.state) != ISAL_DECOMP_OK) return "Invalid DEFLATE data";
 
     const std::uint64_t decoded = pieceSize - decoder.state.avail_out;
-    // Nothing of a piece that goes beyond the declared size is written.
+    // A piece that exceeds the declared size is not written at all.
     if (decoded > transfer.outputLeft) return "DEFLATE output is longer than its declared size";
 
     transfer.outputLeft -= decoded;
@@ -82,13 +82,13 @@ const char* decodePiece(Decoder& decoder, Transfer& transfer) {
     return nullptr;
 }
 
-/// Tells whether the input piece holds bytes that were not decoded, whole ones in the library's bit
-/// buffer included.
+/// Tells whether the input holds bytes that were not decoded. Whole bytes in the library's bit
+/// buffer count too.
 bool hasUnusedInput(const inflate_state& state) {
     return state.avail_in != 0 || state.read_in_length >= 8;
 }
 
-/// Checks what follows the final block. Returns the message of a failure, null when there is none.
+/// Checks what follows the final block. Returns the message of a failure, or null on success.
 const char* checkEnd(Decoder& decoder, Transfer& transfer) {
     if (!provideInput(decoder, transfer)) return "Truncated DEFLATE data";
     if (hasUnusedInput(decoder.state)) return "Unexpected data after DEFLATE stream";
@@ -96,7 +96,7 @@ const char* checkEnd(Decoder& decoder, Transfer& transfer) {
     return nullptr;
 }
 
-/// Decodes the whole stream. Returns the message of a failure, null when there is none.
+/// Decodes the whole stream. Returns the message of a failure, or null on success.
 const char* decode(Decoder& decoder, Transfer& transfer) {
     const inflate_state& state = decoder.state;
     while (state.block_state != ISAL_BLOCK_FINISH) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Entries of open directories, by system calls that take a descriptor and a name.
+// Entries of open directories: all system calls take a descriptor and a name.
 #include "standinhost/open_directory.h"
 
 #include <fcntl.h>
@@ -12,8 +12,8 @@ namespace vesk::standin {
 
 namespace {
 
-/// The number of the mount that the entry is in, or that its directory is in where the name is
-/// empty; -1 when the file system does not tell.
+/// Returns the number of the mount that contains the entry, or its directory if the name is empty;
+/// -1 when the file system does not tell.
 int mountOf(Entry entry) {
     file_handle none{};
     int mount = -1;
@@ -23,7 +23,8 @@ int mountOf(Entry entry) {
     return isTold ? mount : -1;
 }
 
-/// The way for systems that do not tell mount points: another mount, or file system, begins there.
+/// Used where the system does not report mount points: tells whether another mount or another file
+/// system begins at the entry.
 bool isOnAnotherFileSystem(Entry entry) {
     struct stat parent {};
     struct stat status {};
@@ -80,7 +81,7 @@ const char* NameReader::next() {
 }
 
 bool NameReader::isDirectory() const {
-    // Not every file system tells.
+    // Not every file system gives the type.
     return last_->d_type == DT_UNKNOWN ? kindOf({directory_, last_->d_name}) == EntryKind::directory
                                        : last_->d_type == DT_DIR;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Directories that are held open, and their entries: what is meant stays the same, whatever others
-// do to the paths that lead there.
+// Directories that are held open, and their entries. An open directory stays the same one, whatever
+// others do to the paths that lead to it.
 #pragma once
 
 #include <dirent.h>
@@ -16,7 +16,7 @@ namespace vesk::standin {
 class FileDescriptor {
 public:
     FileDescriptor() noexcept = default;
-    /// Takes over `number`, the result of an open: none when it is -1.
+    /// Takes ownership of `number`, the result of an open; -1 means no descriptor.
     explicit FileDescriptor(int number) noexcept : number_(number) {}
     FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
@@ -34,7 +34,7 @@ private:
     int number_ = -1;
 };
 
-/// A name in an open directory. Owns neither.
+/// A name in an open directory. Owns neither of them.
 struct Entry {
     int directory;
     const char* name;
@@ -42,32 +42,32 @@ struct Entry {
 
 enum class EntryKind { nothing, directory, regularFile, mountPoint, other, unknown };
 
-/// Tells what is at the entry, which is not followed if it is a symbolic link. A mount point is one
-/// whatever is mounted there; `unknown` when the entry cannot be looked at.
+/// Returns the kind of what is at the entry; a symbolic link is not followed. A mount point is
+/// `mountPoint` whatever is mounted there. `unknown` means that the entry cannot be examined.
 EntryKind kindOf(Entry entry);
 
-/// Opens the directory at the entry for reading its names; none when there is no directory, a
-/// symbolic link included, or when permissions forbid it.
+/// Opens the directory at the entry for reading its names. Returns no descriptor when there is no
+/// directory (a symbolic link is none) or when permissions forbid it.
 FileDescriptor openDirectory(Entry entry);
 
-/// Tells whether two statuses are those of one file.
+/// Tells whether both statuses belong to the same file.
 inline bool isSameFile(const struct stat& one, const struct stat& other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-/// Tells whether the entry, not followed, is the file that is open as `descriptor`.
+/// Tells whether the entry is the file that is open as `descriptor`. A link is not followed.
 bool isOpenAs(Entry entry, int descriptor);
 
-/// Reads the names in an open directory from its beginning. Needs no memory but its own.
+/// Reads the names in an open directory from its beginning. Allocates nothing.
 class NameReader {
 public:
     explicit NameReader(int directory);
 
-    /// Returns the next name but "." and "..", valid until the next call; null at the end and when
-    /// the directory cannot be read.
+    /// Returns the next name, without "." and ".."; it is valid until the next call. Returns null
+    /// at the end and when the directory cannot be read.
     const char* next();
 
-    /// Tells whether the name that came last is a directory's.
+    /// Tells whether the last returned name is that of a directory.
     bool isDirectory() const;
 
 private:
@@ -80,7 +80,7 @@ private:
     const dirent64* last_ = nullptr;
 };
 
-/// Tells whether the entry is a directory that can be read and holds nothing.
+/// Tells whether the entry is a directory that can be read and is empty.
 bool isEmptyDirectory(Entry entry);
 
 }  // namespace vesk::standin

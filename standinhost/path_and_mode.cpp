@@ -13,7 +13,7 @@ std::filesystem::path Vesk_runtimeFsPath(const char* text) {
 
 bool vesk::runtime::archives::modeIsOverwrite(void* mode) {
     const auto* const given = static_cast<const standin::Mode*>(mode);
-    // Staging comes right after this question, on the same thread.
+    // Staging is prepared right after this call, on the same thread.
     standin::noteSync(given != nullptr && given->sync);
     return given != nullptr && given->overwrite;
 }

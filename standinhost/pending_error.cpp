@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The calling thread's pending host exception.
+// The calling thread's pending exception.
 #include <optional>
 #include <utility>
 

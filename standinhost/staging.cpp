@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Staged extraction: a directory beside the destination, open to its owner only, holds the tree
-// that becomes the destination on commit. Parent, directory and tree are held open, so that what
-// happens to their paths meanwhile bends nothing; it is noticed at the commit.
+// Staged extraction: a directory beside the destination, which only its owner may enter, holds the
+// tree that becomes the destination on commit. Parent, directory and tree are held open, so changes
+// to their paths cannot redirect anything. Such changes are noticed at the commit.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -31,27 +31,27 @@ namespace fs = std::filesystem;
 using namespace vesk::standin;
 
 constexpr const char* treeName = "tree";
-/// The tree's name from the commit on, by which nobody who was told its path meets it.
+/// The tree's name during the commit: those who know its earlier path no longer reach it by that.
 constexpr const char* movedName = "moved";
 constexpr const char* cannotMove = "Cannot move extracted files to destination";
 constexpr const char* cannotFlush = "Cannot flush extracted files";
 
-/// Attempts to find a name that nothing has.
+/// Attempts before giving up on finding an unused name.
 constexpr int namingAttempts = 100;
 
 struct Staging {
-    pid_t process = getpid();  ///< a child that was forked meanwhile has nothing to remove
+    pid_t process = getpid();  ///< only this process removes it, not a child forked meanwhile
     bool overwrite = false;
     bool sync = false;
     MadeParents parents;
     Destination destination;
     std::string name;          ///< of the staging directory, beside the destination
-    std::string replacedName;  ///< of the old tree while it waits there
+    std::string replacedName;  ///< of the old tree while it waits beside the destination
     FileDescriptor directory;
     FileDescriptor tree;
-    fs::path path;  ///< what the module was given
+    fs::path path;  ///< the path that the module was given
     ExtractedNames names;
-    /// What is told when it cannot be deleted. Made beforehand: later memory may have ended.
+    /// What is reported if it cannot be deleted. Built in advance, since memory may run out later.
     Leftover directoryLeft;
     Leftover asideLeft;
     Leftover oldTreeLeft;
@@ -88,7 +88,7 @@ bool makeDirectory(Staging& staging) {
     return false;
 }
 
-/// Opens the staging directory. A umask may have taken permissions from its owner.
+/// Opens the staging directory. If a umask has taken permissions from its owner, restores them.
 FileDescriptor openOwnersDirectory(Entry entry) {
     FileDescriptor directory = openDirectory(entry);
     if (directory || errno != EACCES) return directory;
@@ -105,9 +105,9 @@ void closeToOthers(int directory) {
     if (!isAsMade) fchmod(directory, S_IRWXU);
 }
 
-/// Tells whether the open directory is this user's. Where others may write to its parent, one of
-/// them may have put a directory of his own in the place of the one that was made. By which number
-/// the file system calls this user, a file tells that nobody else can have made.
+/// Tells whether the open directory belongs to this user. Where others may write to its parent, one
+/// of them may have put another directory in its place. A file system may know this user by another
+/// number, so the owner is compared with that of a new file, which only this process can have made.
 bool isOwn(int directory) {
     constexpr const char* name = "owner";
     const FileDescriptor file(
@@ -120,8 +120,8 @@ bool isOwn(int directory) {
            outer.st_uid == inner.st_uid;
 }
 
-/// Makes and opens the staging directory. What holds something is not the one that was made: it was
-/// put in its place, and is left alone.
+/// Makes and opens the staging directory. If it is not empty, somebody has put another directory in
+/// its place; that one is left alone.
 bool openStagingDirectory(Staging& staging) {
     if (!makeDirectory(staging)) return false;
     FileDescriptor directory = openOwnersDirectory(staging.directoryEntry());
@@ -135,8 +135,8 @@ bool openStagingDirectory(Staging& staging) {
     return isOwn(staging.directory.number());
 }
 
-/// Makes and opens the staging directory and, by a plain mkdir, the tree in it, which has the
-/// permissions of any new directory there.
+/// Makes and opens the staging directory and the tree in it. The tree is made by a plain mkdir, so
+/// it has the permissions of any new directory there.
 bool makeTree(Staging& staging) {
     if (!openStagingDirectory(staging)) return false;
     const Entry tree = staging.treeEntry();
@@ -150,11 +150,11 @@ bool leadsTo(const fs::path& path, int tree) {
     return isOpenAs({AT_FDCWD, path.c_str()}, tree);
 }
 
-/// Returns a path to the tree: through the open directory, so that it leads nowhere else whatever
-/// becomes of the paths above; where the system has no such paths, without links and dots, so that
-/// its normal form means the same. Empty when there is neither.
+/// Returns a path to the tree. It goes through the open directory, so it leads to the tree whatever
+/// happens to the directories above. Where the system has no such paths, it is a path without links
+/// and dots, whose normal form names the same. Empty when there is neither.
 fs::path pathToTree(const Staging& staging) {
-    // By this process's number and not by "self", a link that every entry would follow.
+    // With this process's number instead of "self", which is a link that every entry would follow.
     fs::path path = "/proc/" + std::to_string(staging.process) + "/fd/" +
                     std::to_string(staging.directory.number()) + "/" + treeName;
     if (leadsTo(path, staging.tree.number())) return path;
@@ -162,20 +162,20 @@ fs::path pathToTree(const Staging& staging) {
     return leadsTo(path, staging.tree.number()) ? path : fs::path();
 }
 
-/// Removes the open directory, which is empty, from the one that it is in by now.
+/// Removes the open directory, which is empty, from the directory that contains it now.
 bool removeWhereItIs(int directory) {
     std::array<char, 32> link{};
     std::array<char, PATH_MAX> path{};
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", directory);
     if (readlink(link.data(), path.data(), path.size() - 1) <= 0) return false;
-    // Before the next call the rest of the path may lead elsewhere.
+    // Only the last component is used: the rest of the path may already lead elsewhere.
     const char* const slash = std::strrchr(path.data(), '/');
     const FileDescriptor parent(openat(directory, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     const Entry entry{parent.number(), slash != nullptr ? slash + 1 : path.data()};
     return isOpenAs(entry, directory) && unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0;
 }
 
-/// Removes the emptied staging directory under the name that it has by now. True when it is gone.
+/// Removes the emptied staging directory under its current name. True when it is gone.
 bool removeEmptied(const Staging& staging) {
     const int directory = staging.directory.number();
     const Entry entry = staging.directoryEntry();
@@ -186,7 +186,7 @@ bool removeEmptied(const Staging& staging) {
     return isGone || removeWhereItIs(directory);
 }
 
-/// Deletes the staging directory with all that it holds, which takes no memory.
+/// Deletes the staging directory with all its content. Allocates nothing.
 void removeDirectory(Staging& staging) {
     if (staging.name.empty()) return;
     const Rest rest =
@@ -197,7 +197,7 @@ void removeDirectory(Staging& staging) {
     leftover->holdsMount = rest == Rest::mountedPlace;
 }
 
-/// Prepares staging. Returns the message of a failure, null when there is none.
+/// Prepares staging. Returns the message of a failure, or null on success.
 const char* prepare(const fs::path& path, Staging& staging) {
     if (const char* message = findDestination(path, &staging.parents, staging.destination))
         return message;
@@ -206,7 +206,7 @@ const char* prepare(const fs::path& path, Staging& staging) {
     return staging.path.empty() ? "Cannot create staging directory" : nullptr;
 }
 
-/// Tells whether the destination is in the directory for which staging was prepared, and the
+/// Tells whether the destination is still in the directory for which staging was prepared, with the
 /// staging directory beside it.
 bool isInPlace(const Staging& staging, const fs::path& path) {
     Destination destination;
@@ -216,7 +216,7 @@ bool isInPlace(const Staging& staging, const fs::path& path) {
            isOpenAs(staging.directoryEntry(), staging.directory.number());
 }
 
-/// Renames the tree and tells whether it is the one that was made, with all that was extracted.
+/// Renames the tree and tells whether it is the one that was made, with all extracted entries.
 bool completeTree(Staging& staging) {
     const Entry tree = staging.treeEntry();
     const Entry complete = staging.movedEntry();
@@ -231,7 +231,7 @@ Placement place(const Staging& staging) {
                              : placeNewTree(tree, target);
 }
 
-/// Returns the message for a placement, null for one that is done.
+/// Returns the message for a placement, or null for one that is done.
 const char* messageOf(Placement placement) {
     switch (placement) {
         case Placement::done:
@@ -248,14 +248,15 @@ const char* messageOf(Placement placement) {
     return cannotMove;
 }
 
-/// Notes the old tree where it could be moved no more, beside the destination.
+/// Notes the old tree if it is still beside the destination because it could not be moved from
+/// there.
 void tellWhatIsAside(Staging& staging) {
     if (kindOf(staging.replacedEntry()) == EntryKind::nothing) return;
     leftover = std::move(staging.asideLeft);
     leftover->isOldTree = kindOf(staging.destination.entry()) == EntryKind::nothing;
 }
 
-/// Puts back what stood at the destination. Where that cannot be done, it is kept.
+/// Puts back what was at the destination. If that fails, it is kept in the staging directory.
 void takeBack(Staging& staging, bool wasEmptyDirectory) {
     const bool isBack =
         takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry(),
@@ -265,7 +266,7 @@ void takeBack(Staging& staging, bool wasEmptyDirectory) {
     staging.name.clear();
 }
 
-/// Commits staging. Returns the message of a failure, null when there is none.
+/// Commits staging. Returns the message of a failure, or null on success.
 const char* commit(Staging& staging, const fs::path& path) {
     if (!isInPlace(staging, path) || !completeTree(staging)) return cannotMove;
     const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
@@ -278,8 +279,9 @@ const char* commit(Staging& staging, const fs::path& path) {
     tellWhatIsAside(staging);
     if (placed != Placement::done) return messageOf(placed);
 
-    // Who was removing files when the tree was moved goes on removing them. But what another run
-    // has replaced by now, and deletes, has been in its place.
+    // A process that was removing files when the tree was moved may go on removing them. But a tree
+    // that is no longer at the destination was replaced by another run, which now deletes it: this
+    // commit did succeed.
     const bool isWhole = staging.names.areStillIn(tree) || !isOpenAs(target, tree);
     const bool isFlushed = !staging.sync || fsync(parent.number()) == 0;
     if (isWhole && isFlushed) return nullptr;
@@ -287,7 +289,7 @@ const char* commit(Staging& staging, const fs::path& path) {
     return isWhole ? cannotFlush : cannotMove;
 }
 
-/// Stores `message`, if there is one, as the error; true when there is none.
+/// Stores `message` as the error unless it is null. True when it is null.
 bool succeeded(const char* message, std::string& error) {
     if (message != nullptr) error = message;
     return message == nullptr;
@@ -299,7 +301,7 @@ bool vesk::runtime::archives::prepareExtractionStaging(const fs::path& destinati
                                                        fs::path& staging, std::string& error) {
     standin::abandonStaging();
     leftover.reset();
-    // Noted before anything is made: no lack of memory can lose it.
+    // Stored before anything is made, so that a lack of memory cannot lose track of it.
     openStaging = std::make_unique<Staging>();
     openStaging->overwrite = overwrite;
     openStaging->sync = isSyncWanted;
@@ -334,7 +336,7 @@ void vesk::standin::abandonStaging() {
     if (!openStaging) return;
     if (openStaging->process != getpid()) return openStaging.reset();
     removeDirectory(*openStaging);
-    // Descriptors may be few, and removing the parents takes one.
+    // Removing the parents takes a descriptor, so those of the staging are closed first.
     MadeParents parents = std::move(openStaging->parents);
     openStaging.reset();
     parents.remove();

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
-// What the calling thread's staging is told by the other functions of the host.
+// What the other functions of the stand-in tell the calling thread's staging.
 #pragma once
 
 namespace vesk::standin {
 
-/// Notes whether what is prepared from now on is to be flushed when it is committed.
+/// Notes whether an extraction that is prepared from now on is to be flushed to disk when it is
+/// committed.
 void noteSync(bool wanted);
 
-/// Notes a path that is converted: while staging is open, it is an entry's name.
+/// Notes a path string that is being converted. While staging is open, it is the name of an entry.
 void notePath(const char* text);
 
 }  // namespace vesk::standin

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The names of what an extraction keeps beside its destination: .NAME MARK SUFFIX, where NAME is
-// the destination's, MARK says what it is for and SUFFIX is random.
+// The names of what an extraction keeps beside its destination: a dot, the destination's name, a
+// mark that says what it is for, and a random suffix.
 #include "standinhost/staging_name.h"
 
 #include <random>
@@ -14,11 +14,11 @@ constexpr std::string_view replacingMark = ".vesk-unpacking-replacing-";
 constexpr std::string_view replacedMark = ".vesk-replaced-";
 constexpr std::size_t suffixLength = 6;
 
-/// What is left of the 255 bytes of a file name after the dot, the longest mark and the suffix.
+/// The bytes of a file name, 255 at most, that remain beside dot, longest mark and suffix.
 constexpr std::size_t longestName = 255 - 1 - replacingMark.size() - suffixLength;
 
-/// Cuts `name` to the bytes that a marked name has room for, between two UTF-8 characters: some
-/// file systems refuse half of one.
+/// Cuts `name` to the bytes that remain for it, and never within a UTF-8 character: some file
+/// systems refuse half of one.
 std::string_view shortened(std::string_view name) {
     if (name.size() <= longestName) return name;
     std::size_t end = longestName;

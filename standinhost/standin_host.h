@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // A stand-in for the Vesk runtime: implements the nine functions of module/host/host_runtime.h for
-// builds, tests and tools without the runtime. This header is for whoever plays the host.
+// builds, tests and tools without the runtime. This header is the API for host programs.
 //
 // The pending exception, the observers, the open staging directory and what could not be deleted
-// are kept per thread; nothing else outlives a call. Native exceptions leave the nine functions
+// are kept per thread; nothing else outlives a call. C++ exceptions leave the nine functions
 // only when memory runs out, when an observer throws, or when a stream that is set to throw does.
 //
 // Messages of its own, fixed texts without system text:
@@ -24,7 +24,7 @@
 //             "Unexpected data after DEFLATE stream"
 //             "Cannot store DEFLATE output"
 //
-// What an extraction keeps beside its destination NAME, and what a killed process may leave there:
+// What an extraction keeps beside its destination NAME, and may leave there if it is killed:
 //   .NAME.vesk-unpacking-new-XXXXXX         files being extracted; nothing is to be replaced
 //   .NAME.vesk-unpacking-replacing-XXXXXX   files being extracted, or the old tree being deleted
 //   .NAME.vesk-replaced-XXXXXX              the old tree, where two trees cannot be exchanged
@@ -38,34 +38,34 @@
 
 namespace vesk::standin {
 
-/// A host exception: the class name and message that Vesk_raise was given.
+/// A pending exception: the class name and the message that Vesk_raise was given.
 struct PendingError {
     std::string className;
     std::string message;
 };
 
-/// Returns the calling thread's pending exception and clears it; nothing when none is pending.
-/// The first raise stays until it is taken: a later one does not replace it.
+/// Returns the calling thread's pending exception and clears it; returns nothing when none is
+/// pending. A later raise does not replace the pending exception.
 std::optional<PendingError> takePendingError();
 
 /// The mode argument of the exported functions: its address is the handle. It must outlive the
-/// call. A null handle means "do not overwrite".
+/// call. A null handle means no overwriting and no flushing.
 struct Mode {
     bool overwrite = false;
-    /// What is reported as unpacked survives a power cut: the file system is flushed before the
-    /// tree is moved into place, and the directory that holds it afterwards.
+    /// An extraction that is reported as successful survives a power cut: the file system is
+    /// flushed before the tree is moved into place, and the directory that holds it afterwards.
     bool sync = false;
 };
 
-/// The host calls by which the progress of an exported call can be seen.
+/// The module's calls that show the progress of an exported function.
 enum class HostCall { hasPendingError, runtimeFsPath, commitExtractionStaging };
 
 /// Called on the calling thread right before the stand-in answers such a call. It may throw: the
-/// exception leaves the exported function, which releases everything on the way.
+/// exception leaves the exported function, which releases everything that it holds.
 using CallObserver = void (*)(void* context, HostCall call);
 
-/// Sets the calling thread's observer; a null observer removes it. `context` is handed back
-/// unseen and must outlive the observation.
+/// Sets the calling thread's observer; a null observer removes it. `context` is passed through
+/// unread and must be valid as long as the observer is set.
 void observeCalls(CallObserver observer, void* context);
 
 /// A piece of what inflateRaw decodes.
@@ -82,24 +82,25 @@ using DecodingObserver = void (*)(void* context, const DecodedPiece& piece);
 void observeDecoding(DecodingObserver observer, void* context);
 
 /// Removes the staging directory that the calling thread prepared last, if it has neither been
-/// committed nor removed, and the parent directories that were made for it, if they are empty. For
-/// whoever has caught what left an exported function: on that way the module removes nothing. The
-/// thread's next extraction does the same first.
+/// committed nor removed, and the parent directories that were made for it, if they are empty.
+///
+/// Called after a C++ exception has left an exported function: in that case the module removes
+/// nothing. The thread's next extraction also does this first.
 void abandonStaging();
 
 /// Something that an extraction could not delete or put back.
 struct Leftover {
-    /// Where it is: absolute, without links and dots, if that can be told.
+    /// Its path: absolute and without links and dots, if that is known.
     std::filesystem::path path;
-    /// It is the only copy of the tree that was to be replaced, to be moved back to the
-    /// destination. Otherwise it is of no use and can be removed.
+    /// True if it is the only copy of the tree that was to be replaced; it should be moved back to
+    /// the destination. Otherwise it is useless and can be removed.
     bool isOldTree = false;
-    /// Something is mounted in it, which is to be unmounted before it is removed.
+    /// True if something is mounted in it, which must be unmounted before it is removed.
     bool holdsMount = false;
 };
 
 /// Returns what the calling thread's last extraction left, whether it succeeded or not, and forgets
-/// it; nothing when all is clean.
+/// it; returns nothing when nothing was left.
 std::optional<Leftover> takeLeftover();
 
 }  // namespace vesk::standin

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Deleting in passes over a directory, until one has changed nothing.
+// Deleting in passes over a directory, until a pass changes nothing.
 #include "standinhost/tree_deletion.h"
 
 #include <fcntl.h>
@@ -16,7 +16,7 @@ namespace vesk::standin {
 
 namespace {
 
-/// The most directories that are open at once below the top.
+/// The maximum number of directories below the top that are open at once.
 constexpr int deepest = 16;
 
 class Deletion {
@@ -44,7 +44,7 @@ private:
     bool hasMounts_ = false;
 };
 
-/// Lets this user change what is in the directory, if it is this user's.
+/// Gives the owner all permissions for the directory, if it belongs to this user.
 void allowOwner(Entry entry) {
     // Whether that helped, the next step tells.
     [[maybe_unused]] const int result =
@@ -94,7 +94,7 @@ void Deletion::removeDirectory(Entry entry, int depth) {
 void Deletion::moveToTop(Entry entry) {
     std::array<char, 16> number{};
     std::snprintf(number.data(), number.size(), "%u", ++lastNumber_);
-    // A directory changes its parent only if it may be written to itself.
+    // Moving a directory to another parent needs write permission for the directory itself.
     allowOwner(entry);
     if (renameat(entry.directory, entry.name, top_, number.data()) == 0) hasChanged_ = true;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Deleting what an extraction leaves: a tree that is not wanted, or one that was replaced.
+// Deleting a tree that an extraction no longer needs: a failed one, or one that was replaced.
 #pragma once
 
 namespace vesk::standin {
@@ -10,9 +10,9 @@ enum class Rest { nothing, something, mountedPlace };
 /// Deletes everything below the open directory `top`, which only this process uses. Returns what is
 /// left.
 ///
-/// Permissions of directories that belong to this user are no obstacle. What is mounted below stays
-/// as it is. Needs no memory but the stack's, at most as many descriptors as it can get, and any
-/// depth: directories that lie too deep are moved to `top` first, under numbers for names.
+/// Changes the permissions of directories where necessary, if they belong to this user. Leaves
+/// alone what is mounted below. Allocates nothing, works with as few descriptors as it can get, and
+/// at any depth: directories that lie too deep are first moved to `top`, with numbers as names.
 Rest deleteContents(int top) noexcept;
 
 }  // namespace vesk::standin

@@ -25,7 +25,7 @@ bool isThere(Entry entry) {
     return kindOf(entry) != EntryKind::nothing;
 }
 
-/// Gives a directory write permission for its owner, without which it cannot change its parent.
+/// Gives the owner of a directory write permission, which moving it to another parent requires.
 class WritePermission {
 public:
     explicit WritePermission(Entry entry) {
@@ -35,7 +35,7 @@ public:
         mode_ = status.st_mode;
     }
 
-    /// Takes it away again, where the directory is now.
+    /// Takes the permission away again; `entry` is where the directory is now.
     void takeAway(Entry entry) const {
         if (isGiven_) change(entry, mode_);
     }
@@ -49,7 +49,7 @@ private:
     mode_t mode_ = 0;
 };
 
-/// Renames; returns 0 or the error number.
+/// Renames. Returns 0 or the error number.
 int rename(Entry from, Entry to, unsigned flags) {
     const int result = flags == 0
                            ? renameat(from.directory, from.name, to.directory, to.name)
@@ -57,8 +57,8 @@ int rename(Entry from, Entry to, unsigned flags) {
     return result == 0 ? 0 : errno;
 }
 
-/// Renames, read-only directories too. `flags` is 0 or RENAME_EXCHANGE. Returns 0 or the error
-/// number.
+/// Renames, including read-only directories. `flags` is 0 or RENAME_EXCHANGE. Returns 0 or the
+/// error number.
 int move(Entry from, Entry to, unsigned flags) {
     const int error = rename(from, to, flags);
     if (error != EACCES) return error;
@@ -72,8 +72,8 @@ int move(Entry from, Entry to, unsigned flags) {
     return secondError;
 }
 
-/// Gives a directory the permissions of the one whose place it takes, and, if this is the
-/// superuser, its owner and group. True when there is no such directory.
+/// Gives the directory `taker` the permissions and the group of the directory `giver`, whose place
+/// it takes, and its owner too if this is the superuser. True also when `giver` is no directory.
 bool adoptPermissions(Entry taker, Entry giver) {
     struct stat old {};
     struct stat fresh {};
@@ -82,7 +82,7 @@ bool adoptPermissions(Entry taker, Entry giver) {
     if (!statusOf(taker, fresh)) return false;
     const bool isSuperuser = geteuid() == 0;
     const uid_t owner = isSuperuser ? old.st_uid : fresh.st_uid;
-    // An ordinary user can give it to a group that he is in; to another he need not.
+    // An ordinary user can set only groups to which he belongs, so failing to set one is no error.
     if ((fresh.st_uid != owner || fresh.st_gid != old.st_gid) &&
         fchownat(taker.directory, taker.name, owner, old.st_gid, AT_SYMLINK_NOFOLLOW) != 0 &&
         isSuperuser)
@@ -91,21 +91,22 @@ bool adoptPermissions(Entry taker, Entry giver) {
            fchmodat(taker.directory, taker.name, old.st_mode & 07777, 0) == 0;
 }
 
-/// What it means that the old tree could not be moved.
+/// Returns the outcome when the old tree could not be moved.
 Placement afterFailedMove(int error) {
     if (error == ENOENT) return Placement::targetExists;
     return error == EXDEV ? Placement::targetUnmovable : Placement::failed;
 }
 
-/// Moves what is at `aside`, and no longer wanted, in among what this process deletes.
+/// Moves what is at `aside`, which is no longer needed, into the directory that this process
+/// deletes.
 bool dispose(Entry aside, int directory, int attempt) {
     std::array<char, 16> number{};
     std::snprintf(number.data(), number.size(), "old%d", attempt);
     return move(aside, {directory, number.data()}, 0) == 0;
 }
 
-/// The way without RENAME_EXCHANGE. `targetExists` when something has taken the free place: the old
-/// tree is superseded by that, not lost.
+/// Replaces without RENAME_EXCHANGE. Returns `targetExists` when something has appeared at the
+/// target between the two steps: it takes the place of the old tree, which is then deleted.
 Placement replaceInTwoSteps(Entry tree, Entry target, Entry aside, int attempt) {
     if (isThere(aside)) return Placement::failed;
     if (const int error = move(target, aside, 0)) return afterFailedMove(error);
@@ -131,7 +132,8 @@ Placement exchangeTrees(Entry tree, Entry target, Entry aside, int attempt) {
     return error == 0 ? Placement::done : afterFailedMove(error);
 }
 
-/// `targetExists` when the target has come or gone meanwhile, so that another attempt is worth it.
+/// Tries once. Returns `targetExists` when the target has appeared or vanished meanwhile: another
+/// attempt may succeed.
 Placement replaceOnce(Entry tree, Entry target, Entry aside, int attempt) {
     switch (kindOf(target)) {
         case EntryKind::nothing:
@@ -152,7 +154,7 @@ Placement replaceOnce(Entry tree, Entry target, Entry aside, int attempt) {
 
 Placement placeNewTree(Entry tree, Entry target) {
     if (!adoptPermissions(tree, target)) return Placement::failed;
-    // The system renames a directory onto nothing and onto an empty directory only.
+    // The system allows renaming a directory only onto nothing and onto an empty directory.
     switch (move(tree, target, 0)) {
         case 0:
             return Placement::done;
@@ -175,8 +177,8 @@ Placement replaceTree(Entry tree, Entry target, Entry aside) {
 
 namespace {
 
-/// Makes an empty directory at `target` with the permissions of the tree that had replaced one.
-/// Made where nobody else can put a link in its place.
+/// Makes an empty directory at `target`, with the permissions of the tree that had replaced one. It
+/// is made beside the tree, where nobody else can put a link in its place, and then moved.
 void makeEmptyDirectory(Entry tree, Entry target) {
     const Entry empty{tree.directory, "empty"};
     mkdirat(empty.directory, empty.name, S_IRWXU);
