@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on of the CRC-32 accumulator.
+// The requirements for crc32Update.
 #include <sys/mman.h>
 
 #include <array>
@@ -68,12 +68,12 @@ void leavesRegisterForNothing(const Trial& trial) {
     }
 }
 
-/// Memory that is never written to takes no room.
+/// Maps zeroed memory. As long as it is not written to, it needs no physical memory.
 char* mapZeros(std::size_t size) {
     void* const zeros = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (zeros == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-    // Spares a million page faults where the system can; elsewhere they are borne.
+    // Saves a million page faults where the system supports it.
     madvise(zeros, size, MADV_HUGEPAGE);
     return static_cast<char*>(zeros);
 }
@@ -93,7 +93,7 @@ constexpr std::array<Requirement, 4> requirements = {{
     {Weight::requirement, "crc32Update", "continues over pieces", continuesOverPieces},
     {Weight::requirement, "crc32Update", "leaves the register as it is for no bytes",
      leavesRegisterForNothing},
-    // A table-driven one is no fault, so that time for it must be left.
+    // The timeout leaves enough time for a table-driven implementation.
     {Weight::requirement, "crc32Update", "counts in 64 bits", countsIn64Bits, 120},
 }};
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Running a trial in a process of its own: the child sends its verdict through a pipe. Processes
-// that the library starts inherit the pipe, so that a verdict has an end of its own and the pipe's
-// end means nothing.
+// Running a trial in its own process: the child sends its verdict through a pipe. Processes that
+// the library starts inherit the pipe and may keep it open, so the verdict itself contains its end.
 #include "hostcheck/child_process.h"
 
 #include <fcntl.h>
@@ -29,10 +28,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The first byte of a verdict; nothing at all comes from a child that did not get that far.
+// The first byte of a verdict. A child that fails before its verdict sends nothing.
 constexpr char holds = '+';
 constexpr char deviates = '-';
-/// Ends each of the two texts of a verdict, which contain none: they are made for a report.
+/// Ends each of the two texts of a verdict. The texts are made for a report and contain no NUL.
 constexpr char textEnd = '\0';
 
 constexpr const char* anEnd = "that the call returns";
@@ -58,7 +57,7 @@ bool isComplete(const std::string& text) {
     return std::count(text.begin(), text.end(), textEnd) == 2;
 }
 
-/// A runtime's own exit handlers are none of ours: the child leaves without them.
+/// Runs `body` and exits without the runtime's exit handlers, which are not under test.
 [[noreturn]] void runChild(const std::function<void()>& body, int pipeEnd) {
     setpgid(0, 0);
     signalQueue().release();
@@ -68,7 +67,7 @@ bool isComplete(const std::string& text) {
     _exit(sent ? 0 : 1);
 }
 
-/// A child process with a group of its own, which ends with this object, and what comes from it.
+/// A child process with its own group, which ends with this object, and the output of that child.
 class TrialProcess {
 public:
     explicit TrialProcess(const std::function<void()>& body);
@@ -76,11 +75,11 @@ public:
     TrialProcess& operator=(const TrialProcess&) = delete;
     ~TrialProcess();
 
-    /// Returns the verdict, or what there is of it when the child has ended; nothing when neither
-    /// has come by `end`.
+    /// Returns the verdict, or the part of it that an ended child has sent. Returns nothing when
+    /// the child has neither finished its verdict nor ended at the time `end`.
     std::optional<std::string> receive(Clock::time_point end);
 
-    /// Ends all that runs in the group and returns the child's status.
+    /// Kills the whole group and returns the child's status.
     int end();
 
 private:
@@ -111,7 +110,7 @@ TrialProcess::TrialProcess(const std::function<void()>& body) {
         close(ends[0]);
         throw std::system_error(error, std::generic_category(), "fork");
     }
-    // Here as well as in the child, whichever comes first.
+    // Done here and in the child, since either may run first.
     setpgid(child_, child_);
     fcntl(pipeEnd_, F_SETFL, O_NONBLOCK);
 }
@@ -137,7 +136,7 @@ void TrialProcess::readAvailable(std::string& text) {
     pipeEnd_ = -1;
 }
 
-/// Tells whether it is worth looking again.
+/// Waits for output, for a signal or until `end`. Returns false once `end` is reached.
 bool TrialProcess::waitForMore(Clock::time_point end) const {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     std::array<pollfd, 2> sources = {
@@ -151,7 +150,7 @@ bool TrialProcess::waitForMore(Clock::time_point end) const {
 std::optional<std::string> TrialProcess::receive(Clock::time_point end) {
     std::string text;
     for (;;) {
-        // Looked at first: all that an ended child has sent can be read by then.
+        // Checked before reading: once the child has ended, all that it has sent can be read.
         const bool ended = hasEnded();
         readAvailable(text);
         if (ended || isComplete(text)) return text;
@@ -161,7 +160,7 @@ std::optional<std::string> TrialProcess::receive(Clock::time_point end) {
 
 int TrialProcess::end() {
     if (child_ == -1) return 0;
-    // Before the child is waited for: until then no other group can have its number.
+    // Killed before the child is waited for: until then no other group can have its number.
     kill(-child_, SIGKILL);
     kill(child_, SIGKILL);
     int status = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Running a trial in a process of its own.
+// Running a trial in its own process.
 #pragma once
 
 #include <functional>
@@ -9,12 +9,13 @@
 
 namespace vesk::hostcheck {
 
-/// Runs `body` in a child process and returns the deviation that it threw; nothing when it
-/// returned. An exception of another kind, a signal, an end of the process and `seconds` without an
-/// end are deviations, too. What the child writes to standard output goes to standard error. It has
-/// a process group of its own, and what still runs in it is killed afterwards: processes that the
-/// library started neither hold the answer up nor stay behind. Throws std::system_error when there
-/// can be no child.
+/// Runs `body` in a child process. Returns the deviation that it threw, or nothing when it
+/// returned. Any other exception, a signal, an exit and running for more than `seconds` are
+/// deviations, too.
+///
+/// The child's standard output goes to standard error. The child has its own process group, which
+/// is killed afterwards, so processes that the library started neither delay the result nor stay
+/// behind. Throws std::system_error when no child can be started.
 std::optional<Deviation> deviationInChild(const std::function<void()>& body, unsigned seconds);
 
 }  // namespace vesk::hostcheck

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on when it commits an extracted tree.
+// The requirements for commitExtractionStaging.
 #include <array>
 #include <string>
 
@@ -52,7 +52,7 @@ void replacesADestination(const Trial& trial) {
     const fs::path staging = prepare(trial, destination, true);
     fill(staging, extracted);
     commitSuccessfully(trial, staging, destination);
-    // Whether old files stay beside the new ones is a line of its own.
+    // Whether old files stay beside the new ones is a separate requirement.
     fs::remove(destination / "old");
     expectTree(extracted, destination);
 }
@@ -65,7 +65,7 @@ void keepsNothingOld(const Trial& trial) {
     expect(!fs::exists(destination / "old"), "nothing of the old tree", "old and new files mixed");
 }
 
-/// Returns what is beside `destination`, with all that is in it.
+/// Returns everything beside `destination`, at all depths.
 Tree surroundings(const fs::path& destination) {
     Tree tree = readTree(destination.parent_path());
     const std::string inside = destination.filename().native() + "/";
@@ -73,14 +73,14 @@ Tree surroundings(const fs::path& destination) {
     return tree;
 }
 
-/// Puts the sample tree in the place of an old one as the module does: whether that succeeds is a
-/// line of its own.
+/// Replaces an old tree with the sample tree as the module does. Whether that succeeds is a
+/// separate requirement.
 void replaceOldTree(const Trial& trial, const fs::path& destination) {
     const fs::path staging = prepareFilled(trial, destination, true);
     if (!commit(trial, staging, destination).succeeded) trial.runtime.removeTree(staging);
 }
 
-/// A host may need a place for the old tree meanwhile, but every name may be taken.
+/// A runtime may need a place for the old tree meanwhile, but every name may be in use.
 void leavesNeighboursAlone(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     fill(destination, {{"old", "old"}});
@@ -92,7 +92,7 @@ void leavesNeighboursAlone(const Trial& trial) {
 
 void followsNoLinkInTheOldTree(const Trial& trial) {
     const fs::path& place = trial.places.front();
-    // Not beside the destination, which is a line of its own.
+    // Not beside the destination: that is a separate requirement.
     const fs::path destination = place / "inner/out";
     fill(destination, {{"old", "old"}});
     linkElsewhere(destination, place / "elsewhere");
@@ -163,7 +163,7 @@ void keepsTheOldTreeWhenItFails(const Trial& trial) {
            came.empty() ? "nothing" : "another tree");
 }
 
-/// Nobody has permitted to replace it.
+/// There is no permission to overwrite what appears before the commit.
 void sparesWhatAppeared(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     const fs::path staging = prepareFilled(trial, destination);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Raw DEFLATE data (RFC 1951) with what it decodes to.
+// Samples of raw DEFLATE data (RFC 1951) with their decoded content.
 #pragma once
 
 #include <cstdint>
@@ -15,24 +15,24 @@ struct DeflateSample {
     std::uint32_t crc;
 };
 
-/// Small ones of one block each.
+/// Small samples of one block each.
 DeflateSample storedSample();
 DeflateSample fixedSample();
 DeflateSample dynamicSample();
 
-/// Stored blocks as the module writes them: three full ones and a rest.
+/// Stored blocks as the module writes them: three full ones and a shorter one.
 DeflateSample manyBlocksSample();
 
 /// No content, in a stored and in a fixed block.
 std::vector<DeflateSample> emptySamples();
 
-/// Copies 258 bytes from the farthest place that the format can name, 32768 bytes back.
+/// Copies 258 bytes from the largest distance of the format, 32768 bytes.
 DeflateSample farthestCopySample();
 
 /// All of the above.
 std::vector<DeflateSample> allSamples();
 
-/// A name and bytes that are no DEFLATE data.
+/// Bytes that are no DEFLATE data, with a name for them.
 struct InvalidSample {
     std::string name;
     std::string packed;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What becomes of an error text: untouched on success, replaced as a whole on failure.
+// Checking the error text after a call: untouched on success, completely replaced on failure.
 #pragma once
 
 #include <string>
@@ -9,16 +9,16 @@
 
 namespace vesk::hostcheck {
 
-/// What the error text holds before a call.
+/// The error text before a call.
 inline constexpr const char* earlierText = "an earlier text";
 
-/// Deviates when `error` is anything but a message in the place of the earlier text.
+/// Throws a deviation unless a message has replaced all of the earlier text in `error`.
 inline void expectReplaced(const std::string& error) {
     const bool replaced = !error.empty() && error.find(earlierText) == std::string::npos;
     expect(replaced, "a message instead of " + inQuotes(earlierText), inQuotes(error));
 }
 
-/// Deviates when `error` is not the earlier text any more.
+/// Throws a deviation unless `error` is still the earlier text.
 inline void expectLeftAlone(const std::string& error) {
     expect(error == earlierText, inQuotes(earlierText) + " as it was", inQuotes(error));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on of the raw DEFLATE decoder.
+// The requirements for inflateRaw.
 #include <array>
 #include <sstream>
 #include <string>
@@ -109,7 +109,7 @@ void replacesError(const Trial& trial) {
     }
 }
 
-/// Whether the size is compared at all is up to the runtime.
+/// The runtime decides whether it compares the size at all.
 void staysRightWithAnotherSize(const Trial& trial) {
     const DeflateSample sample = dynamicSample();
     const std::uint64_t size = sample.content.size();

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-// vesk-host-check: puts a runtime library to the test as a host of the archive module.
+// vesk-host-check: checks that a runtime library meets the requirements of the archive module.
 //
-// Exit status: 0 every requirement holds; 1 one does not; 2 wrong usage; 3 the library cannot be
-// loaded, lacks a function, or cannot be tried out, or the report cannot be written. SIGINT,
-// SIGTERM and SIGHUP end the program as usual, but what it made for trials is removed first.
+// The exit statuses are listed in vesk-host-check(1). SIGINT, SIGTERM and SIGHUP end the program as
+// usual, but it first removes what it made for trials.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -24,7 +23,7 @@ constexpr int wrongUsage = 2;
 constexpr int cannotCheck = 3;
 
 constexpr const char* help =
-    "Checks whether a runtime library can be the host of the archive module.\n"
+    "Checks that a runtime library meets the requirements of the archive module.\n"
     "Usage: vesk-host-check LIBRARY\n"
     "       vesk-host-check --help | --version\n"
     "\n"
@@ -41,7 +40,7 @@ int complainOfUsage() {
 }
 
 int check(const char* library) {
-    // A name without a slash would be searched for among the system's libraries.
+    // Made absolute, since a name without a slash is searched for among the system's libraries.
     switch (reportOn(std::filesystem::absolute(library))) {
         case Finding::allHold:
             return allHold;
@@ -70,7 +69,7 @@ int main(int argc, char** argv) {
     } catch (const Interrupted& interrupted) {
         endBy(interrupted.signal);
     } catch (const std::exception& failure) {
-        // It may hold a path, or the text of an exception that came from the library.
+        // The text may contain a path, or come from an exception of the library.
         std::fprintf(stderr, "vesk-host-check: %s\n", printable(failure.what()).c_str());
         return cannotCheck;
     }

@@ -12,7 +12,7 @@
 namespace vesk::hostcheck {
 
 void occupyStandardDescriptors() {
-    // The lowest one that is free is what open gives.
+    // open() returns the lowest free number.
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", O_RDONLY);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on when it has a path string converted.
+// The requirements for Vesk_runtimeFsPath.
 #include <algorithm>
 #include <array>
 #include <initializer_list>

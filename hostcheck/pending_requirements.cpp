@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on when it raises an exception and asks whether one is pending.
+// The requirements for Vesk_raise and Vesk_hasPendingError.
 //
-// The class and the text that were recorded cannot be read back through the nine functions.
+// The recorded class and text cannot be read back through the nine functions.
 #include <array>
 #include <cstring>
 #include <future>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* exceptionClass = "IOException";
 
-/// Whether the call returns is a line of its own, so that other lines go on when it throws.
+/// Calls Vesk_raise and ignores exceptions: that the call returns is a separate requirement.
 void raise(const Trial& trial, const char* className, const char* message) {
     try {
         trial.runtime.raise(className, message);
@@ -70,7 +70,7 @@ void pendingIsNonzeroAfterRaise(const Trial& trial) {
     }
 }
 
-/// A runtime that calls methods on one thread only can do without.
+/// Not needed by a runtime that calls methods on one thread only.
 void pendingIsOneThreadsOwn(const Trial& trial) {
     raise(trial, exceptionClass, "Cannot write archive");
     const int answer = std::async(std::launch::async, trial.runtime.hasPendingError).get();

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Searching a process's own memory for a pointer.
 //
-// Finished calls leave copies of it on the stack and in registers. So the call and the search run
-// on a stack of their own, which is left out of the search: wherever the pointer is then found, the
-// call has put it.
+// Finished calls leave copies of the pointer on the stack and in registers. So the call and the
+// search run on a separate stack, which is not searched: a pointer that is found elsewhere was kept
+// by the call.
 #include "hostcheck/pointer_search.h"
 
 #include <dlfcn.h>
@@ -27,10 +27,10 @@ namespace vesk::hostcheck {
 
 namespace {
 
-/// Larger mappings are a sanitizer's and hold no pointers.
+/// Larger mappings belong to a sanitizer and hold no pointers.
 constexpr std::size_t largestSearched = std::size_t{1} << 30U;
 
-/// What may hold the pointer without fault, at the start of the memory whose rest is the stack.
+/// Data that may hold the pointer. It is at the start of the memory whose rest is the stack.
 struct Workspace {
     const std::function<void(std::span<char>)>* use = nullptr;
     std::span<char> given;
@@ -41,7 +41,7 @@ struct Workspace {
 
 constexpr std::size_t workspaceSize = std::size_t{8} << 20U;
 
-/// A signal handler is given nothing.
+/// Global, since a signal handler takes no argument.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 Workspace* workspace = nullptr;
 
@@ -52,7 +52,7 @@ void* map(std::size_t size, int protection) {
     return memory;
 }
 
-/// A page at an address that nothing had before, so that no forgotten pointer leads there.
+/// Returns a page at an address that was never used before, so that no old pointer leads there.
 std::span<char> freshPage() {
     const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     constexpr std::size_t surroundings = std::size_t{1} << 30U;
@@ -62,7 +62,7 @@ std::span<char> freshPage() {
     return {page, size};
 }
 
-/// Uses freed memory anew, where a pointer may stand that is no longer kept.
+/// Overwrites freed memory, which may still contain the pointer.
 void overwriteFreedMemory() {
     std::vector<std::vector<char>> blocks;
     const auto fill = [&](std::size_t size, std::size_t count) {
@@ -74,11 +74,12 @@ void overwriteFreedMemory() {
         fill(size, 64);
     for (std::size_t size = 2048; size <= std::size_t{1} << 20U; size *= 2)
         fill(size, 16);
-    // What is left are gaps between those.
+    // The rest are gaps between those blocks.
     fill(24, 200000);
 }
 
-/// Asks AddressSanitizer, where the library brings it along: it does not use freed memory anew.
+/// Tells whether AddressSanitizer, if the library was built with it, says that the memory is freed:
+/// it delays the reuse of freed memory.
 bool isFreed(std::uintptr_t address) {
     void* const ask = dlsym(RTLD_DEFAULT, "__asan_address_is_poisoned");
     // NOLINTNEXTLINE(performance-no-int-to-ptr): it is not followed
@@ -91,8 +92,8 @@ bool isInWorkspace(std::uintptr_t address) {
     return address >= start && address - start < workspaceSize;
 }
 
-/// Tells whether one of the first `count` words of the piece, which is from `address`, points into
-/// the memory that was given.
+/// Tells whether one of the first `count` words of the piece, which was read from `address`, points
+/// into the memory that was passed to the call.
 bool pieceHoldsPointer(std::uintptr_t address, std::size_t count) {
     const auto first = reinterpret_cast<std::uintptr_t>(workspace->given.data());
     for (std::size_t i = 0; i < count; ++i) {
@@ -104,7 +105,7 @@ bool pieceHoldsPointer(std::uintptr_t address, std::size_t count) {
     return false;
 }
 
-/// What cannot be read, such as the end of a file that has become shorter, holds nothing.
+/// Searches a range of memory. Unreadable parts, such as the end of a truncated file, hold nothing.
 bool rangeHoldsPointer(int memory, std::uintptr_t start, std::uintptr_t end) {
     while (start < end) {
         const std::size_t size = std::min(end - start, sizeof workspace->piece);
@@ -145,7 +146,7 @@ void useAndSearch() {
     workspace->isKept = processHoldsPointer();
 }
 
-/// No exception leaves a signal handler.
+/// Stores exceptions, since none may leave a signal handler.
 void handleSignal(int /*signal*/) {
     try {
         useAndSearch();
@@ -154,7 +155,7 @@ void handleSignal(int /*signal*/) {
     }
 }
 
-/// A handler can be given another stack to run on.
+/// Runs `handler` as a signal handler, since the system lets such a handler use another stack.
 void runOnTheWorkspacesStack(void (*handler)(int)) {
     stack_t stack{};
     stack.ss_sp = workspace + 1;

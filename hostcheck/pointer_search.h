@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Finding out whether a call has kept a pointer that it was given.
+// Finding out whether a call has kept a pointer that was passed to it.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,12 @@
 
 namespace vesk::hostcheck {
 
-/// Calls `use` with zeroed memory that cannot be read any more afterwards, and tells whether this
-/// process still holds a pointer into it: in a variable of whatever kind, in allocated memory or on
-/// another thread's stack, but not in memory that is shared or has been freed. Meant for a process
-/// of its own, as it takes SIGUSR1 and the signal stack for itself. Throws std::system_error when
-/// memory lacks.
+/// Calls `use` with zeroed memory, which is unreadable afterwards, and tells whether this process
+/// still holds a pointer into that memory. Searches all variables, allocated memory and the stacks
+/// of other threads, but not shared or freed memory.
+///
+/// To be called in a separate process, since it uses SIGUSR1 and the signal stack. Throws
+/// std::system_error when memory runs out.
 bool keepsPointer(const std::function<void(std::span<char>)>& use);
 
 }  // namespace vesk::hostcheck

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs the trials and prints what comes out.
+// Runs the trials and prints their results.
 #include "hostcheck/report.h"
 
 #include <memory>
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr unsigned loadingSeconds = 60;
 
-/// Counts the lines that it prints.
+/// Prints lines and counts them.
 struct Report {
     int requirements = 0;
     int failures = 0;
@@ -43,7 +43,7 @@ void Report::print(Weight weight, const char* function, const char* promise,
     printLine(line);
 }
 
-/// Loading can crash, too, and is nothing that this process should be left with.
+/// Loads the library in a child process: loading can crash and have lasting effects.
 void requireThatItLoads(const fs::path& library) {
     const auto deviation = deviationInChild(
         [&] {
@@ -76,7 +76,8 @@ void attempt(const fs::path& library, const Requirement& requirement,
     requirement.check({findFunctions(loadLibrary(library)), places});
 }
 
-/// Nothing is printed while there are directories: a reader that has gone would end the program.
+/// Prints nothing while scratch directories exist: if nobody reads the output any more, printing
+/// ends the program, and they would stay behind.
 std::optional<Deviation> deviationFrom(const Requirement& requirement, const fs::path& library) {
     std::vector<std::unique_ptr<ScratchDirectory>> scratch;
     std::vector<fs::path> places;
@@ -95,7 +96,7 @@ void checkRequirements(const fs::path& library, Report& report) {
                          deviationFrom(requirement, library));
         }
     }
-    // Its handles are the runtime's own: there is none that it could be asked about.
+    // Only the runtime can make a handle, so there is none to call it with.
     printLine(
         "note  modeIsOverwrite: is not called here, since only the runtime can make a handle");
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is checked of a runtime library: tables of promises, each with the trial that puts it to the
-// test.
+// The requirements for a runtime library: tables of promises, each with the trial that tests it.
 #pragma once
 
 #include <filesystem>
@@ -12,15 +11,15 @@
 
 namespace vesk::hostcheck {
 
-/// What a trial works with. It has a process of its own, so that neither a pending exception nor a
-/// crash reaches the next one.
+/// The environment of a trial. Each trial has its own process, so that neither a pending exception
+/// nor a crash affects the next one.
 struct Trial {
     Runtime runtime;
-    /// Fresh empty directories, on as many file systems; the first is the current directory.
+    /// New empty directories, each on another file system; the first is the current directory.
     std::vector<std::filesystem::path> places;
 };
 
-/// Thrown by a trial when the library does other than promised; both texts are for the report.
+/// Thrown by a trial when the library breaks the promise; both texts are for the report.
 struct Deviation {
     std::string expected;
     std::string came;
@@ -30,13 +29,14 @@ inline void expect(bool holds, const std::string& expected, const std::string& c
     if (!holds) throw Deviation{expected, came};
 }
 
-/// What the module relies on, or what it leaves to the runtime and users are better off with.
+/// A requirement is what the module relies on. Advice is what the module does not need, but users
+/// benefit from.
 enum class Weight { requirement, advice };
 
 struct Requirement {
     Weight weight = Weight::requirement;
     const char* function = nullptr;
-    /// Reads on from the function's name.
+    /// The predicate of a sentence that begins with the function's name.
     const char* promise = nullptr;
     void (*check)(const Trial& trial) = nullptr;
     /// Timeout in seconds.

@@ -10,10 +10,10 @@ namespace vesk::hostcheck {
 
 namespace {
 
-// A runtime that lacks these names, since it was built for another C++ standard library or another
-// size of integers, cannot be the host of a module built like this program. They are written out,
-// since neither language nor linker gives a program the name of a function that it does not contain
-// itself.
+// A runtime that was built for another C++ standard library or another size of integers has other
+// names, and does not fit a module that is built like this program. The names are written out,
+// since neither the language nor the linker gives a program the symbol of a function that it does
+// not contain.
 #if !defined(__LP64__)
 #error "The names below are those of systems of 64 bits."
 #elif defined(_LIBCPP_VERSION)
@@ -74,7 +74,7 @@ const std::array<HostFunction, 9>& hostFunctions() {
 }
 
 void* loadLibrary(const std::filesystem::path& library) {
-    // All at once: a name that cannot be resolved is to be found here and not in some trial.
+    // RTLD_NOW: a name that cannot be resolved should fail here and not in some trial.
     void* const handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     // NOLINTNEXTLINE(concurrency-mt-unsafe): its text is kept per thread
     if (handle == nullptr) throw std::runtime_error(dlerror());

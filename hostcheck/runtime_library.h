@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A runtime library that is loaded as the module's host, and its nine functions.
+// Loading a runtime library, and finding its nine functions.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 
 namespace vesk::hostcheck {
 
-/// The nine functions; those of a checked library are never null.
+/// The nine functions. None is null once it is known that the library has all of them.
 struct Runtime {
     decltype(&Vesk_raise) raise;
     decltype(&Vesk_hasPendingError) hasPendingError;
@@ -22,21 +22,21 @@ struct Runtime {
     decltype(&runtime::zip::inflateRaw) inflateRaw;
 };
 
-/// A function's name in the source and in the library.
+/// The name of a function in the source and in the library.
 struct HostFunction {
     const char* name;
     const char* symbol;
 };
 
-/// The nine functions' names, in the order of host_runtime.h.
+/// The names of the nine functions, in the order of host_runtime.h.
 const std::array<HostFunction, 9>& hostFunctions();
 
-/// Loads `library` into this process for good and returns its handle. Throws std::runtime_error
-/// with the system's text when it cannot be loaded.
+/// Loads `library` into this process, where it stays, and returns its handle. Throws
+/// std::runtime_error with the system's text when it cannot be loaded.
 void* loadLibrary(const std::filesystem::path& library);
 
-/// Returns the address of `symbol` in the loaded library or a library that it needs; null when
-/// there is none.
+/// Returns the address of `symbol` in the loaded library or in a library that it needs, or null
+/// when there is none.
 void* findSymbol(void* library, const char* symbol);
 
 /// Returns the functions of the loaded library.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Making and removing fresh directories.
+// Making and removing new directories.
 #include "hostcheck/scratch_directory.h"
 
 #include <sys/stat.h>
@@ -28,7 +28,7 @@ bool isOnAnotherFileSystem(const fs::path& one, const fs::path& other) {
 }  // namespace
 
 ScratchDirectory::ScratchDirectory(const fs::path& parent) {
-    // The process's number tells whose it is, should a killed one leave it behind.
+    // If a killed process leaves a directory behind, the process number tells whose it was.
     const std::string prefix = "vesk-host-check-" + std::to_string(getpid());
     std::string name = (parent / (prefix + "-XXXXXX")).native();
     if (mkdtemp(name.data()) == nullptr) {

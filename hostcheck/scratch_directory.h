@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Fresh directories for one trial.
+// New directories for one trial.
 #pragma once
 
 #include <filesystem>
@@ -7,7 +7,7 @@
 
 namespace vesk::hostcheck {
 
-/// An empty directory that is removed, with what it holds by then, at the end of its life.
+/// A new empty directory. The destructor removes it with all its content.
 class ScratchDirectory {
 public:
     /// Throws std::filesystem::filesystem_error when no directory can be made in `parent`.
@@ -22,8 +22,8 @@ private:
     std::filesystem::path path_;
 };
 
-/// Returns the directories in which scratch directories are made: that for temporary files and,
-/// where there is one to write to, one on another file system.
+/// Returns the directories in which scratch directories are made: the one for temporary files and,
+/// if there is a writable one, one on another file system.
 std::vector<std::filesystem::path> scratchParents();
 
 }  // namespace vesk::hostcheck

@@ -22,7 +22,7 @@ bool isIgnored(int signal) {
 }  // namespace
 
 SignalQueue::SignalQueue() {
-    // Whoever ignores it, as the program's starter may, has no child to wait for.
+    // The parent process may have set SIGCHLD to be ignored: then children cannot be waited for.
     std::signal(SIGCHLD, SIG_DFL);
     sigset_t held;
     sigemptyset(&held);

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
-// Signals that wait until they are asked for.
+// Signals that are held back until the program asks for them.
 #pragma once
 
 #include <csignal>
 
 namespace vesk::hostcheck {
 
-/// Thrown when a signal that waited asks the program to end.
+/// Thrown when one of the waiting signals asks the program to end.
 struct Interrupted {
     int signal;
 };
 
-/// Holds back, from its making on, SIGCHLD and those of SIGINT, SIGTERM and SIGHUP that are not
-/// ignored. So an end of a child cannot be missed between a look and a wait, and what is to be
-/// cleaned up is cleaned up before the program ends. There is one in the program.
+/// From its construction on, holds back SIGCHLD and those of SIGINT, SIGTERM and SIGHUP that are
+/// not ignored. So the end of a child cannot be missed between a check and a wait, and the program
+/// can clean up before it ends. The program has one queue.
 class SignalQueue {
 public:
     /// Throws std::system_error when signals cannot be read.
@@ -22,13 +22,13 @@ public:
     SignalQueue& operator=(const SignalQueue&) = delete;
     ~SignalQueue() = default;
 
-    /// A descriptor that is ready for reading while a signal waits.
+    /// A descriptor that is readable while a signal waits.
     int descriptor() const { return descriptor_; }
 
-    /// Takes the signals that wait. Throws Interrupted when one of them is to end the program.
+    /// Takes the waiting signals. Throws Interrupted when one of them asks the program to end.
     void take() const;
 
-    /// Gives this process, a child, the signals as the program got them at its start.
+    /// Called in a child: restores the signals to their state at the start of the program.
     void release() const;
 
 private:
@@ -39,7 +39,7 @@ private:
 /// The program's queue, made by the first call.
 const SignalQueue& signalQueue();
 
-/// Ends the program by `signal`, one that waited, as it would have ended without a queue.
+/// Ends the program by `signal`, which had been held back, as if there were no queue.
 [[noreturn]] void endBy(int signal);
 
 }  // namespace vesk::hostcheck

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The steps of an extraction as the module takes them, with a sample tree, for the trials of
+// The steps of an extraction as the module performs them, with a sample tree: for the trials of
 // staging and commit.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace vesk::hostcheck {
 
-/// The answer of a staging function, and the error text after it.
+/// The result of a staging function, and the error text after the call.
 struct Answer {
     bool succeeded;
     std::string error;
@@ -33,38 +33,38 @@ Answer commit(const Trial& trial, const std::filesystem::path& staging,
 void commitSuccessfully(const Trial& trial, const std::filesystem::path& staging,
                         const std::filesystem::path& destination);
 
-/// What `fill` writes: nested, hidden and empty files, odd names, an empty directory.
+/// A tree to extract: nested, hidden and empty files, unusual names, an empty directory.
 Tree sampleTree();
 
-/// Writes the tree below `root`, as an extraction does: below its normal form.
+/// Writes the tree below the normal form of `root`, as an extraction does.
 void fill(const std::filesystem::path& root, const Tree& tree);
 
-/// What extractOneFile writes.
+/// The tree that extractOneFile extracts.
 Tree oneFile();
 
 /// Prepares, fills and commits; a failure is a deviation.
 void extractOneFile(const Trial& trial, const std::filesystem::path& destination,
                     bool overwrite = false);
 
-/// Removes the staging directory behind the host's back, wherever it is.
+/// Removes the staging directory, wherever it is, without telling the runtime.
 void makeVanish(const std::filesystem::path& staging);
 
-/// Returns what is below `root`; nothing when there is no directory.
+/// Returns the tree below `root`; an empty one when there is no directory.
 Tree readTree(const std::filesystem::path& root);
 
-/// Deviates when `root` does not hold exactly `tree`.
+/// Throws a deviation unless `root` holds exactly `tree`.
 void expectTree(const Tree& tree, const std::filesystem::path& root);
 
-/// What users may have beside a destination of the name out.
+/// Files that users may have beside a destination named `out`.
 Tree neighbours();
 
-/// Makes `elsewhere`, a directory with files, and below `root` symbolic links to what is in it.
+/// Makes `elsewhere`, a directory with files, and below `root` symbolic links to these files.
 void linkElsewhere(const std::filesystem::path& root, const std::filesystem::path& elsewhere);
 
-/// Deviates when what linkElsewhere made in `elsewhere` is not as it was.
+/// Throws a deviation unless `elsewhere` holds exactly what linkElsewhere made.
 void expectElsewhere(const std::filesystem::path& elsewhere);
 
-/// Returns the first thing in which `came` is not `tree`; nothing when they are equal.
+/// Returns the first difference between `came` and `tree`; an empty text when they are equal.
 std::string difference(const Tree& tree, const Tree& came);
 
 /// Returns the names in `directory`, between quotation marks.

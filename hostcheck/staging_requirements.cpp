@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module relies on when it has staging prepared, and removed after a failure.
+// The requirements for prepareExtractionStaging and removeExtractionTree.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,8 +43,8 @@ void takesARelativeDestination(const Trial& trial) {
     expectTree(oneFile(), trial.places.front() / "out");
 }
 
-/// The module forms its targets below the normal form of the path, whose ".." takes the name before
-/// it away even where that is a symbolic link to a directory elsewhere.
+/// The module forms its targets below the normal form of the path. There, ".." removes the name
+/// before it, even if that is a symbolic link to a directory elsewhere.
 void keepsItsMeaningInNormalForm(const Trial& trial) {
     const fs::path& place = trial.places.front();
     fill(place, {{"elsewhere/directory/", ""}});
@@ -72,7 +72,7 @@ void leavesErrorAlone(const Trial& trial) {
         expectLeftAlone(error);
 }
 
-/// Existing things that must be refused, one in each directory.
+/// Makes destinations that must be refused, one in each directory.
 void makeExisting(const fs::path& place) {
     fill(place, {{"full/out/", ""}, {"full/out/old", "old"}, {"file/out", ""}});
 }
@@ -105,7 +105,7 @@ void leavesNothingWhenItRefuses(const Trial& trial) {
     }
 }
 
-/// Nothing is lost with an empty directory, so that both answers are right.
+/// Nothing is lost with an empty directory, so both answers are right.
 void replacesAnEmptyDirectoryIfAccepted(const Trial& trial) {
     const fs::path destination = trial.places.front() / "out";
     fs::create_directory(destination);
@@ -134,7 +134,8 @@ bool isClosedToOthers(const fs::path& directory) {
     return status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
-/// Tells whether nobody else gets from `parent` into `directory`; both are without symbolic links.
+/// Tells whether no other user can enter `directory` from `parent`. Both paths are without symbolic
+/// links.
 bool isShutOffFrom(const fs::path& parent, fs::path directory) {
     for (; directory != parent && directory.has_relative_path();
          directory = directory.parent_path())
@@ -180,7 +181,7 @@ void removesTheTree(const Trial& trial) {
     for (const fs::path& place : trial.places) {
         const fs::path staging = prepare(trial, place / "out");
         fill(staging, sampleTree());
-        // A path through what the host has open leads nowhere once the host has closed it.
+        // A path through a descriptor of the runtime is invalid once the runtime has closed that.
         const fs::path directory = fs::canonical(staging);
         trial.runtime.removeTree(staging);
         expect(!fs::exists(directory), "nothing at " + inQuotes(directory.native()),
@@ -194,7 +195,7 @@ void removesNothingElse(const Trial& trial) {
     const fs::path staging = prepare(trial, place / "out");
     fill(staging, sampleTree());
     trial.runtime.removeTree(staging);
-    // What is left of the staging directory is a line of its own.
+    // Whether the staging directory itself is removed is a separate requirement.
     const Tree after = readTree(place);
     for (const auto& [name, content] : neighbours()) {
         const auto found = after.find(name);
@@ -204,7 +205,7 @@ void removesNothingElse(const Trial& trial) {
     }
 }
 
-/// An extraction makes none, but whatever else the user runs may have made one meanwhile.
+/// An extraction makes no links, but other programs of the user may have made one meanwhile.
 void followsNoLink(const Trial& trial) {
     const fs::path& place = trial.places.front();
     fill(place, {{"inner/", ""}});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Values in sentences.
+// Writing values in the sentences of the report.
 #include "hostcheck/wording.h"
 
 #include <array>
@@ -9,7 +9,7 @@ namespace vesk::hostcheck {
 
 namespace {
 
-/// The most bytes of a text that are shown.
+/// The number of bytes of a text that are shown at most.
 constexpr std::size_t longestShown = 120;
 
 std::string escaped(char byte) {

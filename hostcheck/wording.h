@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Values in sentences.
+// Writing values in the sentences of the report.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +8,11 @@
 
 namespace vesk::hostcheck {
 
-/// Returns `text` with everything but printable ASCII written as a backslash and three octal
-/// digits, so that it neither drives a terminal nor breaks the line.
+/// Returns `text` with every byte but printable ASCII written as a backslash and three octal
+/// digits, so that it cannot control a terminal or break the line.
 std::string printable(std::string_view text);
 
-/// Returns the printable `text` between quotation marks, shortened when it is long.
+/// Returns the printable form of `text` in quotation marks, shortened when it is long.
 std::string inQuotes(std::string_view text);
 
 /// Returns `value` as 0x and eight hexadecimal digits.
