@@ -37,7 +37,7 @@ class SuccessTest(CommandLineTest):
         # tarfile fills its last record of 10240 bytes.
         self.assertRegex(result.err,
                          rb"\Aunpacked in.tar to dest: 2 entries, 10240 bytes" + SUMMARY + rb"\Z")
-        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
+        self.assertEqual(read_tree(self.path(b"dest")), TWO_FILES)
         self.assertEqual(self.listing(), [b"dest", b"in.tar"])
 
     def test_entries_are_counted_and_named_in_the_right_number(self):
@@ -92,7 +92,7 @@ class LeftoverTest(CommandLineTest):
                         b"' could not be deleted whole: it is of no use and can be removed\n")
                 self.assertTrue(result.err.endswith(told), result.err)
                 self.assertEqual(result.err.count(b"\n"), 1 if options else 2)
-                self.assertEqual(tree(self.path(b"out/dest")), TWO_FILES)
+                self.assertEqual(read_tree(self.path(b"out/dest")), TWO_FILES)
                 shutil.rmtree(self.path(b"out"))
 
 
@@ -130,7 +130,7 @@ class FormatTest(CommandLineTest):
             with self.subTest(name=name):
                 self.write_archive(name, TWO_FILES, mode)
                 self.assertEqual(self.run_program(b"unpack", name, name + b".d").status, 0)
-                self.assertEqual(tree(self.path(name + b".d")), TWO_FILES)
+                self.assertEqual(read_tree(self.path(name + b".d")), TWO_FILES)
 
     def test_a_given_format_wins_over_what_the_archive_begins_with(self):
         self.write_archive(b"plain", TWO_FILES)
@@ -167,7 +167,7 @@ class NamesTest(CommandLineTest):
                          (0, b"", unittest.mock.ANY))
         result = self.run_program(b"unpack", *mark, name + b".x", name + b".d")
         self.assertRegex(result.err, b"\\Aunpacked " + re.escape(name + b".x to " + name + b".d:"))
-        self.assertEqual(list(tree(self.path(name + b".d")).values()), list(TWO_FILES.values()))
+        self.assertEqual(list(read_tree(self.path(name + b".d")).values()), list(TWO_FILES.values()))
 
     def test_names_of_any_bytes_are_taken_as_they_are(self):
         for name in self.NAMES:
@@ -221,7 +221,7 @@ class FailureTest(CommandLineTest):
         self.assertEqual(self.run_program(b"make", b"src", b"out.tar", b"--overwrite").status, 0)
         unpacked = self.run_program(b"unpack", b"--overwrite", b"out.tar", b"dest")
         self.assertEqual(unpacked.status, 0)
-        self.assertEqual(sorted(tree(self.path(b"dest")).values()), [b"alpha", b"beta"])
+        self.assertEqual(sorted(read_tree(self.path(b"dest")).values()), [b"alpha", b"beta"])
 
     def test_a_message_passes_through_a_pipe_unchanged(self):
         name = b"src/\x1b[31m\n\xff\x07'"
@@ -304,11 +304,11 @@ class MistakeTest(CommandLineTest):
         os.symlink(b"../outside.tgz", self.path(b"other/leading-out.tar"))
 
     def assert_refused(self, pattern, cwd, *words):
-        before = tree(self.cwd), self.listing()
+        before = read_tree(self.cwd), self.listing()
         result = finish(start(words, self.path(cwd)))
         self.assertEqual((result.status, result.out), (2, b""), words)
         self.assertRegex(result.err, rb"\Avesk-archive: " + pattern + rb"\n\Z")
-        self.assertEqual((tree(self.cwd), self.listing()), before)
+        self.assertEqual((read_tree(self.cwd), self.listing()), before)
 
     def test_unpacking_onto_the_working_directory_or_one_above_it(self):
         archive = self.path(b"outside.tgz")

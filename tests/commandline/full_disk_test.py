@@ -50,7 +50,7 @@ class DiskCase(CommandLineTest):
             found = self.read(b"work/a.tar") if os.path.lexists(path) else None
             self.assertIn(found, [self.archive, b"old", None])
             return found == self.archive
-        found = tree(self.path(b"work/dest"))
+        found = read_tree(self.path(b"work/dest"))
         self.assertIn(found, [FILES, OLD, {}])
         return found == FILES
 
@@ -115,17 +115,9 @@ class BrokenDiskTest(DiskCase):
         result = self.run_program("-f", "-o", trace, "-e", f"trace={self.CALLS}", PROGRAM, *words,
                                   program="strace")
         self.assertEqual(result.status, 0, result.err)
-        lines = self.read(b"trace").decode(errors="replace").splitlines()
-        counts = collections.Counter()
-        begun = False
-        for line in lines:
-            if not (call := re.match(r"\d+ +(\w+)\((.*)", line)):
-                continue
-            counts[call[1]] += 1
-            # Before, the system starts the program and loads the module.
-            begun = begun or "libvesk_io_archives" in line
-            if begun:
-                yield call[1], counts[call[1]], call[2]
+        # Before the module is loaded, the system starts the program.
+        return itertools.dropwhile(lambda call: "libvesk_io_archives" not in call[2],
+                                   traced_calls(self.read(b"trace")))
 
     def judge(self, verb, old, call, what, result):
         done, says_done = self.is_new(verb), result.status == 0

@@ -66,12 +66,12 @@ class FaultAtEveryCallTest(SignalCase):
     """Signals and lack of memory at every single host call, as the real module makes them."""
 
     def assert_nothing_is_left(self, words, calls, fault, status, err, **changes):
-        before = tree(self.cwd), self.listing()
+        before = read_tree(self.cwd), self.listing()
         for call in range(1, calls + 1):
             with self.subTest(words=words, fault=fault, call=call):
                 result = self.run_program(*words, env=environment(fault, call, **changes))
                 self.assertEqual(result, (status, b"", err))
-                self.assertEqual((tree(self.cwd), self.listing()), before)
+                self.assertEqual((read_tree(self.cwd), self.listing()), before)
         # One call later there is nothing left to go wrong: every call has been tried.
         result = self.run_program(*words, env=environment(fault, calls + 1))
         self.assertEqual(result.status, 0)
@@ -384,7 +384,7 @@ class InterruptionTest(SignalCase):
                     program="strace")
                 self.assertEqual(result.status, -signal.SIGTERM)
                 self.assertRegex(result.err, said)
-        self.assertEqual(tree(self.path(b"dest")), TWO_FILES)
+        self.assertEqual(read_tree(self.path(b"dest")), TWO_FILES)
         self.assertEqual(self.listing(), [b"dest", b"in.tar", b"src"])
 
     def test_a_signal_while_the_archive_is_synced_leaves_the_old_one(self):
@@ -435,7 +435,7 @@ class AnyMomentTest(SignalCase):
         result = finish(process)
         self.assertIn(result.status, [0, -number])
         archive = self.read(b"work/a.tar") if os.path.exists(self.path(b"work/a.tar")) else None
-        dest = tree(self.path(b"work/dest"))
+        dest = read_tree(self.path(b"work/dest"))
         made, unpacked = archive == self.archive, dest == self.FILES
         self.assertTrue(made or archive == (b"old" if old else None))
         self.assertTrue(unpacked or dest == ({b"old": b"old"} if old else {}))

@@ -16,10 +16,14 @@ import select
 import shutil
 import signal
 import subprocess
+import sys
 import tarfile
 import tempfile
 import time
 import unittest
+
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "support"))
+from trees import read_tree, write_tree
 
 PROGRAM = os.environb[b"VESK_ARCHIVE"]
 MODULE = os.environb[b"VESK_MODULE"]
@@ -117,21 +121,23 @@ def can_mount():
     return False
 
 
-def tree(path):
-    """The regular files below a directory, as a name-to-bytes map."""
-    files = {}
-    for directory, _, names in os.walk(path):
-        for name in names:
-            file = os.path.join(directory, name)
-            files[os.path.relpath(file, path)] = pathlib.Path(os.fsdecode(file)).read_bytes()
-    return files
+def traced_calls(trace):
+    """Yields the name of each system call in what strace wrote, its number among those of its name,
+    and its arguments."""
+    counts = collections.Counter()
+    for call in re.finditer(rb"^(?:\d+ +)?(\w+)\((.*)", trace, re.MULTILINE):
+        name = call[1].decode()
+        counts[name] += 1
+        yield name, counts[name], call[2].decode(errors="replace")
 
 
 class CommandLineTest(unittest.TestCase):
     """An empty working directory for every test."""
 
+    parent = None  # of the working directory: the system's for temporary files
+
     def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="vesk commandline ")
+        directory = tempfile.TemporaryDirectory(prefix="vesk commandline ", dir=self.parent)
         self.addCleanup(directory.cleanup)
         self.cwd = os.fsencode(directory.name)
 
@@ -148,8 +154,7 @@ class CommandLineTest(unittest.TestCase):
             return file.read()
 
     def write_tree(self, name, files):
-        for file, contents in files.items():
-            self.write(os.path.join(name, file), contents)
+        write_tree(self.path(name), files)
 
     def write_archive(self, name, files, mode="w"):
         """An archive made by Python's tarfile."""

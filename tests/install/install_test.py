@@ -10,8 +10,12 @@ import pathlib
 import re
 import stat
 import subprocess
+import sys
 import tempfile
 import unittest
+
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "support"))
+from trees import read_tree, write_tree
 
 SOURCE = pathlib.Path(os.environ["VESK_SOURCE"])
 BUILD = pathlib.Path(os.environ["VESK_BUILD"])
@@ -44,7 +48,7 @@ STANDIN = "lib/vesk/modules/libvesk_standin_host.so"
 FILES = COMMON + ["bin/vesk-archive", "include/vesk-archives/standinhost/standin_host.h", STANDIN,
                   COMPLETIONS + "vesk-archive", "share/man/man1/vesk-archive.1"]
 
-TREE = {"a.txt": b"alpha", "sub dir/b": bytes(range(256)) * 300}
+TREE = {b"a.txt": b"alpha", b"sub dir/b": bytes(range(256)) * 300}
 
 OUTSIDE_PROJECT = """
 cmake_minimum_required(VERSION 3.25)
@@ -92,18 +96,8 @@ def output(*command, **options):
     return done.stdout
 
 
-def write_tree(root, files):
-    for name, contents in files.items():
-        (root / name).parent.mkdir(parents=True, exist_ok=True)
-        (root / name).write_bytes(contents)
-
-
 def files_below(root):
     return {str(path.relative_to(root)) for path in root.rglob("*") if not path.is_dir()}
-
-
-def read_tree(root):
-    return {name: (root / name).read_bytes() for name in files_below(root)}
 
 
 def without_build_type(names):
@@ -246,7 +240,7 @@ class BashCompletion(ScratchTest):
     INFORMATION = {"--help", "--version"}
 
     def setUp(self):
-        write_tree(self.scratch, {"a file.tar": b"", "another": b""})
+        write_tree(self.scratch, {b"a file.tar": b"", b"another": b""})
 
     def offered(self, room, program, *words):
         said = output("bash", "-c", self.SCRIPT, "bash",

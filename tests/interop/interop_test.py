@@ -20,6 +20,9 @@ import tarfile
 import tempfile
 import unittest
 
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "support"))
+from trees import read_tree, write_tree
+
 # Names are bytes throughout, and no tool may translate them or its messages.
 ENVIRONMENT = {**os.environ, "LC_ALL": "C", "TZ": "UTC"}
 
@@ -40,31 +43,6 @@ def run(*command, data=None, cwd=None):
 def vesk_archive(verb, *arguments):
     return subprocess.run([*EMULATOR, vesk_archive_path, verb, "--quiet", *arguments],
                           env=ENVIRONMENT, capture_output=True)
-
-
-def write_tree(root, tree):
-    for name, content in tree.items():
-        path = os.path.join(os.fsencode(root), name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as file:
-            file.write(content)
-
-
-def read_tree(root):
-    """Returns name to content of the regular files; an empty directory as its name and "/"."""
-    root = os.fsencode(root)
-    tree = {}
-    for directory, directories, files in os.walk(root):
-        relative = os.path.relpath(directory, root)
-        if not directories and not files:
-            tree[relative + b"/"] = b""
-        for name in files:
-            path = os.path.join(directory, name)
-            if not stat.S_ISREG(os.lstat(path).st_mode):
-                raise AssertionError(f"not a regular file: {path!r}")
-            with open(path, "rb") as file:
-                tree[os.path.normpath(os.path.join(relative, name))] = file.read()
-    return tree
 
 
 def name_of_length(length):
