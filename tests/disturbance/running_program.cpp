@@ -2,13 +2,7 @@
 // Starting a program and waiting for its end.
 #include "tests/disturbance/running_program.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <stddef.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,40 +13,23 @@ namespace vesk::testing {
 
 namespace {
 
-/// Makes every renameat2 of this process fail as on a file system that cannot exchange.
-bool refuseExchange() {
-    sock_filter filter[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program{4, filter};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
-[[noreturn]] void become(const std::vector<std::string>& command, Exchange exchange, uid_t user,
-                         int errors) {
+[[noreturn]] void become(const std::vector<std::string>& command, uid_t user, int errors) {
     std::vector<char*> words;
     for (const std::string& word : command)
         words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
     const bool isUser = user == 0 || (setgid(user) == 0 && setuid(user) == 0);
-    const bool isReady = isUser && dup2(errors, STDERR_FILENO) != -1 &&
-                         (exchange == Exchange::possible || refuseExchange());
-    if (isReady) execv(words[0], words.data());
+    if (isUser && dup2(errors, STDERR_FILENO) != -1) execvp(words[0], words.data());
     _exit(127);
 }
 
 }  // namespace
 
-RunningProgram::RunningProgram(const std::vector<std::string>& command, Exchange exchange,
-                               uid_t user) {
+RunningProgram::RunningProgram(const std::vector<std::string>& command, uid_t user) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     process_ = fork();
-    if (process_ == 0) become(command, exchange, user, ends[1]);
+    if (process_ == 0) become(command, user, ends[1]);
     close(ends[1]);
     errors_ = ends[0];
 }

@@ -9,21 +9,17 @@
 
 namespace vesk::testing {
 
-/// Whether the system can exchange two directories in one step, or is made to refuse it.
-enum class Exchange { possible, refused };
-
 /// How a program ended, and what it wrote to standard error.
 struct ProgramEnd {
     int status;  ///< the exit status; -1 when a signal ended it
     std::string errors;
 };
 
-/// Runs `command`, whose first word is the program's path, from construction on, as the user with
-/// the id `user` when that is not 0.
+/// Runs `command`, whose first word is a program's path or name, from construction on, as the user
+/// with the id `user` when that is not 0.
 class RunningProgram {
 public:
-    explicit RunningProgram(const std::vector<std::string>& command,
-                            Exchange exchange = Exchange::possible, uid_t user = 0);
+    explicit RunningProgram(const std::vector<std::string>& command, uid_t user = 0);
     RunningProgram(RunningProgram&& other) noexcept;
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;

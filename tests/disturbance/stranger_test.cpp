@@ -160,7 +160,7 @@ protected:
     RunningProgram start() const {
         return RunningProgram({program_.path(), "unpack", "--quiet", place_.root / "archive.tar",
                                place_.shared / "tree"},
-                              Exchange::possible, owner);
+                              owner);
     }
 
     std::chrono::nanoseconds undisturbedTime() const {
