@@ -159,7 +159,7 @@ bool SourceWalk::linksToFile(const OpenDirectory& directory) const {
 // A mode takes a system call of its own, a tenth of the time in which a small file is archived.
 void SourceWalk::noteMode(const OpenDirectory& directory, const char* name) {
     constexpr std::uint64_t firstFiles = 64;
-    constexpr std::uint64_t thenEach = 16;
+    constexpr std::uint64_t thenEach = 64;
     const std::uint64_t number = files_ + links_.size();
     if (number > firstFiles && number % thenEach != 0) {
         findings_.allModesAreKnown = false;
