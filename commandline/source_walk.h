@@ -57,7 +57,7 @@ private:
     /// A directory that is being read.
     struct OpenDirectory {
         DIR* stream;
-        std::string path;  ///< below the source, with a slash at its end; empty for the source
+        std::size_t pathSize;
         const char* last;  ///< the name that was read last
         bool isRefused;    ///< its path has a character that is refused in names
         bool holdsFiles;
@@ -67,12 +67,15 @@ private:
     void enter(DIR* directory);
     void leave();
     void noteEntry(const dirent& entry);
-    void noteMode(const OpenDirectory& directory, const char* name);
+    void noteMode(const char* name);
     bool linksToFile(const OpenDirectory& directory) const;
     void noteSingleFile(const std::string& source);
     void settleLinks(const std::string& source, std::uint64_t storedFiles);
 
     std::vector<OpenDirectory> open_;
+    /// Of the directory that is read now: below the source, with a slash at its end; empty for the
+    /// source itself.
+    std::string path_;
     std::vector<std::string> links_;
     SourceFindings findings_;
     std::uint64_t files_ = 0;
