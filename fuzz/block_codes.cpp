@@ -18,7 +18,7 @@ struct BitReader {
     std::string_view bytes;
     std::size_t position;
 
-    // Gives zeros after the end; whoever reads on there has found nothing wrong by then.
+    // Returns zeros after the end: a set that is read from there on is not found overfull.
     std::size_t bits(std::size_t count) {
         std::size_t value = 0;
         for (std::size_t i = 0; i < count; ++i, ++position) {
@@ -30,7 +30,7 @@ struct BitReader {
     }
 };
 
-// Each length takes a part of all codes of 15 bits.
+// Each length takes a share of all codes of 15 bits.
 bool isOverfull(const Lengths& lengths) {
     std::size_t taken = 0;
     for (const std::size_t length : lengths)
@@ -38,7 +38,7 @@ bool isOverfull(const Lengths& lengths) {
     return taken > std::size_t{1} << 15;
 }
 
-// Canonical codes by their length and value.
+// Returns the canonical codes, each as its length and value.
 std::map<std::pair<std::size_t, std::size_t>, std::size_t> symbolsOf(const Lengths& lengths) {
     std::map<std::pair<std::size_t, std::size_t>, std::size_t> symbols;
     std::size_t code = 0;
@@ -56,7 +56,7 @@ Lengths readLengthCode(BitReader& reader, std::size_t count) {
     return lengths;
 }
 
-// Reads `count` lengths in the given code; none when they cannot be read.
+// Reads `count` lengths in the given code. Returns nothing when they cannot be read.
 std::optional<Lengths> readLengths(BitReader& reader, const Lengths& code, std::size_t count) {
     const auto symbols = symbolsOf(code);
     Lengths lengths;

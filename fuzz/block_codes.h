@@ -7,8 +7,9 @@
 
 namespace vesk::fuzzing {
 
-/// Tells whether a block with dynamic codes, whose first bit is `bit` of `packed`, has a set in
-/// which more codes have a length than there can be: no decoder may take it.
+/// Tells whether a set of codes is overfull in the block with dynamic codes that begins at the bit
+/// `bit` of `packed`: it has more codes of the given lengths than are possible. Every decoder must
+/// refuse it.
 bool hasOverfullCode(std::string_view packed, std::size_t bit);
 
 }  // namespace vesk::fuzzing

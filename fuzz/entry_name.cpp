@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: the judgement of entry names against a second one that goes by components.
+// Fuzz target: the rules for entry names, compared with a second set that works by components.
 #include "tar/entry_name.h"
 
 #include <cstdint>

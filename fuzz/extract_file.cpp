@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: a file of any bytes is unpacked by TarArchiver.unpackArchive.
+// Fuzz target: TarArchiver.unpackArchive unpacks a file of any bytes.
 #include <cstdint>
 
 #include "fuzz/tar_model.h"

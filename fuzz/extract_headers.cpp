@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: a TAR stream in memory is unpacked. The mutator beside it keeps the headers'
-// checksums right, so that what comes after that check is reached.
+// Fuzz target: unpacks a TAR stream in memory. The mutator keeps the headers' checksums right, so
+// that the code after that check is reached.
 #include <cstdint>
 #include <string>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: a file of any bytes is unpacked by TgzArchiver.unpackArchive. The mutator beside it
-// keeps checksums right, so that what comes after those checks is reached.
+// Fuzz target: TgzArchiver.unpackArchive unpacks a file of any bytes. The mutator keeps checksums
+// right, so that the code after those checks is reached.
 #include <cstdint>
 
 #include "fuzz/gzip_model.h"
@@ -12,7 +12,7 @@
 namespace fuzzing = vesk::fuzzing;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // The content is up to 1032 times as long.
+    // The content can be up to 1032 times as long.
     if (size > 16384) return 0;
     static fuzzing::UnpackBox box;
     const std::string_view file(reinterpret_cast<const char*>(data), size);

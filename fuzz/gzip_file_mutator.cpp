@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The mutator of the target gzip_file: changes a member's bytes, or the TAR stream inside it, and
-// mends trailer and header checksum most of the time.
+// The mutator of the target gzip_file: changes a member's bytes, or the TAR stream inside it.
+// Usually corrects the trailer and the header checksum afterwards.
 #include <zlib.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ using vesk::testing::littleEndian;
 using vesk::testing::zlibCrc32;
 using Bytes = std::vector<std::uint8_t>;
 
-// Where the optional fields end, as far as that can be told; 0 in a hopeless header.
+// Returns the position after the optional fields, as far as it is known; 0 for a useless header.
 std::size_t endOfOptionalFields(std::string_view member) {
     if (member.size() < 18) return 0;
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(member[i]); };
@@ -33,7 +33,7 @@ std::size_t endOfOptionalFields(std::string_view member) {
     return position + 10 <= member.size() ? position : 0;
 }
 
-// Returns `member` with the checksums that fit its other bytes.
+// Returns `member` with the right checksums for its other bytes.
 std::string mended(std::string member) {
     const std::size_t fieldsEnd = endOfOptionalFields(member);
     if (fieldsEnd == 0) return member;
@@ -49,7 +49,7 @@ std::string mended(std::string member) {
     return member.replace(trailer, 8, vesk::testing::gzipTrailer(content));
 }
 
-// Returns the member with another TAR stream in it, newly compressed.
+// Returns the member with a mutated TAR stream in it, compressed again.
 std::string withOtherContent(const std::string& member, std::size_t maxSize, unsigned seed) {
     const std::size_t payload = std::max<std::size_t>(endOfOptionalFields(member), 10);
     if (member.size() < payload + 8) return member;

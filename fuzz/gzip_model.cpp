@@ -27,7 +27,7 @@ std::uint32_t crc32Of(std::string_view bytes) {
     return static_cast<std::uint32_t>(crc32_z(0, first, bytes.size()));
 }
 
-// A member without its trailer, and how much of its beginning has been read.
+// A member without its trailer, and the number of bytes read so far.
 struct HeaderReader {
     std::string_view bytes;
     std::size_t position;
@@ -74,7 +74,7 @@ ExpectedContent inflateByHost(std::string_view packed, std::uint64_t declaredSiz
     return {{}, std::move(out).str()};
 }
 
-// Where zlib is no judge, the inflater's own answer is what the module has to pass on.
+// Where zlib cannot judge, the module must pass on the inflater's own result.
 ExpectedContent expectedInflation(std::string_view packed, std::uint64_t declaredSize) {
     Inflated inflated = inflateWithZlib(packed);
     if (inflated.end == Inflated::End::doubtful) return inflateByHost(packed, declaredSize);

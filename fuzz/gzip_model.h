@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A second reader of gzip members, written for clarity and apart from the module, with zlib for the
-// compressed data.
+// A second reader of gzip members: written for clarity and independently of the module, with zlib
+// for the compressed data.
 #pragma once
 
 #include <set>
@@ -9,13 +9,15 @@
 
 namespace vesk::fuzzing {
 
-/// What reading a member must come to: one of these messages, or, when there are none, the content.
+/// The expected result of reading a member: one of these messages, or the content when there are
+/// none.
 struct ExpectedContent {
     std::set<std::string> refusals;
     std::string content;
 };
 
-/// Returns what reading `file`, one member from its first to its last byte, must come to.
+/// Returns the expected result of reading `file`, which is one member from its first to its last
+/// byte.
 ExpectedContent expectedContent(std::string_view file);
 
 }  // namespace vesk::fuzzing

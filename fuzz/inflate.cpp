@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: the stand-in host's inflater against zlib. The input's first byte chooses how the
-// declared size relates to the true one, the second where the decoder's first piece of input ends;
-// the rest is raw DEFLATE data.
+// Fuzz target: the inflater of the stand-in host, compared with zlib. The first byte of the input
+// chooses the declared size relative to the true one, the second byte chooses where the decoder's
+// first piece of input ends. The rest is raw DEFLATE data.
 #include <zlib.h>
 
 #include <algorithm>
@@ -20,7 +20,7 @@ namespace fuzzing = vesk::fuzzing;
 
 namespace {
 
-// What the inflater reads at once; see standinhost/inflate.cpp.
+// The number of bytes that the inflater reads at once; see standinhost/inflate.cpp.
 constexpr std::size_t pieceSize = 256 * 1024;
 
 void appendStored(std::string& packed, std::size_t count) {
@@ -32,22 +32,22 @@ void appendStored(std::string& packed, std::size_t count) {
     packed.append(count, 'f');
 }
 
-// Appends stored blocks of `size` bytes in all, headers included.
+// Appends stored blocks of `size` bytes in total, including their headers.
 void appendFiller(std::string& packed, std::size_t size) {
     constexpr std::size_t header = 5;
     while (size > 0) {
         std::size_t block = std::min<std::size_t>(65535 + header, size);
-        // What is left over must hold a header, too.
+        // The remaining bytes must be enough for a header.
         if (block < size && size - block < header) block -= header;
         appendStored(packed, block - header);
         size -= block;
     }
 }
 
-// Returns the data, by most choices behind so much filler that the decoder's first piece ends at a
-// place of the data: one of its first 127 bytes, or one further on. Valid until the next call.
+// Returns the data, for most choices after so much filler that the decoder's first piece ends
+// within the data: at one of its first 127 bytes, or at a later one. Valid until the next call.
 std::string& cutAt(std::string_view data, std::uint8_t choice) {
-    // Kept, since fresh memory for each run would take longer than the run.
+    // Static, since allocating it for each run would take longer than the run.
     static std::string packed;
     packed.clear();
     if (choice != 0) {
@@ -117,7 +117,7 @@ Decoded inflateWithStandIn(std::string& packed, std::uint64_t size) {
     return decoded;
 }
 
-// What holds for all that is accepted, whatever zlib thinks of it.
+// Checks what must hold for all accepted data, whatever zlib says about it.
 void checkAccepted(const Decoded& decoded, std::uint64_t declared) {
     const auto* const bytes = reinterpret_cast<const Bytef*>(decoded.content.data());
     fuzzing::require(decoded.content.size() == declared, "as much is written as was declared");
@@ -142,7 +142,7 @@ void compare(const fuzzing::Inflated& expected, const Decoded& decoded, std::uin
     }
 }
 
-// The stand-in must find as many bytes after the final block as zlib.
+// Checks that the stand-in finds as many bytes after the final block as zlib.
 void checkEnd(const fuzzing::Inflated& expected, std::string& packed) {
     const std::size_t size = expected.content.size();
     packed.resize(packed.size() - expected.unused);
@@ -155,7 +155,7 @@ void checkEnd(const fuzzing::Inflated& expected, std::string& packed) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // The output is up to 1032 times as long.
+    // The output can be up to 1032 times as long.
     if (size < 3 || size > 16384) return 0;
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     std::string& packed = cutAt(bytes.substr(2), data[1]);

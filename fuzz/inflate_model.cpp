@@ -13,13 +13,13 @@ namespace vesk::fuzzing {
 
 namespace {
 
-// zlib says in these bits of data_type where it has stopped.
+// zlib sets these bits of data_type to say where it has stopped.
 enum : int { afterBlock = 128, afterBlockHeader = 256 };
 
-// A stop within one byte looks like no progress; there are at most three in a row.
+// A stop within one byte looks like a call without progress; at most three follow each other.
 constexpr int enoughIdleCalls = 4;
 
-// zlib tells by its message alone what is wrong with the data.
+// Only the message of zlib says what is wrong with the data.
 bool isAboutCodes(const char* message) {
     return message != nullptr && std::string_view(message).ends_with(" set");
 }
@@ -30,7 +30,7 @@ Inflated::End endOf(int status, const char* message, bool isOverfull) {
     return isAboutCodes(message) && !isOverfull ? Inflated::End::doubtful : Inflated::End::invalid;
 }
 
-// Tells whether zlib refuses each byte that may come next.
+// Tells whether zlib refuses every value of the next byte.
 bool refusesEveryByte(z_stream& stream) {
     for (unsigned value = 0; value < 256; ++value) {
         z_stream copy{};
@@ -48,7 +48,7 @@ bool refusesEveryByte(z_stream& stream) {
     return true;
 }
 
-// Where zlib stands in `packed` after a block, in bits.
+// Returns the position of zlib in `packed` after a block, in bits.
 std::size_t bitPosition(std::string_view packed, const z_stream& stream) {
     constexpr int unusedBits = 7;
     return (packed.size() - stream.avail_in) * 8 -
@@ -93,7 +93,7 @@ std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declare
     std::set<std::string> refusals;
     if (size > declaredSize) refusals.insert("DEFLATE output is longer than its declared size");
     switch (inflated.end) {
-        // A block's header may be judged as it comes or when it is complete, and so may a code.
+        // A decoder may judge a block's header bit by bit or when it is complete. So it may a code.
         case Inflated::End::invalid:
             refusals.insert("Invalid DEFLATE data");
             if (inflated.inBlockHeader) refusals.insert("Truncated DEFLATE data");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// zlib's opinion on raw DEFLATE data, and what the stand-in host's inflater may say to it.
+// The judgement of zlib on raw DEFLATE data, and which results of the stand-in's inflater agree.
 #pragma once
 
 #include <cstdint>
@@ -9,22 +9,22 @@
 
 namespace vesk::fuzzing {
 
-/// What zlib makes of a piece of DEFLATE data. `doubtful`: zlib refuses a block's set of codes
-/// since it is not used up; a decoder may also take it and refuse only a code that is not in the
-/// set.
+/// The result of zlib for some DEFLATE data. `doubtful` means that zlib refuses a block's set of
+/// codes since it is incomplete; a decoder may also accept the set and refuse only a code that is
+/// not in it.
 struct Inflated {
     enum class End { complete, truncated, invalid, doubtful } end;
     bool inBlockHeader;   ///< the data ended, or was found invalid, inside a block's header
     bool hopeless;        ///< the data ended inside a code, and whatever follows is invalid
-    std::string content;  ///< what could be decoded
+    std::string content;  ///< the bytes that could be decoded
     std::size_t unused;   ///< bytes after the final block
 };
 
 /// Decodes `packed` with zlib.
 Inflated inflateWithZlib(std::string_view packed);
 
-/// Returns the messages with which data of that kind may be refused when `declaredSize` bytes were
-/// announced; empty when it must be accepted.
+/// Returns the messages with which such data may be refused when its declared size is
+/// `declaredSize`; empty when it must be accepted.
 std::set<std::string> refusalsOf(const Inflated& inflated, std::uint64_t declaredSize);
 
 }  // namespace vesk::fuzzing

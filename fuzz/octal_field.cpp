@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: the octal parser against a second one, on fields of any width, and against the
+// Fuzz target: the octal parser, compared with a second one on fields of any width, and with the
 // writer.
 #include "tar/octal_field.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Runs a fuzz target once on every file below the directories given: the target as a plain program,
-// for builds without a fuzzing engine.
+// Runs a fuzz target once on every file below the given directories: makes the target an ordinary
+// program, for builds without a fuzzing engine.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -26,7 +26,8 @@ std::vector<fs::path> filesBelow(const fs::path& directory) {
     return files;
 }
 
-// The target gets an allocation of exactly the file's size, so that a sanitizer sees one byte more.
+// Gives the target an allocation of exactly the file's size, so that a sanitizer notices a byte
+// read beyond it.
 void replay(const fs::path& file) {
     const std::string content = vesk::testing::readFile(file);
     const auto input = std::make_unique<std::uint8_t[]>(content.size());
@@ -46,6 +47,6 @@ int main(int argc, char** argv) {
         }
     }
     std::fprintf(stderr, "%zu inputs replayed\n", count);
-    // An empty corpus would guard nothing.
+    // An empty corpus would test nothing.
     return count == 0 ? 1 : 0;
 }

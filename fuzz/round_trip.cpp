@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: a tree that the input describes is archived and unpacked by the methods of either
-// class, or refused for the reason that its names give.
+// Fuzz target: archives and unpacks the tree that the input describes, with the methods of both
+// classes. The tree must come back, or be refused for the reason that its names give.
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
@@ -22,7 +22,7 @@ using vesk::testing::Tree;
 
 namespace {
 
-// The input, taken from its beginning; past its end there are zeros.
+// Reads the input from its beginning, and zeros after its end.
 class Description {
 public:
     explicit Description(std::string_view bytes) : rest_(bytes) {}
@@ -40,7 +40,7 @@ public:
         return text;
     }
 
-    // A file name: up to seven bytes of the input's choice, and a tail that makes it long.
+    // Returns a file name: up to seven bytes from the input, and a tail that makes it long.
     std::string component() {
         std::string name = bytes(byte() % 8);
         std::replace(name.begin(), name.end(), '/', 's');
@@ -82,7 +82,7 @@ Tree describedTree(Description& description) {
     return tree;
 }
 
-// A name can be stored in one field of 100 bytes, or in two around some slash.
+// Tells whether a name fits one field of 100 bytes, or two fields when it is split at some slash.
 bool isStorable(const std::string& name) {
     if (name.size() <= 100) return true;
     for (std::size_t i = 0; i < name.size(); ++i) {
@@ -99,7 +99,7 @@ struct Archiver {
     bool compressed;
 };
 
-// The archive's own reading, by the second reader, is the tree.
+// Checks that the second reader finds the tree in the archive.
 void checkArchive(const std::string& path, bool compressed, const fuzzing::Expected& expected) {
     std::string archive = vesk::testing::readFile(path);
     if (compressed) {

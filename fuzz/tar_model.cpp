@@ -83,7 +83,7 @@ private:
     std::set<std::string> directories_;
 };
 
-// Makes the entry that `block` heads and returns the message of a failure, or an empty text.
+// Makes one entry. Returns the message of a failure, or an empty text.
 std::string makeEntry(ModelTree& tree, char typeflag, const std::vector<std::string>& components,
                       std::string_view data) {
     if (typeflag == '5') {
@@ -156,7 +156,7 @@ std::optional<std::vector<std::string>> expectedComponents(std::string_view name
             components.pop_back();
         }
     }
-    // A name that ends in "." or ".." speaks of a directory by another name than its own.
+    // A name that ends in "." or ".." names a directory by another name than its own.
     if (last == "." || last == "..") return std::nullopt;
     return components;
 }

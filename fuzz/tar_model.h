@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A second reader of TAR archives, written for clarity and apart from the module: it says what
-// unpacking must come to, without touching any file.
+// A second reader of TAR archives, written for clarity and independently of the module. It predicts
+// the result of unpacking without touching any file.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +13,14 @@
 
 namespace vesk::fuzzing {
 
-/// The outcome of unpacking an archive: the message of its failure, or, when that is empty, what is
-/// at the destination then, in the form of vesk::testing::readTree.
+/// The result of unpacking an archive: the message of its failure, or, when that is empty, the tree
+/// at the destination in the form of vesk::testing::readTree.
 struct Expected {
     std::string message;
     testing::Tree tree;
 };
 
-/// Returns what unpacking `archive`, a whole TAR stream, into a new directory must come to.
+/// Returns the expected result of unpacking `archive`, a whole TAR stream, into a new directory.
 Expected expectedExtraction(std::string_view archive);
 
 /// Returns the number in a numeric header field; nothing when the field is not valid.

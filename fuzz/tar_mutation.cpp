@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Changes to TAR streams.
+// Mutations of TAR streams.
 #include "fuzz/tar_mutation.h"
 
 #include <algorithm>
@@ -21,7 +21,8 @@ struct Field {
 constexpr std::array readFields{Field{0, 100}, Field{124, 12}, Field{148, 8}, Field{156, 1},
                                 Field{345, 155}};
 
-// The size as far as digits go, so that a stream with a damaged field is still walked.
+// Returns the size that the leading digits give, so that a stream with a damaged field can still be
+// walked.
 std::uint64_t looseSize(const std::uint8_t* block) {
     std::uint64_t size = 0;
     for (const std::uint8_t* digit = block + 124; digit != block + 136; ++digit) {
@@ -30,7 +31,7 @@ std::uint64_t looseSize(const std::uint8_t* block) {
     return size;
 }
 
-// The positions of the header blocks, and after them that of the end.
+// Returns the positions of the header blocks, and after them the position of the end.
 std::vector<std::size_t> entryPositions(const Bytes& archive) {
     std::vector<std::size_t> positions{0};
     std::size_t position = 0;
@@ -71,7 +72,7 @@ void mutateField(Bytes& archive, std::size_t position, Field field) {
     std::fill(first + size, first + field.width, std::uint8_t{0});
 }
 
-// Puts the bytes of one entry in front of another, or removes them.
+// Moves the bytes of one entry in front of another, or removes them.
 void moveEntry(Bytes& archive, const std::vector<std::size_t>& positions, std::size_t maxSize,
                std::mt19937& random) {
     if (positions.size() < 2) return;

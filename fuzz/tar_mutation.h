@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Changes to TAR streams that leave them TAR streams; for the targets' own mutators.
+// Mutations of TAR streams that keep their structure; for the mutators of the targets.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, st
 
 namespace vesk::fuzzing {
 
-/// Changes `archive`, to at most `maxSize` bytes: anywhere, or in one field of one header, or by
-/// whole entries. Most of the time the headers then get the right checksums.
+/// Changes `archive`, which may grow to `maxSize` bytes: anywhere, in one field of one header, or
+/// by moving or removing whole entries. Usually gives the headers the right checksums afterwards.
 void mutateTar(std::vector<std::uint8_t>& archive, std::size_t maxSize, unsigned seed);
 
-/// Changes any of `bytes`, to at most `maxSize` of them.
+/// Changes any of `bytes`, which may grow to `maxSize` bytes.
 void mutateBytes(std::vector<std::uint8_t>& bytes, std::size_t maxSize);
 
 }  // namespace vesk::fuzzing

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The place where fuzz targets unpack, and the comparison of what is there with what must be.
+// The place where fuzz targets unpack, and the comparison of the result with the expected one.
 #pragma once
 
 #include <filesystem>
@@ -13,19 +13,19 @@
 
 namespace vesk::fuzzing {
 
-/// A destination deep inside a directory in memory, so that what climbs out of it is seen.
+/// A destination deep inside a directory in memory, so that entries that leave it are noticed.
 class UnpackBox {
 public:
     UnpackBox();
 
-    /// Where to unpack: nothing is there between two inputs.
+    /// The destination: nothing is there between two inputs.
     const std::string& destination() const { return destination_; }
 
-    /// A file path outside the box, for the archive.
+    /// The path of a file outside the box, for the archive.
     const std::string& archive() const { return archive_; }
 
-    /// Requires that an attempt that failed with `message`, or succeeded when there is none, came
-    /// to what was expected: the very message and nothing left, or the very tree. Clears the box.
+    /// Requires the expected result of a call that failed with `message`, or succeeded when there
+    /// is none: that message and nothing left, or that tree. Clears the box.
     void requireOutcome(const Expected& expected, const std::optional<std::string>& message);
 
 private:
@@ -40,8 +40,8 @@ private:
 /// Writes `bytes` into the file at `path`.
 void writeArchive(const std::string& path, std::string_view bytes);
 
-/// Takes the pending host exception, which must be an IOException, and returns its message; nothing
-/// when none is pending.
+/// Takes the pending exception, which must be an IOException, and returns its message; returns
+/// nothing when none is pending.
 std::optional<std::string> takeMessage();
 
 }  // namespace vesk::fuzzing
