@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Paths are moved, removed and replaced while vesk-archive unpacks: what it calls unpacked is the
-// whole tree, what it calls failed has changed nothing, and nothing of it is left anywhere.
+// Paths are moved, removed and replaced while vesk-archive unpacks. Success means that the whole
+// tree is there; failure means that nothing has changed. Nothing is left anywhere else.
 //
-// Who removes files goes on removing them from a tree that is in its place, even after the
-// program's end, and nothing can prevent that. So a file that was gone before must have been
-// noticed, and of what was unpacked exactly those may be missing that were removed later.
+// A process that removes files may go on removing them after the tree is in its place, and even
+// after the program's end. Nothing can prevent that. So a file that vanished before must have been
+// noticed, and exactly the files that were removed later may be missing from what was unpacked.
 //
-// VESK_DISTURBANCES says at how many moments, spread over the running time, each disturbance comes;
-// 12 where it is not set.
+// Each disturbance comes at VESK_DISTURBANCES moments, by default 12, spread over the running time.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -32,13 +31,13 @@ namespace fs = std::filesystem;
 
 const Tree oldTree = {{"file", "old"}, {"sub/only old", "o"}, {"empty/", ""}};
 
-/// The directory that holds the destination "tree", and what the disturbances use besides it.
+/// The directory that contains the destination "tree", and what the disturbances use besides it.
 struct Place {
     fs::path root;
     fs::path parent = root / "parent";
     fs::path elsewhere = root / "elsewhere";
 
-    /// The staging directory; empty when there is none.
+    /// Returns the staging directory; empty when there is none.
     fs::path staging() const {
         std::error_code error;
         for (const auto& entry : fs::directory_iterator(parent, error))
@@ -165,7 +164,7 @@ protected:
     std::map<int, int> ends_;
 };
 
-/// Everything below the root that is left when the program has ended, but the archive.
+/// Returns everything below the root that is left when the program has ended, except the archive.
 Tree everythingIn(const Place& place) {
     Tree all = readTree(place.root);
     all.erase("archive.tar");
@@ -222,7 +221,7 @@ void Disturbed::judge(const ProgramEnd& end, const RemovedNames& removed) {
     const Tree expected = succeeded    ? without(removed.fromPlaced, newTree_)
                           : replaces() ? without(removed.fromOld, oldTree)
                                        : Tree();
-    // The parent may have been moved after the end, or, when it failed, before.
+    // The parent may have been moved after the end or, when the program failed, before it.
     const bool isWhole =
         all == below("parent/tree", expected) || all == below("moved/tree", expected);
     EXPECT_TRUE(isWhole) << (succeeded ? "succeeded" : end.errors) << " with " << all.size()

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Several vesk-archive unpack to one destination at once: it is one of their trees, whole, and
-// nothing is left beside it.
+// Several vesk-archive processes unpack to one destination at once. The destination is one of their
+// trees, whole, and nothing is left beside it.
 //
-// VESK_RACES says how many rounds each race has; 25 where it is not set.
+// Each race has VESK_RACES rounds, by default 25.
 #include <gtest/gtest.h>
 
 #include <algorithm>

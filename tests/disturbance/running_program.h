@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A program that runs beside the test.
+// A program that runs at the same time as the test.
 #pragma once
 
 #include <sys/types.h>
@@ -15,8 +15,8 @@ struct ProgramEnd {
     std::string errors;
 };
 
-/// Runs `command`, whose first word is a program's path or name, from construction on, as the user
-/// with the id `user` when that is not 0.
+/// Starts `command`, whose first word is a program's path or name, on construction. It runs as the
+/// user with the id `user` unless that is 0.
 class RunningProgram {
 public:
     explicit RunningProgram(const std::vector<std::string>& command, uid_t user = 0);

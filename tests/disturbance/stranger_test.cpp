@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Another user puts something else in the place of the staging directory while vesk-archive
-// unpacks, where everybody may rename everything: files of the one who unpacks, to which it leads,
-// stay as they are, and what is called unpacked is whole.
+// In a directory where everybody may rename everything, another user replaces the staging directory
+// while vesk-archive unpacks. Files of the user who unpacks, to which the replacement leads, must
+// stay unchanged, and what is reported as unpacked must be whole.
 //
-// VESK_DISTURBANCES says at how many moments, spread over the running time, each attempt comes; 4
-// where it is not set. The first comes as soon as there is a staging directory.
+// Each attempt is made at VESK_DISTURBANCES moments, by default 4, spread over the running time.
+// The first one is made as soon as there is a staging directory.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -30,7 +30,7 @@ constexpr uid_t owner = 65534;
 constexpr uid_t stranger = 65533;
 constexpr int fileCount = 20000;
 
-/// A copy of vesk-archive where everybody can run it.
+/// A copy of vesk-archive that everybody can run.
 class ProgramForAll {
 public:
     ProgramForAll() {
@@ -51,15 +51,15 @@ private:
     const TempDir directory_;
 };
 
-/// The directory that everybody may change, and those of the owner: one that nobody else may enter,
-/// and one that stands where it can be renamed.
+/// The directory that everybody may change, and two directories of the owner: one that nobody else
+/// may enter, and one that others can rename.
 struct SharedPlace {
     fs::path root;
     fs::path shared = root / "shared";
     fs::path closed = root / "closed";
     fs::path open = shared / "open";
 
-    /// The staging directory; empty when there is none.
+    /// Returns the staging directory; empty when there is none.
     fs::path staging() const {
         for (const auto& entry : fs::directory_iterator(shared))
             if (entry.path().filename().native().starts_with(".tree.vesk-unpacking-"))
@@ -114,7 +114,7 @@ const Attempt attempts[] = {
     {"DirectoryOfTheOwner", putTheOwnersDirectory},
 };
 
-/// What everything below a directory of the owner is, besides what it holds.
+/// Returns the attributes of everything below a directory of the owner, and the content.
 std::map<std::string, std::string> describe(const fs::path& directory) {
     std::map<std::string, std::string> things;
     for (const auto& [name, content] : readTree(directory))
@@ -171,7 +171,7 @@ protected:
         return std::chrono::steady_clock::now() - begin;
     }
 
-    /// Makes the attempt, once there is a staging directory and `delay` has gone by.
+    /// Makes the attempt once there is a staging directory and `delay` has passed.
     std::string attempt(std::chrono::nanoseconds delay) const {
         const auto become = [] { return setgid(stranger) == 0 && setuid(stranger) == 0; };
         return inChildThatBecame(become, [&] {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// No single bit of an archive can turn over unnoticed, apart from those that the formats leave
-// without meaning; these are listed here.
+// No flipped bit of an archive goes unnoticed, except those without meaning in the formats, which
+// are listed here.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -20,7 +20,7 @@ namespace vesk::testing {
 
 namespace {
 
-// The outcome of turning over any of the bits in `bits` of any byte from `first` to `last`.
+// The result of flipping any of the bits in `bits` of any byte from `first` to `last`.
 struct Row {
     std::size_t first, last;
     unsigned bits;
@@ -29,7 +29,7 @@ struct Row {
 
 constexpr unsigned all = 0xFF;
 
-// The first row for a bit decides; one without a row comes to `otherwise`.
+// Returns the result of the first row for a bit, or `otherwise` when no row matches.
 std::string_view outcomeIn(std::span<const Row> rows, std::size_t offset, int bit,
                            std::string_view otherwise) {
     for (const Row& row : rows) {
@@ -52,7 +52,8 @@ const std::string_view badDeflate = "Invalid DEFLATE data";
 const std::string_view tooShort = "DEFLATE output is shorter than its declared size";
 const std::string_view tooLong = "DEFLATE output is longer than its declared size";
 
-// Returns what zlib reads from a gzip member that is all of `member`; nothing when it refuses it.
+// Returns what zlib reads from a gzip member that is all of `member`, or nothing when it refuses
+// it.
 std::optional<std::string> readByZlib(std::string_view member) {
     z_stream stream{};
     EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
@@ -70,8 +71,8 @@ std::optional<std::string> readByZlib(std::string_view member) {
 }  // namespace
 
 TEST(BitFlips, OfAHeaderBlockBreakItsChecksum) {
-    // Blanks around the digits of chksum are as good as others: a leading zero becomes a space, NUL
-    // and space after the last digit become each other.
+    // All blanks around the digits of chksum are equivalent: here a leading zero becomes a space,
+    // and the NUL and the space after the last digit become each other.
     const Row rows[] = {{148, 148, 1 << 4, unpackedWhole},
                         {154, 154, 1 << 5, unpackedWhole},
                         {155, 155, 1 << 5, unpackedWhole}};
@@ -159,7 +160,7 @@ TEST(BitFlips, OfACompressedMemberAreRefusedUnlessTheSameBytesComeOut) {
             const std::string damaged = flipped(member, offset, bit);
             const std::string outcome = workshop.unpacked(Container::tgz, damaged);
             std::string_view expected = outcomeIn(header, offset, bit, "");
-            // A copy from another place can be a copy of the same bytes.
+            // A copy from another distance can copy the same bytes.
             if (expected.empty() && readByZlib(damaged) == archive) expected = unpackedWhole;
             if (expected.empty() && refusals.contains(outcome)) expected = outcome;
             EXPECT_EQ(outcome, expected) << placed(offset, bit);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whole archives to be damaged, and what comes of unpacking them.
+// Whole archives to be damaged, and the results of unpacking them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,10 +20,10 @@
 
 namespace vesk::testing {
 
-/// What a Workshop says of an archive that was unpacked to the very tree that was expected.
+/// The result of a Workshop for an archive that was unpacked to exactly the expected tree.
 inline constexpr std::string_view unpackedWhole = "(unpacked)";
 
-/// Makes archives of one tree and unpacks what became of them.
+/// Makes archives of one tree and unpacks damaged copies of them.
 class Workshop {
 public:
     explicit Workshop(Tree tree) : tree_(std::move(tree)), directory_(makeMemoryDir()) {}
@@ -49,7 +49,7 @@ public:
     }
 
     /// Unpacks the archive `bytes`. Returns the message of the failure, after which nothing may be
-    /// left, or unpackedWhole when the tree came out.
+    /// left, or unpackedWhole when the whole tree was unpacked.
     std::string unpacked(Container container, std::string_view bytes) {
         writeFile(archive_, bytes);
         std::filesystem::create_directory(box_);
@@ -71,7 +71,7 @@ private:
     std::string archive_ = *directory_ / "archive";
 };
 
-/// Returns `bytes` with one bit of the byte at `offset` turned over.
+/// Returns `bytes` with one bit of the byte at `offset` flipped.
 inline std::string flipped(std::string bytes, std::size_t offset, int bit) {
     bytes[offset] = static_cast<char>(bytes[offset] ^ (1 << bit));
     return bytes;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An archive that was cut off anywhere is refused, each length with the message for that place.
+// An archive that is cut off anywhere is refused, at each length with the message for that place.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -18,13 +18,13 @@ const char* const noEnd = "TAR archive has no end marker";
 const char* const truncatedDeflate = "Truncated DEFLATE data";
 const char* const tooLong = "DEFLATE output is longer than its declared size";
 
-// A header and 5 bytes in a block; a header and 600 bytes in two blocks; the end marker: 3584
-// bytes.
+// A header and 5 bytes in one block, a header and 600 bytes in two blocks, the end marker: 3584
+// bytes in total.
 Workshop workshopWithTwoFiles() {
     return Workshop(Tree{{"a.txt", "12345"}, {"sub/b.bin", std::string(600, '\xA5')}});
 }
 
-// The number in the last four bytes, the lowest first: where ISIZE is looked for.
+// Returns the number in the last four bytes, lowest byte first: where ISIZE is read from.
 std::uint32_t declaredSize(std::string_view member) {
     std::uint32_t value = 0;
     for (std::size_t i = 1; i <= 4; ++i)
@@ -32,7 +32,7 @@ std::uint32_t declaredSize(std::string_view member) {
     return value;
 }
 
-// How much zlib makes of the first part of raw DEFLATE data.
+// Returns the number of bytes that zlib decodes from the beginning of raw DEFLATE data.
 std::size_t decodedSize(std::string_view packed) {
     z_stream stream{};
     EXPECT_EQ(inflateInit2(&stream, -15), Z_OK);
@@ -46,7 +46,7 @@ std::size_t decodedSize(std::string_view packed) {
     return content.size() - stream.avail_out;
 }
 
-// Any eight bytes are taken for the trailer, so that more may come out than they seem to declare.
+// Any eight bytes serve as the trailer, so the output may be longer than the declared size.
 std::string expectedOfMember(std::string_view prefix) {
     if (prefix.size() < 18) return "Invalid gzip stream";
     if (prefix.size() == 18) return "Missing gzip DEFLATE payload";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The wrappers around the C allocator. Operator new of the standard library calls malloc, so that
-// these functions see every allocation.
+// The wrappers around the C allocator. They see every allocation, since operator new of the
+// standard library calls malloc.
 #include "tests/faults/allocation_faults.h"
 
 #include <atomic>
@@ -89,7 +89,7 @@ void* calloc(std::size_t count, std::size_t size) noexcept {
 void* realloc(void* block, std::size_t size) noexcept {
     if (isToFail()) return nullptr;
     void* const moved = __libc_realloc(block, size);
-    // With a size of 0 the block has been freed and nothing is given back.
+    // With a size of 0 the block has been freed and nothing is returned.
     if (block != nullptr && (moved != nullptr || size == 0)) --liveBlocks;
     return noteAllocated(moved);
 }

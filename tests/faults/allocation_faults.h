@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The C allocator of a test executable, and so of the libraries that it loads: it counts what is
-// allocated and fails on demand.
+// The C allocator of a test executable, and so of the libraries that it loads. It counts
+// allocations and fails on demand.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,10 @@
 
 namespace vesk::testing {
 
-/// Whether the allocations after the first one that fails fail, too.
+/// Whether the allocations after the first failure fail, too.
 enum class FaultReach { once, fromThenOn };
 
-/// What the allocator saw while faults were armed.
+/// The allocations while faults were armed.
 struct AllocationReport {
     std::size_t requests = 0;           ///< allocations that were asked for
     std::size_t failures = 0;           ///< those of them that failed
@@ -20,14 +20,14 @@ struct AllocationReport {
     bool walking = false;  ///< the last one that failed was for std::filesystem to walk a directory
 };
 
-/// From now on, the allocation with the number `number`, counted from 1, fails; none with 0. Only
-/// for as long as this process has a single thread.
+/// From now on, the allocation with the number `number`, counted from 1, fails; none fails with 0.
+/// Works only while this process has a single thread.
 void armAllocationFaults(std::size_t number, FaultReach reach);
 
-/// Ends what armAllocationFaults began.
+/// Ends the effect of armAllocationFaults.
 AllocationReport disarmAllocationFaults();
 
-/// Returns how many blocks are allocated and not yet freed.
+/// Returns the number of allocated blocks that are not freed yet.
 std::size_t liveAllocations();
 
 }  // namespace vesk::testing

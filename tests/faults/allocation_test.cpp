@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Every allocation fails once: the call ends in std::bad_alloc or in one documented message, with
-// everything released and the destination as it was.
+// everything released and the destination unchanged.
 //
-// What the standard libraries do not give is counted apart, and nothing else may end so.
+// The standard libraries have two exceptions. They are counted separately, and nothing else may end
+// like them.
 //
 // libstdc++ 12: _Dir::advance(bool, std::error_code&) and _Dir::open_subdir(bool, bool,
-// std::error_code&) of std::filesystem are noexcept although they put paths together.
-// recursive_directory_iterator's constructor and its increment(std::error_code&) rest on them: when
-// memory runs out there, the library ends the process.
+// std::error_code&) of std::filesystem are noexcept although they build paths. The constructor of
+// recursive_directory_iterator and its increment(std::error_code&) use them: when memory runs out
+// there, the library ends the process.
 //
-// libc++ 14: a directory that has been opened stays open when memory runs out while the path of its
-// first entry is put together, since the constructor of __dir_stream has not come to its end.
+// libc++ 14: when memory runs out while the path of a directory's first entry is built, the open
+// directory stays open, since the constructor of __dir_stream does not complete.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -32,16 +33,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What a failed allocation of the module may become: the standard library reports the failure of a
-/// C function that it calls, such as fopen, like any other failure.
+/// The messages that a failed allocation of the module may cause: the standard library reports the
+/// failure of a C function, such as fopen, like any other failure.
 const std::set<std::string> swallowed = {
     "IOException: Cannot enumerate archive source", "IOException: Cannot read file: FILE",
     "IOException: Cannot create archive", "IOException: Cannot write TAR entry"};
 
-/// What becomes of one by a stream that takes the decoder's output and cannot grow.
+/// The message when the stream for the decoder's output cannot grow.
 const std::string unstored = "IOException: Cannot store DEFLATE output";
 
-/// What else a standard library makes of a failed allocation.
+/// The other consequences of a failed allocation in a standard library.
 struct StandardLibrary {
     bool doesWithout;      ///< C streams that get no buffer do without, and the call succeeds
     bool endsWalks;        ///< ends the process when memory runs out in a walk
@@ -54,7 +55,7 @@ const StandardLibrary library = {.doesWithout = true, .endsWalks = false, .leave
 const StandardLibrary library = {.doesWithout = false, .endsWalks = true, .leavesWalksOpen = false};
 #endif
 
-/// Every call converts two paths and opens a file, whatever the standard library.
+/// Every call converts two paths and opens a file, with every standard library.
 constexpr std::size_t leastAllocations = 10;
 
 class AllocationFaults : public ::testing::TestWithParam<ArchiveCall> {
@@ -66,7 +67,7 @@ protected:
         writeFile(root_ / "archive.tgz", memberOf(streamToUnpack()));
         fs::create_directory(root_ / "work");
         prepare();
-        // The call that shows what is to come also lets the libraries allocate what they keep.
+        // This call also lets the libraries allocate what they keep.
         GetParam()(from(), to());
         if (auto error = standin::takePendingError()) throw std::runtime_error(error->message);
         complete_ = destination();
@@ -74,14 +75,14 @@ protected:
         old_ = destination();
     }
 
-    /// A new archive is made of a tree, one that replaces another of a single file.
+    /// Returns the source: a tree for a new archive, a single file for one that replaces another.
     fs::path from() const {
         if (GetParam().makes) return root_ / (GetParam().replaces ? splitName() : "source");
         return root_ / (GetParam().gzip ? "archive.tgz" : "archive.tar");
     }
     fs::path to() const { return root_ / "work/parent/destination"; }
 
-    /// Makes the destination's surroundings what they are before a call.
+    /// Puts the destination's surroundings into their state before a call.
     void prepare() const {
         fs::remove_all(root_ / "work");
         fs::create_directory(root_ / "work");
@@ -93,7 +94,7 @@ protected:
         }
     }
 
-    /// What is at the destination: one file without a name, or a tree, or nothing.
+    /// Returns what is at the destination: one file without a name, a tree, or nothing.
     std::optional<Tree> destination() const {
         if (!fs::exists(to())) return std::nullopt;
         return fs::is_directory(to()) ? readTree(to()) : Tree{{"", readFile(to())}};
@@ -142,7 +143,7 @@ std::string atTermination() {
     return walking ? "terminated" : "defect: terminated outside a walk";
 }
 
-/// Lets the libraries allocate now what they keep from their first use on.
+/// Lets the libraries allocate now what they keep after their first use.
 void allocateWhatStays() {
     callOwner();
     standin::abandonStaging();
@@ -153,8 +154,8 @@ void allocateWhatStays() {
     }
 }
 
-/// Runs the call with the given fault and returns a verdict: "done", an ending that is as it should
-/// be, or a text that begins with "defect".
+/// Runs the call with the given fault. Returns "done", a permitted ending, or a text that begins
+/// with "defect".
 std::string AllocationFaults::run(std::size_t number, FaultReach reach) const {
     const fs::path source = from();
     const fs::path target = to();
@@ -166,7 +167,7 @@ std::string AllocationFaults::run(std::size_t number, FaultReach reach) const {
     const std::size_t live = liveAllocations();
 
     ending.assign(std::string_view(endingOf(GetParam(), source, target, number, reach, report)));
-    // What an exception passes by stays open until the host is told.
+    // What the exception left open stays open until the stand-in is told.
     standin::abandonStaging();
     const auto leaked = static_cast<std::ptrdiff_t>(liveAllocations() - live);
     return judgeRelease(leaked, openFileCount() - descriptors, ending, report) +
@@ -203,8 +204,8 @@ std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner 
     return known ? text : "defect: " + text;
 }
 
-/// The destination is as it was, with one exception: a file stream that has opened, and truncated,
-/// the archive allocates its buffer after that.
+/// Checks that the destination is unchanged. There is one exception: a file stream allocates its
+/// buffer only after it has opened, and truncated, the archive.
 std::string AllocationFaults::judgeDestination(const std::string& ending) const {
     const std::optional<Tree> now = destination();
     if (ending == "done") return now == complete_ ? "" : ", defect: destination incomplete";
@@ -213,8 +214,8 @@ std::string AllocationFaults::judgeDestination(const std::string& ending) const 
     return truncated ? ", archive truncated" : ", defect: destination changed";
 }
 
-/// The process has ended in a walk: that of a source, of a staging tree, or of an old tree that has
-/// been replaced.
+/// Judges an end of the process during a walk: of a source, of a staging tree, or of a replaced old
+/// tree.
 std::string AllocationFaults::judgeTermination() const {
     const std::optional<Tree> now = destination();
     const bool replaced = !GetParam().makes && GetParam().replaces && now == complete_;
@@ -222,7 +223,8 @@ std::string AllocationFaults::judgeTermination() const {
     return (whole ? "terminated" : "terminated, defect: destination changed") + judgeNextCall();
 }
 
-/// Nothing is beside the destination: neither staging nor what was replaced takes memory to delete.
+/// Checks that nothing is beside the destination: deleting staging and what was replaced allocates
+/// nothing.
 std::string AllocationFaults::judgeSurroundings() const {
     for (const auto& entry : fs::directory_iterator(to().parent_path())) {
         const std::string name = entry.path().filename().native();
@@ -231,7 +233,7 @@ std::string AllocationFaults::judgeSurroundings() const {
     return "";
 }
 
-/// Makes the call again, without faults, in the state in which the last one left everything.
+/// Repeats the call without faults, in the state that the last one left.
 std::string AllocationFaults::judgeNextCall() const {
     if (!old_) fs::remove_all(to());
     GetParam()(from(), to());
@@ -240,7 +242,7 @@ std::string AllocationFaults::judgeNextCall() const {
     return "";
 }
 
-/// Returns the number of allocations of a call that none fails.
+/// Returns the number of allocations of a call without faults.
 std::size_t AllocationFaults::countAllocations() {
     prepare();
     return std::stoul(inChild([&] {
@@ -267,8 +269,8 @@ void AllocationFaults::sweep(FaultReach reach) {
         ++verdicts[verdict];
     }
     EXPECT_LE(verdicts["module: bad_alloc, archive truncated"], GetParam().makes ? 1U : 0U);
-    // One file of the archive comes to a directory that is missing, where it cannot be opened with
-    // memory either; it is opened again once the directory is made.
+    // The directory of one file of the archive does not exist yet, so the file cannot be opened
+    // even with memory. It is opened again once the directory is made.
     if (!library.doesWithout) {
         EXPECT_LE(verdicts["module: done"], GetParam().makes ? 0U : 1U);
     }

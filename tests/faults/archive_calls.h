@@ -15,7 +15,7 @@
 
 namespace vesk::testing {
 
-/// An exported function, and whether it is to replace what is at its destination.
+/// An exported function, and whether it replaces what is at its destination.
 struct ArchiveCall {
     const char* name;
     decltype(&vesk_io_archives_TarArchiver_makeArchive) function;
@@ -46,13 +46,13 @@ inline constexpr ArchiveCall archiveCalls[] = {
 };
 // clang-format on
 
-/// A name of 142 bytes, which a header block holds in two parts of 121 and 20 bytes.
+/// Returns a name of 142 bytes, which a header block stores in two parts of 121 and 20 bytes.
 inline std::string splitName() {
     return std::string(60, 'd') + '/' + std::string(60, 'e') + '/' + std::string(20, 'f');
 }
 
-/// Writes a source tree: files whose data do and do not fill their blocks, an empty one, a name
-/// that is split, a symbolic link to a file, and a directory that holds none.
+/// Writes a source tree: files whose data fill their blocks and files whose data do not, an empty
+/// file, a name that is split, a symbolic link to a file, and an empty directory.
 inline void writeSource(const std::filesystem::path& root) {
     writeTree(root, {{"a.txt", "some data"},
                      {"empty", ""},
@@ -62,7 +62,7 @@ inline void writeSource(const std::filesystem::path& root) {
     std::filesystem::create_symlink("a.txt", root / "link");
 }
 
-/// Returns a TAR stream that holds a directory, a split name and data of several blocks.
+/// Returns a TAR stream with a directory, a split name and data of several blocks.
 inline std::string streamToUnpack() {
     std::string split =
         patched(tarHeader(splitName().substr(122), 4), 345, splitName().substr(0, 121));
@@ -71,13 +71,13 @@ inline std::string streamToUnpack() {
            tarEntry("large", std::string(3000, 'z')) + tarEnd();
 }
 
-/// What streamToUnpack becomes on disk.
+/// Returns the tree that streamToUnpack gives on disk.
 inline Tree unpackedTree() {
     return {
         {"directory/file", "content"}, {splitName(), "data"}, {"large", std::string(3000, 'z')}};
 }
 
-/// Returns `count` bytes that no compressor can shorten, the same each time.
+/// Returns `count` incompressible bytes, the same each time.
 inline std::string noise(std::size_t count) {
     std::mt19937 generator(1);
     std::string bytes(count, '\0');

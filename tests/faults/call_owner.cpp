@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Looking at the call stack.
+// Examining the call stack.
 #include "tests/faults/call_owner.h"
 
 #include <dlfcn.h>

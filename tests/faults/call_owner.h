@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who is calling: found on the call stack.
+// Finding the caller on the call stack.
 #pragma once
 
 namespace vesk::testing {
@@ -7,7 +7,7 @@ namespace vesk::testing {
 /// The two libraries that the tests observe.
 enum class CallOwner { none, module, host };
 
-/// Returns which of the two libraries is the innermost on the call stack. May allocate.
+/// Returns which of the two libraries is innermost on the call stack. May allocate.
 CallOwner callOwner();
 
 /// Tells whether a function whose symbol contains `name` is on the call stack. May allocate.

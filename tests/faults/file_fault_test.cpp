@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every file operation of the module fails once: each error ends in the message of its step, and
-// what the standard library retries ends in the right bytes.
+// Every file operation of the module fails once. Each error ends in the message of its step; what
+// the standard library retries ends in the right bytes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The errors that each call returns in turn; 0 stands for fewer bytes than were asked for.
+/// The errors that each call returns in turn; 0 means fewer bytes than requested.
 constexpr std::array errors = {EIO, ENOSPC, EACCES, EMFILE, EINTR, 0};
 
 const Tree unpacked = {
@@ -36,7 +36,7 @@ std::string packed() {
            tarEntry("large", std::string(3000, 'l')) + tarEnd();
 }
 
-/// The calls that move bytes: they may move fewer than asked for.
+/// Tells whether a call moves bytes, and so may move fewer than requested.
 bool movesBytes(const std::string& call) {
     return call.starts_with("read ") || call.starts_with("write") || call.starts_with("fread ") ||
            call.starts_with("fwrite ");
@@ -91,7 +91,7 @@ FileReport FileFaults::call(FileFault fault) const {
     return disarmFileFaults();
 }
 
-/// Returns "done" when the destination is what it should be, or the message that was raised, with
+/// Returns "done" when the destination is as expected, otherwise the message that was raised, with
 /// the test's directory as ROOT.
 std::string FileFaults::ending() const {
     const auto error = standin::takePendingError();
@@ -106,8 +106,8 @@ std::string FileFaults::ending() const {
     return message.replace(root, root_.path().native().size(), "ROOT");
 }
 
-/// After a failure at `call`: an old archive is there until it has been opened, and an extraction
-/// leaves nothing.
+/// After a failure at `call`: an old archive is unchanged until it has been opened, and an
+/// extraction leaves nothing.
 void FileFaults::expectDestinationUntouched(const std::string& call) const {
     if (!scenario().makes) {
         EXPECT_FALSE(fs::exists(to()));
@@ -137,7 +137,7 @@ void FileFaults::inject(std::size_t number, const std::string& call, const char*
     }
 }
 
-/// Returns the step of the given occurrence, counted from 0, of `call`; null when there is none.
+/// Returns the step of the given occurrence, counted from 0, of `call`, or null when there is none.
 const Step* FileFaults::stepOf(const std::string& call, int occurrence) const {
     const Step* found = nullptr;
     for (const Step& step : scenario().steps) {

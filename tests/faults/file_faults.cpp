@@ -35,7 +35,7 @@ Injection& injection() {
     return object;
 }
 
-// Set apart so that calls before the object above exists find it false.
+// Separate, so that calls before the construction of the object above find it false.
 bool armed = false;
 
 std::string pathAt(int descriptor) {
@@ -45,7 +45,7 @@ std::string pathAt(int descriptor) {
     return length < 0 ? "?" : std::string(path.data(), static_cast<std::size_t>(length));
 }
 
-/// Returns `path` with the directory in the place of the descriptor through which the path leads.
+/// Returns `path` with the directory in place of the descriptor through which the path leads.
 std::string withoutDescriptor(const std::string& path) {
     const std::string descriptors = "/proc/" + std::to_string(getpid()) + "/fd/";
     if (!path.starts_with(descriptors)) return path;
@@ -74,8 +74,8 @@ auto pathOf(const char* path) {
     return [path] { return std::string(path); };
 }
 
-/// Records the call that `function` and `path` describe and tells whether it is the one that is to
-/// fail; errno is then the fault's error, else what it was.
+/// Records the call that `function` and `path` describe. Returns whether it is the one to fail.
+/// Then errno is the fault's error; otherwise it is unchanged.
 template <typename Path>
 bool isToFail(const char* function, const Path& path) {
     if (!armed) return false;
@@ -94,8 +94,8 @@ bool isToFail(const char* function, const Path& path) {
     return chosen;
 }
 
-/// Gives back -1 with the fault's error after the call has been made all the same: what was to be
-/// closed is not open any more.
+/// Returns -1 with the fault's error, although the call has been made: what was to be closed is no
+/// longer open.
 int failed() {
     errno = injection().fault.error;
     return -1;
@@ -103,7 +103,7 @@ int failed() {
 
 constexpr std::array seekNames = {"seek", "step", "seek to end"};
 
-/// The C library's own function in place of which the one in `name` was called.
+/// Returns the C library's own function that the one named `name` replaces.
 template <typename Function>
 Function* original(Function* /*type*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -235,7 +235,7 @@ size_t fread(void* bytes, size_t size, size_t count, FILE* file) {
     return ORIGINAL(fread)(bytes, size, chosen ? (count + 1) / 2 : count, file);
 }
 
-// To write nothing cannot fail; libc++ does so whenever it closes a file.
+// Writing nothing cannot fail; libc++ does so whenever it closes a file.
 size_t fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
     const bool chosen = count != 0 && isToFail("fwrite", pathOf(fileno(file)));
     if (chosen && errno != 0) return 0;

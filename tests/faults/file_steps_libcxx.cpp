@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What libc++ asks of the system.
+// The file operations of libc++.
 #include "tests/faults/file_steps.h"
 
 namespace vesk::testing {
@@ -13,7 +13,7 @@ const std::vector<Scenario>& scenarios() {
             {"stat ROOT", "Cannot create archive parent directory"},
             {"mkdir new", "Cannot create archive parent directory"},
             {"stat source", "Archive source does not exist"},
-            // A failed look whether it is a file is followed by one whether it is a directory.
+            // When the check for a file fails, a check for a directory follows.
             {"stat source", nullptr},
             {"stat source", "Archive source must be a file or directory"},
             {"opendir source", "Cannot enumerate archive source"},
@@ -88,7 +88,7 @@ const std::vector<Scenario>& scenarios() {
 const char* const readingFunction = "fread";
 const char* const directoryFunction = "opendir";
 
-// Its streams are those of C, which take EINTR and a short write for what they are: an error.
+// Its streams use C streams, which treat EINTR and a short write as errors.
 bool isRetried(const std::string& call, int error) {
     return call.starts_with("fread ") && error == 0;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What libstdc++ asks of the system.
+// The file operations of libstdc++.
 #include <cerrno>
 
 #include "tests/faults/file_steps.h"
@@ -15,7 +15,7 @@ const std::vector<Scenario>& scenarios() {
             {"stat ROOT", nullptr},  // what is asked about an ancestor, its mkdir finds out, too
             {"mkdir new", "Cannot create archive parent directory"},
             {"stat source", "Archive source does not exist"},
-            // A failed look whether it is a file is followed by one whether it is a directory.
+            // When the check for a file fails, a check for a directory follows.
             {"stat source", nullptr},
             {"stat source", "Archive source must be a file or directory"},
             {"openat source", "Cannot enumerate archive source"},
@@ -78,7 +78,7 @@ const std::vector<Scenario>& scenarios() {
 const char* const readingFunction = "read";
 const char* const directoryFunction = "openat";
 
-// Its streams read and write descriptors, again after EINTR.
+// Its streams read and write descriptors, and repeat a call after EINTR.
 bool isRetried(const std::string& /*call*/, int error) {
     return error == EINTR || error == 0;
 }

@@ -21,7 +21,7 @@ std::string (*reportOfTermination)() = nullptr;
     _exit(written ? 0 : 1);
 }
 
-// An exception must not carry the child on into the tests that come after this one.
+// An exception must not make the child continue with the following tests.
 std::string reportOf(const std::function<std::string()>& body) {
     try {
         return body();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Running a piece of a test in a child process, which it may end or leave in any state.
+// Running part of a test in a child process, which it may end or leave in any state.
 #pragma once
 
 #include <functional>
@@ -7,9 +7,9 @@
 
 namespace vesk::testing {
 
-/// Runs `body` in a child process and returns the text that it returned. What ends the child before
-/// gives "child failed" and the wait status; an std::terminate, where `atTermination` is given,
-/// what that returns.
+/// Runs `body` in a child process and returns the text that it returned. When something else ends
+/// the child, returns "child failed" and the wait status. When std::terminate ends it and
+/// `atTermination` is given, returns the result of that.
 std::string inChild(const std::function<std::string()>& body,
                     std::string (*atTermination)() = nullptr);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Archives that promise much and hold little are cheap to refuse, and long ones cost no more than
-// their length.
+// Archives with large declared sizes and little content are cheap to refuse. Long archives cost
+// only in proportion to their length.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -19,7 +19,7 @@
 
 namespace {
 
-/// File operations of the process so far.
+/// The number of file operations of the process so far.
 std::atomic<long> statCalls = 0;
 std::atomic<long> mkdirCalls = 0;
 std::atomic<long> openCalls = 0;
@@ -51,7 +51,7 @@ FILE* fopen64(const char* path, const char* mode) {
     return original(path, mode);
 }
 
-// Opens files for libc++.
+// libc++ opens files with this function.
 FILE* fopen(const char* path, const char* mode) {
     static auto* const original = next(static_cast<decltype(&::fopen)>(nullptr), "fopen");
     ++openCalls;
@@ -68,11 +68,11 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t mebibyte = 1024 * 1024;
 
-/// What a call of any kind may need: the decoder's pieces, streams, paths.
+/// The memory that any call may need: the decoder's pieces, streams, paths.
 constexpr std::size_t smallChange = 4 * mebibyte;
 
-/// How often the memory may hold an archive's output: twice, while the text that takes it grows.
-/// The string streams of libc++ 14 also copy the text that is taken from them.
+/// How many times the output of an archive may be in memory: twice, while the text for it grows.
+/// The string streams of libc++ 14 also copy the text when it is taken from them.
 #ifdef _LIBCPP_VERSION
 constexpr std::size_t outputCopies = 3;
 #else
@@ -83,17 +83,17 @@ const ArchiveCall& unpackNew(bool gzip) {
     return archiveCalls[gzip ? 6 : 2];
 }
 
-/// Returns a header block of an entry that claims the size that the twelve bytes `size` tell.
+/// Returns a header block of an entry whose declared size is given by the twelve bytes `size`.
 std::string headerClaiming(std::string_view size) {
     return sealed(patched(tarHeader("a"), 124, size));
 }
 
-/// Returns a member with `payload` that claims to hold `length` bytes.
+/// Returns a member with `payload` whose declared size is `length` bytes.
 std::string memberClaiming(const std::string& payload, std::uint32_t length) {
     return gzipHeader() + payload + littleEndian(0, 4) + littleEndian(length, 4);
 }
 
-/// An archive, how its extraction ends, and how many bytes of output it truly has.
+/// An archive, how its extraction ends, and the number of bytes of its real output.
 struct Lie {
     const char* name;
     bool gzip;
@@ -130,7 +130,7 @@ std::vector<Lie> lies() {
 }
 // clang-format on
 
-/// Returns this process's highest use of memory so far, in bytes.
+/// Returns the highest memory use of this process so far, in bytes.
 std::size_t peakMemory() {
     std::ifstream status("/proc/self/status");
     std::string line;
@@ -146,14 +146,14 @@ std::string endingOf(const ArchiveCall& call, const fs::path& from, const fs::pa
     return error ? error->message : "done";
 }
 
-/// Counts the host calls for the conversion of a path.
+/// The number of calls that convert a path.
 long pathConversions = 0;
 
 void countConversions(void* /*context*/, standin::HostCall call) {
     if (call == standin::HostCall::runtimeFsPath) ++pathConversions;
 }
 
-/// What an extraction cost.
+/// The cost of an extraction.
 struct Cost {
     long conversions;
     long stats;
@@ -183,7 +183,8 @@ std::string repeated(const std::string& text, int times) {
 }  // namespace
 
 TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
-    // Large blocks are always given back, so that no call profits from an earlier one's.
+    // Makes the allocator always return large blocks to the system, so that no call profits from
+    // blocks of an earlier one.
     mallopt(M_MMAP_THRESHOLD, 64 * 1024);
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
@@ -196,7 +197,7 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
                 endingOf(unpackNew(row.gzip), root / "archive", root / "out");
             return std::to_string(peakMemory() - before) + ' ' + ending;
         });
-        // The archive is given back once its payload has been copied, before any output.
+        // The archive is released once its payload has been copied, before any output.
         const std::size_t bound = row.archive.size() +
                                   std::max(row.archive.size(), outputCopies * row.output) +
                                   smallChange;
@@ -208,7 +209,7 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
     }
 }
 
-// Memory that is reserved and never used does not show above, but it can be refused.
+// Memory that is reserved but never used does not appear above, but allocating it can fail.
 TEST(LyingSizes, RoomIsTakenForThePayloadNotForTheDeclaredSize) {
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
@@ -227,7 +228,7 @@ TEST(LyingSizes, RoomIsTakenForThePayloadNotForTheDeclaredSize) {
     }
 }
 
-// A directory in place of files: the million entries all are one object.
+// Directories instead of files: all the million entries are one object.
 TEST(LongArchives, MillionHeadersCostTheSameEach) {
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
@@ -240,8 +241,8 @@ TEST(LongArchives, MillionHeadersCostTheSameEach) {
     EXPECT_EQ(readTree(root / "out"), (Tree{{"d/", ""}}));
 }
 
-// Empty but for the last: some file systems write out, each time, what has been written to a file
-// that was truncated.
+// Only the last file has content: some file systems write the content of a file to disk each time
+// before it is truncated.
 TEST(LongArchives, HundredThousandEntriesOfOneNameCostTheSameEach) {
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
@@ -250,7 +251,7 @@ TEST(LongArchives, HundredThousandEntriesOfOneNameCostTheSameEach) {
     EXPECT_EQ(cost.conversions, 2 + 2 * 100000L);
     EXPECT_LT(cost.stats, 100);
     EXPECT_LT(cost.mkdirs, 10);
-    // The archive's, and the first file's before its directory is there.
+    // One for the archive, and one for the first file before its directory exists.
     EXPECT_EQ(cost.opens, 100000 + 2);
     EXPECT_EQ(readTree(root / "out"), (Tree{{"d/f", "last"}}));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The raises on their way to the stand-in host.
+// Counts the raises before they reach the stand-in host.
 #include "tests/faults/raise_count.h"
 
 #include <dlfcn.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How often the module has raised a host exception.
+// Counting how often the module has raised an exception.
 #pragma once
 
 namespace vesk::testing {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Faults that the system itself makes: no room, limits of the process, and files that change while
-// they are read.
+// Faults that the system itself causes: full file systems, limits of the process, and files that
+// change while they are read.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
@@ -40,8 +40,8 @@ std::string endingOf(const ArchiveCall& call, const fs::path& root, const fs::pa
                                       : message.replace(found, root.native().size(), "ROOT");
 }
 
-/// Leaves less room than the files of these tests need: a file system of 64 KiB or, where this
-/// process may not mount one, files of at most 64 KiB.
+/// Makes the space smaller than the files of these tests: with a file system of 64 KiB or, where
+/// this process may not mount one, with a limit of 64 KiB for files.
 void leaveLittleRoom(const fs::path& directory) {
     if (unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
         mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k") == 0) {
@@ -60,7 +60,7 @@ void limitFileSize(const fs::path& /*directory*/) {
     setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-/// Lets `count` more files be open than there are.
+/// Allows `count` more open files than there are now.
 void allowDescriptors(rlim_t count) {
     std::vector<int> taken;
     for (rlim_t number = 0; number <= count; ++number)
@@ -96,8 +96,8 @@ void allowDescriptorsAgain() {
     allowDescriptors(4);
 }
 
-/// A call from `from` to work/new in a process that has been restricted, how it ends, and what is
-/// in the work directory then.
+/// A call from `from` to work/new in a restricted process, how it ends, and what is in the work
+/// directory afterwards.
 struct Restriction {
     const char* name;
     void (*restrict)(const fs::path& workDirectory);
@@ -126,14 +126,14 @@ const std::vector<Restriction> restrictions = {
     {"MakeFromFileWithOneDescriptor", allowOneDescriptor, true, "file", "done", "new"},
     {"UnpackWithOneDescriptor", allowOneDescriptor, false, "packed",
      "Cannot create staging directory", ""},
-    // The host holds three, and the file that is written takes one.
+    // The stand-in holds three, and the file that is written needs one.
     {"UnpackWithThreeDescriptors", allowThreeDescriptors, false, "packed",
      "Cannot write TAR entry", ""},
     {"UnpackWithFourDescriptors", allowFourDescriptors, false, "packed", "done", "new"},
 #endif
 };
 
-/// A change right before the module makes the file call `call`, and how its own call ends.
+/// A change right before the module makes the file call `call`, and how the module's own call ends.
 struct Change {
     const char* name;
     bool makes;

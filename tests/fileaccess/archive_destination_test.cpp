@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tests of the archive's destination: which paths may be used, and what writing leaves there.
+// Tests of the archive's destination: which paths may be used, and what is there after writing.
 #include "fileaccess/archive_destination.h"
 
 #include <fcntl.h>
@@ -245,8 +245,8 @@ TEST_F(ArchiveDestination, CannotCreateAnArchiveWithoutPermission) {
     EXPECT_EQ(readTree(dir.path()), (Tree{{"open/protected", "old"}, {"closed/old", "old"}}));
 }
 
-// A small archive fails only when it is closed, a large one while it is written. The link keeps the
-// device itself out of reach of a writer that would remove or rename what it cannot write.
+// A small archive fails only when it is closed, a large one while it is written. The link protects
+// the device from a writer that would remove or rename what it cannot write.
 TEST_F(ArchiveDestination, CannotFinalizeAnArchiveOnAFullDevice) {
     fs::create_symlink("/dev/full", archive);
     for (const std::size_t size : {1U, 100U, 5000000U}) {

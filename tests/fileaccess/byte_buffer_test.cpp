@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tests of ByteBuffer: what it holds, how it grows, what a move leaves and what it throws.
+// Tests of ByteBuffer: its content, how it grows, what a move leaves and what it throws.
 #include "fileaccess/byte_buffer.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 
 #include "tests/support/buffer_text.h"
 
-// Lets the sanitizers' allocator refuse what the C library's refuses, instead of ending the test.
+// Makes the sanitizers' allocator refuse what the C library's refuses, instead of ending the test.
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
@@ -46,11 +46,11 @@ TEST(ByteBuffer, BeginsEmpty) {
     expectEmpty(ByteBuffer());
 }
 
-// Leaves bytes other than zero in memory that an allocation may be given again.
+// Fills memory with other bytes than zero; a later allocation may get it.
 void soilMemory(std::size_t size) {
     void* const block = std::malloc(size);
     std::memset(block, 0xA5, size);
-    // The bytes are to be there although nobody reads them.
+    // Prevents the compiler from removing writes that nobody reads.
     asm volatile("" : : "r"(block) : "memory");
     std::free(block);
 }
@@ -106,7 +106,7 @@ TEST(ByteBuffer, AppendsZerosEvenInMemoryThatWasUsed) {
     }
 }
 
-// Sizes up to where blocks begin to be measured in large pages, and well beyond.
+// Sizes around the one from which blocks are large pages, and far beyond it.
 TEST(ByteBuffer, AtLeastDoublesItsCapacityWheneverItGrows) {
     ByteBuffer buffer;
     std::size_t capacity = 0;

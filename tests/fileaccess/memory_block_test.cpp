@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where blocks come from, what is advised for them, and that they keep their bytes.
+// Where blocks are allocated, what is advised for them, and that they keep their bytes.
 #include "fileaccess/memory_block.h"
 
 #include <dlfcn.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The calls of the code under test; the C library's own do not come by here.
+/// The calls of the code under test. The C library's own calls do not appear here.
 std::vector<std::string> calls;
 bool failsToMap = false;
 
@@ -29,7 +29,7 @@ void note(const char* call, std::size_t size) {
 
 }  // namespace
 
-// In place of the C library's.
+// Replace the functions of the C library.
 extern "C" {
 
 void* mmap(void* address, std::size_t size, int protection, int flags, int file,

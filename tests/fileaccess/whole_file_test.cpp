@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tests of reading a file whole: the sizes that are taken, both messages, and a file that changes
+// Tests of reading a whole file: which sizes are accepted, both messages, and a file that changes
 // between the size query and the read.
 #include "fileaccess/whole_file.h"
 
@@ -26,7 +26,7 @@
 
 namespace {
 
-/// What comes before a seek with a given `whence`: false makes the seek fail.
+/// Called before a seek with the given `whence`; false makes the seek fail.
 std::function<bool(int whence)> beforeSeek;
 
 bool seekFails(int whence) {
@@ -37,8 +37,8 @@ bool seekFails(int whence) {
 
 }  // namespace
 
-// File streams seek with one of these two functions, libstdc++'s with the first and libc++'s with
-// the second; they stand in front of the C library's.
+// File streams seek with one of these two functions: libstdc++ with the first, libc++ with the
+// second. They take precedence over those of the C library.
 extern "C" off64_t lseek64(int file, off64_t offset, int whence) noexcept {
     if (seekFails(whence)) return -1;
     static void* const original = dlsym(RTLD_NEXT, "lseek64");
@@ -60,7 +60,7 @@ using namespace vesk::testing;
 
 using Calls = std::vector<std::string>;
 
-/// Sets what comes before the seeks of its lifetime.
+/// Sets the hook for seeks, for as long as it lives.
 class SeekHook {
 public:
     explicit SeekHook(std::function<bool(int)> hook) { beforeSeek = std::move(hook); }
@@ -76,7 +76,7 @@ protected:
     RecordingHost host;
     ByteFile<std::ifstream> input;  // one for all that a test reads
 
-    /// Reads the file at `path` behind "before ".
+    /// Reads the file at `path` into a buffer that begins with "before ".
     std::string readBehind(const std::string& path) {
         ByteBuffer bytes = asBuffer("before ");
         zipReadFileBytes(path, input, bytes);

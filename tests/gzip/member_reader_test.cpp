@@ -19,7 +19,7 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-/// Both texts hold a word beforehand: a failure replaces the error, a success the content.
+/// Both texts are not empty before: a failure replaces the error, a success the content.
 struct Reading {
     bool done = false;
     GzipContent content = "old";
@@ -30,7 +30,7 @@ struct Reading {
 using Calls = std::vector<std::string>;
 
 Reading readMember(const std::string& member, RecordingHost& host, std::string errorText = "") {
-    // Exactly as large as the member, so that the sanitizer notices a byte read beyond it.
+    // Exactly as large as the member, so that a sanitizer notices a byte read beyond it.
     ByteBuffer bytes;
     if (!member.empty()) std::memcpy(bytes.extend(member.size()), member.data(), member.size());
     Reading reading;
@@ -112,7 +112,7 @@ TEST(GzipReader, DecodesEveryTypeOfDeflateBlock) {
     expectContent(readMember(gzipMember("hello")), "hello");
     const std::string megabyte(1 << 20, 'm');
     expectContent(readMember(gzipMember(megabyte)), megabyte);
-    // Bytes of all values, in an order that calls for dynamic codes.
+    // Bytes of all values, in an order that needs dynamic codes.
     std::string mixed;
     for (unsigned i = 0; i < 100000; ++i)
         mixed += static_cast<char>(i * i >> i % 7);
@@ -129,7 +129,8 @@ TEST(GzipReader, HandsTheInflaterTheWholePayloadTheSizeAndNothingElse) {
     const std::string stored = "\x01\x05\0\xFA\xFFhello"s;
     EXPECT_EQ(readMember(gzipHeader() + stored + trailer).calls,
               Calls{"inflateRaw(compressed=10, uncompressed=5, crc=0, error=word) = 1"});
-    // Only FHCRC asks for a checksum: of the ten bytes before it, from a register of all ones.
+    // Only FHCRC asks for a checksum: of the ten bytes before it, starting with a register of all
+    // ones.
     EXPECT_EQ(readMember(withHeaderChecksum(gzipHeader(2)) + stored + trailer).calls,
               (Calls{"crc32Update(ffffffff, 10)",
                      "inflateRaw(compressed=10, uncompressed=5, crc=0, error=word) = 1"}));
@@ -137,7 +138,7 @@ TEST(GzipReader, HandsTheInflaterTheWholePayloadTheSizeAndNothingElse) {
               Calls{"inflateRaw(compressed=10, uncompressed=5, crc=0, error=word) = 1"});
 }
 
-// Whether the length is right is the inflater's business; it gets all 32 bits of it, unsigned.
+// The inflater decides whether the length is right. It gets all 32 bits of it, unsigned.
 TEST(GzipReader, HandsTheSizeOnWithoutComparingIt) {
     RecordingHost host;
     host.inflateFailure = "as the inflater says";
@@ -202,7 +203,7 @@ TEST(GzipReader, MissesThePayloadOfAHeaderWithNothingButATrailerBehind) {
     }
 }
 
-// The trailer holds zeros, so that a search that went on into it would find its end there.
+// The trailer contains zeros. A search that continued into it would find its end there.
 TEST(GzipReader, NamesTheFieldInWhichAHeaderIsCutShort) {
     const std::string header =
         withHeaderChecksum(gzipHeader(31) + "\x03\0xyz"s + "name\0"s + "comment\0"s);
@@ -221,7 +222,7 @@ TEST(GzipReader, NamesTheFieldInWhichAHeaderIsCutShort) {
     }
 }
 
-// Each optional field alone, with the last eight bytes reaching into it.
+// Each optional field alone, so long that it extends into the last eight bytes.
 TEST(GzipReader, DoesNotReadHeaderFieldsOutOfTheTrailer) {
     struct Row {
         std::string header;
@@ -253,7 +254,7 @@ TEST(GzipReader, NoticesEveryFlippedBitOfACheckedHeader) {
     const std::string fields = gzipHeader(2 | 4) + "\x02\0xy"s;
     const std::string rest = rawDeflate(content) + gzipTrailer(content);
     const std::string header = withHeaderChecksum(fields);
-    // MTIME, XFL and OS, what the extra field holds, and the checksum itself.
+    // MTIME, XFL and OS, the content of the extra field, and the checksum itself.
     for (std::size_t bit = 0; bit < header.size() * 8; ++bit) {
         const std::size_t byte = bit / 8;
         if (byte < 4 || byte == 10 || byte == 11) continue;

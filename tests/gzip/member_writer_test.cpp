@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Tests of writing a gzip member: its bytes, how content is cut into blocks, and that another
-// decoder takes it.
+// decoder accepts it.
 #include "gzip/member_writer.h"
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ std::string memberOf(std::string_view content) {
     return asText(gzipWriteMember(asBytes(content)));
 }
 
-/// Returns `size` bytes of which any two neighbours and any two blocks differ.
+/// Returns `size` bytes in which neighbouring bytes and neighbouring blocks differ.
 std::string exampleContent(std::size_t size) {
     std::string content(size, '\0');
     for (std::size_t i = 0; i < size; ++i) {
@@ -44,7 +44,7 @@ std::string exampleContent(std::size_t size) {
     return content;
 }
 
-// Names the first difference; blocks of this size are no reading matter.
+// Prints only the first difference, since the blocks are too large to print.
 void expectSame(const std::string& actual, const std::string& expected) {
     ASSERT_EQ(actual.size(), expected.size());
     for (std::size_t i = 0; i < actual.size(); ++i) {
@@ -130,8 +130,8 @@ TEST(GzipMemberWriter, FillsTheBufferThatItReservedAndNoOther) {
     }
 }
 
-/// Returns what zlib decodes from the gzip member `member`, all of which it must take; zlib checks
-/// CRC32 and ISIZE.
+/// Returns the content that zlib decodes from the gzip member `member`, which it must use up; zlib
+/// checks CRC32 and ISIZE.
 std::string decoded(std::string member, std::size_t contentSize) {
     z_stream stream{};
     if (inflateInit2(&stream, 15 + 16) != Z_OK) throw std::runtime_error("inflateInit2 failed");
@@ -165,7 +165,7 @@ TEST(GzipMemberWriter, ThrowsALengthErrorForContentThatNoMemberCanHold) {
     RecordingHost host;
     const std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max();
     try {
-        // Nothing of the content is touched before the reservation.
+        // The content is not read before the memory is reserved.
         gzipWriteMember({asBytes("x").data(), tooMuch});
         FAIL() << "nothing thrown";
     } catch (const std::length_error& error) {
@@ -177,7 +177,7 @@ TEST(GzipMemberWriter, ThrowsALengthErrorForContentThatNoMemberCanHold) {
 // With 32 bits there is no content of such a size.
 #if SIZE_MAX > UINT32_MAX
 
-/// Zero bytes that take no memory of their own.
+/// Zero bytes that need no memory of their own.
 class ManyZeros {
 public:
     explicit ManyZeros(std::size_t size)

@@ -55,10 +55,10 @@ COUNTS = CRC + "counts in 64 bits"
 SIZE = INFLATE + "refuses a wrong declared size"
 INFLATE_TEXT = INFLATE + "replaces the error text when it refuses"
 
-# Not a line about the library: printed in every report.
+# Not a line about the library: it is in every report.
 NOT_CALLED = "modeIsOverwrite: is not called here, since only the runtime can make a handle"
 
-# The defect, the lines that fail, the lines that become notes.
+# The defect, the requirements that fail, those that become notes.
 DEFECTS = [
     ("raise throws", {RETURNS}, set()),
     ("raise throws control characters", {RETURNS}, set()),
@@ -158,18 +158,18 @@ DEFECTS = [
     ("inflate ignores what follows", set(), {INFLATE + "refuses data after the final block"}),
 ]
 
-# Defects that more than one line must notice.
+# Defects that more than one requirement must notice.
 WIDE_DEFECTS = [
     ("paths become absolute", {NAMES, PUNCTUATION, BYTES, DOTS}),
     ("staging is renamed from elsewhere", {MOVES_EVERYTHING}),
 ]
 
-# Each function's presence is one, too.
+# The presence of each function is a requirement, too.
 REQUIREMENTS = len(FUNCTIONS) + len(set().union(*(failing for _, failing, _ in DEFECTS)))
 
 NONE_THERE = f"\n{len(FUNCTIONS)} requirements, {len(FUNCTIONS)} failed\n"
 
-# What a host may do: no line minds it.
+# What a runtime may do: no requirement objects.
 HARMLESS = [
     "raise starts a helper process",
     "raise copies by way of the heap",
@@ -177,7 +177,7 @@ HARMLESS = [
     "staging is named through a descriptor",
 ]
 
-# The end of the line that says what was expected and what came.
+# The end of the line: what was expected and what came.
 EXPLANATIONS = [
     ("raise throws", "; expected that the call returns; came an exception: IOException"),
     ("raise throws control characters", r"; came an exception: \033[2J\012IOException"),
@@ -225,7 +225,7 @@ class Reports(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         defects = [row[0] for row in DEFECTS + WIDE_DEFECTS] + HARMLESS
-        # Hosts that stage elsewhere leave something there.
+        # Runtimes that stage elsewhere leave something there.
         with tempfile.TemporaryDirectory() as directory, \
                 concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             results = pool.map(
@@ -242,7 +242,8 @@ class Reports(unittest.TestCase):
         self.assertEqual(run(WRONG_HOST), self.standin)
 
     def test_what_a_host_may_do_passes_every_line(self):
-        # A helper process that lived on would hold standard error open, whose end run waits for.
+        # A helper process that lives on would keep standard error open, and run() waits for its
+        # end.
         for deed in HARMLESS:
             with self.subTest(deed=deed):
                 self.assertEqual(self.reports[deed], self.standin)
@@ -368,7 +369,7 @@ class Interruptions(unittest.TestCase):
     def test_a_reader_that_has_gone_leaves_nothing_behind(self):
         program, hanging = self.start()
         program.stdout.close()
-        # The trial's end is the next thing to be reported.
+        # The end of the trial is reported next.
         os.kill(hanging, signal.SIGKILL)
         with program.stderr:
             self.assertEqual(program.wait(timeout=PATIENCE), -signal.SIGPIPE)

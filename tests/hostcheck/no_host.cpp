@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A library that has none of the nine functions and, when VESK_DEFECT says so, cannot even be
-// loaded.
+// A library without the nine functions. When VESK_DEFECT says so, it cannot even be loaded.
 #include <cstdlib>
 #include <string_view>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A host with the one defect that VESK_DEFECT names; in all else it does as the stand-in host does.
+// A runtime with the one defect that VESK_DEFECT names. Otherwise it behaves like the stand-in
+// host.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,7 +31,7 @@ bool has(std::string_view defect) {
     return chosen != nullptr && chosen == defect;
 }
 
-// The stand-in host's own version of `function`, found by the name that this library exports.
+// Returns the stand-in's own version of `function`, found by the name that this library exports.
 template <typename Function>
 Function* standIn(Function* function) {
     static void* const library = vesk::testing::loadLibrary(VESK_STANDIN_HOST_PATH);
@@ -42,14 +43,14 @@ Function* standIn(Function* function) {
 const char* keptMessage = nullptr;
 bool hasRaised = false;
 
-/// Never looked at; whoever writes to it is not asked why.
+/// Never read; `volatile` keeps the compiler from removing the writes.
 struct KeptUnread {
     const char* volatile text;
 };
 thread_local KeptUnread keptByThread{};
 KeptUnread* volatile keptOnTheHeap = nullptr;
 
-/// Copies both texts, of which it notes the places at the end of a block that it then frees.
+/// Copies both texts, and stores their addresses at the end of a block that it then frees.
 void copyByWayOfTheHeap(const char* className, const char* message) {
     for (const std::size_t size : {32U, 512U, 2000U, 100000U}) {
         auto* const places = static_cast<KeptUnread*>(std::malloc(size));
@@ -69,15 +70,14 @@ void keepStrings(const char* className, const char* message) {
     if (has("raise copies by way of the heap")) copyByWayOfTheHeap(className, message);
 }
 
-/// Says which process it is that hangs.
+/// Prints the number of the process that hangs.
 void hang() {
     std::fprintf(stderr, "%d\n", static_cast<int>(getpid()));
     for (;;)
         pause();
 }
 
-/// Like a runtime that has a process of its own for something, which has all files open that it
-/// has.
+/// Behaves like a runtime that starts a helper process, which inherits all open files.
 void startHelper() {
     if (fork() != 0) return;
     for (;;)
@@ -92,7 +92,7 @@ void doWrongAfterRaise(std::string_view message) {
     if (has("raise starts a helper process")) startHelper();
     if (has("raise throws")) throw std::runtime_error("IOException");
     if (has("raise throws control characters")) throw std::runtime_error("\x1B[2J\nIOException");
-    // Once only, or every line would wait for it.
+    // Only once, or every requirement would wait for it.
     if (message != "Archive already exists") return;
     if (has("raise aborts beside a helper process")) startHelper();
     if (has("raise aborts") || has("raise aborts beside a helper process")) std::abort();
@@ -117,7 +117,7 @@ std::string changedText(std::string text) {
     return text;
 }
 
-/// Staging paths that are not those of the stand-in host, with those.
+/// Staging paths that differ from those of the stand-in, each with its original.
 std::map<std::string, std::string>& renamed() {
     static std::map<std::string, std::string> paths;
     return paths;
@@ -128,8 +128,8 @@ fs::path standInsName(const fs::path& staging) {
     return found == renamed().end() ? staging : fs::path(found->second);
 }
 
-/// Gives the staging directory a name through a descriptor, which is closed as soon as it is of no
-/// use any more.
+/// Gives the staging directory a name through a descriptor, which is closed when it is no longer
+/// needed.
 class DescriptorName {
 public:
     static void give(fs::path& staging) {
@@ -156,8 +156,8 @@ bool goesUp(const fs::path& path) {
     return std::find(path.begin(), path.end(), "..") != path.end();
 }
 
-/// Tells whether the destination is given by its own name and not by way of dots or a link. What is
-/// done wrong to these only is not found by lines about the others, too.
+/// Tells whether the destination is given by its own name, without dots or a link. A defect for
+/// these destinations only is not found by the requirements for the others.
 bool isPlain(const fs::path& destination) {
     return destination.has_filename() && destination == destination.lexically_normal() &&
            !fs::is_symlink(destination);
@@ -172,7 +172,7 @@ fs::path misread(const fs::path& destination) {
     return destination;
 }
 
-/// Puts the staging directory's name behind the destination's parent as that is spelled.
+/// Puts the staging directory's name after the destination's parent as that is spelled.
 void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
     const fs::path parent = destination.parent_path();
     const fs::path name = parent / fs::canonical(staging).lexically_relative(fs::canonical(parent));
@@ -180,8 +180,8 @@ void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
     staging = name;
 }
 
-/// Lets everybody into the staging directory, and into what leads there from beside the
-/// destination.
+/// Lets everybody into the staging directory and into all directories between it and the
+/// destination's directory.
 void openToEverybody(const fs::path& destination, const fs::path& staging) {
     fs::path directory = fs::canonical(destination.parent_path());
     for (const fs::path& name : fs::canonical(staging).lexically_relative(directory)) {
@@ -209,7 +209,7 @@ bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
         fs::copy(staging, back, fs::copy_options::recursive, failure);
         fs::remove_all(staging);
     } else {
-        // The stand-in host commits the directory that it made and no other.
+        // The stand-in commits only the directory that it made.
         for (const auto& entry : fs::directory_iterator(staging, failure))
             if (!failure) fs::rename(entry, back / entry.path().filename(), failure);
         if (!failure) fs::remove(staging);
@@ -229,11 +229,11 @@ bool mayReplace(const fs::path& destination, bool overwrite) {
            (acceptsEmpty && isEmptyDirectory(destination));
 }
 
-/// What the last staging directory was made for.
+/// The destination for which the last staging directory was made.
 fs::path lastDestination;
 bool lastMayReplace = false;
 
-/// Changes the error text as a function must not that `failed` or succeeded.
+/// Changes the error text as a function that `failed` or succeeded must not.
 void spoil(std::string_view function, bool failed, const std::string& before, std::string& error) {
     const auto is = [&](const char* what) { return has(std::string(function) + what); };
     if (!failed && is(" clears the error text")) error.clear();
@@ -259,7 +259,7 @@ void keepOldFiles(const fs::path& destination, const fs::path& staging) {
                  fs::copy_options::recursive | fs::copy_options::skip_existing);
 }
 
-/// Does to what symbolic links in the tree lead to as a deletion does that follows them.
+/// Changes the targets of symbolic links in the tree, as a deletion that follows them does.
 void followLinks(const std::string& function, const fs::path& tree) {
     if (!fs::is_directory(tree)) return;
     for (const auto& entry : fs::recursive_directory_iterator(tree)) {
@@ -275,7 +275,7 @@ void followLinks(const std::string& function, const fs::path& tree) {
 void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
     if (!fs::exists(staging)) return;
     if (has("staging holds a lock file")) fs::remove(staging / ".lock");
-    // Not into every tree, or lines about other things would find it, too.
+    // Not in every tree, or other requirements would find it, too.
     if (has("commit adds a file") && fs::exists(staging / "hollow"))
         std::ofstream(staging / ".index");
     if (has("commit drops empty directories")) dropEmptyDirectories(staging);
@@ -300,7 +300,7 @@ void emptyNeighbours(const fs::path& destination) {
         if (entry.is_regular_file()) std::ofstream(entry.path(), std::ios::trunc);
 }
 
-/// What is done to the destination's neighbours by a commit.
+/// The changes to the destination's neighbours by a commit.
 void doWrongBesideDestination(const fs::path& destination) {
     const std::string name = destination.native();
     if (has("commit leaves a file")) std::ofstream(destination.parent_path() / ".committed");
@@ -312,7 +312,7 @@ void doWrongBesideDestination(const fs::path& destination) {
         if (entry.path().filename() != destination.filename()) fs::remove_all(entry);
 }
 
-/// Returns what zlib makes of the data, which may be followed by other bytes.
+/// Returns what zlib decodes from the data, which may be followed by other bytes.
 std::optional<std::string> decodedByZlib(const std::string& packed, std::size_t& rest) {
     z_stream stream{};
     inflateInit2(&stream, -15);

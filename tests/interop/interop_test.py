@@ -23,12 +23,12 @@ import unittest
 sys.path.append(str(pathlib.Path(__file__).parents[1] / "support"))
 from trees import read_tree, write_tree
 
-# Names are bytes throughout, and no tool may translate them or its messages.
+# Names are bytes throughout; no tool may translate them or its messages.
 ENVIRONMENT = {**os.environ, "LC_ALL": "C", "TZ": "UTC"}
 
 EMULATOR = shlex.split(os.environ.get("VESK_EMULATOR", ""))
 
-# The memory file system, where there is one: thousands of files are made and deleted.
+# The memory file system, if there is one: thousands of files are made and deleted.
 SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
 
 
@@ -50,7 +50,7 @@ def name_of_length(length):
     return (b"component/" * 30)[:length - 1].rstrip(b"/").ljust(length - 1, b"d") + b"f"
 
 
-# Names that every tool takes as they are, short enough for all of them to store in one field.
+# Names that every tool accepts unchanged, short enough for one field in every format.
 SHORT_NAMES = {
     b"hello.txt": b"Hello, tar!\n",
     b"empty": b"",
@@ -199,7 +199,7 @@ class OtherToolsReadOurArchives(InteropTestCase):
 class TarfileWritesTheSameBytes(InteropTestCase):
     def setUp(self):
         super().setUp()
-        # How far tarfile fills up an archive with zeros; one block adds nothing.
+        # The size to which tarfile fills up an archive with zeros; one block adds nothing.
         self.addCleanup(setattr, tarfile, "RECORDSIZE", tarfile.RECORDSIZE)
         tarfile.RECORDSIZE = 512
 
@@ -229,7 +229,8 @@ class TarfileWritesTheSameBytes(InteropTestCase):
         self.assert_same_bytes(SHORT_NAMES)
 
     def test_and_so_the_same_digest_on_every_machine(self):
-        # Of what tarfile writes; for gzip, of that with Python's zlib.crc32 in five stored blocks.
+        # Of what tarfile writes; for gzip, of that stream in five stored blocks with zlib.crc32 of
+        # Python.
         digests = {
             "made.tar": "11b2d3b08ccea7d02eb4d633a1c0f8a1e51bffc5712774613db374100d01ba69",
             "made.tgz": "e6df482ec71cb3510609ffe38a831ce26cf59391ac803331d916e43877da3190",
@@ -280,7 +281,7 @@ def real_tree():
     return tree
 
 
-# The command, run in the tree, that writes the named entries of it to an archive.
+# The command, run in the tree, that writes its named entries to an archive.
 USTAR_WRITERS = [
     ("GNU tar", ["tar", "--format=ustar", "-cf"]),
     ("GNU tar, gzip", ["tar", "--format=ustar", "-I", "gzip -6", "-cf"]),
@@ -338,7 +339,7 @@ class WeUnpackArchivesOfARealTree(InteropTestCase):
                     shutil.rmtree(extracted)
 
 
-# Commands that write an archive of the tree in which they run, and what must come out of it.
+# Commands that write an archive of the tree in which they run, and the expected result.
 SMALL_TREE = {b"a": b"first\n", b"d/b": b"second\n", b"d/e/c": b"x" * 1000}
 ACCEPTED = [
     ("GNU tar, its own format", "tar --format=gnu -cf $OUT a d"),
@@ -438,7 +439,7 @@ class Shell(InteropTestCase):
         archive.unlink(missing_ok=True)
         write_tree(source, SMALL_TREE)
         long_name = os.fsdecode(name_of_length(180))
-        # bash, as tools that write to a closed pipe end with a status of no interest.
+        # bash, since tools that write to a closed pipe end with a status that does not matter.
         done = subprocess.run(["bash", "-ec", command], cwd=source, capture_output=True,
                               env={**ENVIRONMENT, "OUT": str(archive), "LONG": long_name})
         self.assertEqual(done.returncode, 0, done.stderr)

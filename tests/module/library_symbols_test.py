@@ -41,10 +41,10 @@ IMPORTS = {
     f"{STRING}&)",
 }
 
-# What the start-up code of every library refers to, without requiring it.
+# References of the start-up code of every library, which need not be resolved.
 START_UP_IMPORTS = {"__gmon_start__", "_ITM_registerTMCloneTable", "_ITM_deregisterTMCloneTable"}
 
-# Data of the standard library's own headers, instantiated here when nothing is optimised.
+# Data from headers of the standard library, instantiated here when nothing is optimised.
 STANDARD_DATA = re.compile(
     r"((vtable|VTT|typeinfo|typeinfo name|construction vtable) for )?(std|__gnu_cxx|__pstl)::")
 
@@ -112,7 +112,7 @@ def problems(library, plain):
     found = differences("export", EXPORTS, exports(library))
     found += differences("import", IMPORTS, imports(library))
     objects = data_objects(library)
-    # Without this, a stripped library would pass unseen.
+    # Without this check, every stripped library would pass.
     if "_DYNAMIC" not in objects:
         found.append("no full symbol table")
     found += [f"data object: {name}" for name in sorted(objects - data_objects(plain))
@@ -124,7 +124,7 @@ def problems(library, plain):
     return found
 
 
-# The four functions and nothing else; together they call all nine of the host.
+# The four functions and nothing else. Together they call all nine functions of the runtime.
 MINIATURE = """
 #include <istream>
 #include <ostream>
@@ -150,7 +150,7 @@ void vesk_io_archives_TgzArchiver_makeArchive(void* in, const char* text, const 
 void vesk_io_archives_TgzArchiver_unpackArchive(void*, const char*, const char*, void*) {}
 """
 
-# What is added beside the miniature, and what must be said of it.
+# What is added to the miniature, and the expected finding.
 ADDITIONS = [
     ("[[gnu::used]] static int counter;", "data object: counter"),
     ("[[gnu::used]] static int counters[9];", ".bss has"),
@@ -170,13 +170,13 @@ ADDITIONS = [
      "import too many: stranger"),
 ]
 
-# What is replaced in the miniature, and what must be said of it.
+# What is replaced in the miniature, and the expected finding.
 REPLACEMENTS = [
     ("Vesk_hasPendingError() == 0", "text != nullptr", "import missing: Vesk_hasPendingError"),
     ("archives::removeExtractionTree(staging);", "", f"import missing: {ARCHIVES}removeExtract"),
 ]
 
-# What is replaced in the list of exports, and what must be said of it.
+# What is replaced in the list of exports, and the expected finding.
 OTHER_EXPORTS = [
     ("vesk_io_archives_TgzArchiver_unpackArchive;", "",
      "export missing: vesk_io_archives_TgzArchiver_unpackArchive"),

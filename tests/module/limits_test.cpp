@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The one limit on file sizes is found before any memory is taken for the file.
+// A file that exceeds the limit on file sizes is refused before memory is allocated for it.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -20,13 +20,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// One byte more than a file may hold.
+/// One byte more than a file may have.
 constexpr std::uintmax_t tooLarge = 4294967296;
 
 /// The most memory, in KiB, that a refused call may have touched.
 constexpr long memoryLimit = 50 * 1024;
 
-/// The largest amount of memory, in KiB, that this process has held so far.
+/// Returns the largest amount of memory, in KiB, that this process has had so far.
 long peakMemory() {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
@@ -35,14 +35,14 @@ long peakMemory() {
     throw std::runtime_error("no VmHWM");
 }
 
-/// Makes a file without contents that has the size `size`.
+/// Makes a sparse file of the size `size`.
 void writeSparseFile(const fs::path& path, std::uintmax_t size) {
     writeFile(path, "");
     fs::resize_file(path, size);
 }
 
-/// Runs `call` in a process of its own, whose peak of memory starts at what it holds then. Returns
-/// the message that was raised, with a remark when the call took more memory than allowed.
+/// Runs `call` in its own process, whose peak of memory starts at its current use. Returns the
+/// message that was raised, with a remark when the call used more memory than allowed.
 std::string messageWithinMemory(const std::function<void()>& call) {
     return asOrdinaryUser([&] {
         RecordingHost host;
@@ -95,7 +95,7 @@ TEST_P(Limits, TooLargeArchiveIsRefusedInLittleMemory) {
     EXPECT_FALSE(fs::exists(directory_ / "out"));
 }
 
-// Shows that the measure of the tests above sees the memory that a file takes.
+// Shows that the measurement of the tests above notices the memory for a file.
 TEST_P(Limits, MemoryOfAnAcceptedFileIsSeen) {
     writeSparseFile(directory_ / "archive", 100 * 1024 * 1024);
     EXPECT_NE(messageWithinMemory([&] {

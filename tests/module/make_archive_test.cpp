@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tests of the two exported makeArchive functions: every message, with the whole sequence of host
-// calls that leads to it, and what is on disk afterwards.
+// Tests of the two exported makeArchive functions: every message, with the whole sequence of calls
+// that leads to it, and what is on disk afterwards.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -60,12 +60,13 @@ protected:
     const std::string source = (dir / "source").native();
     const std::string archive = (dir / "archive").native();
 
-    /// Returns the calls that judge the archive's destination.
+    /// Returns the calls that check the archive's destination.
     static Calls judged(const std::string& path, bool overwrite) {
         return {converted(path), "modeIsOverwrite(mode) = "s + (overwrite ? "1" : "0")};
     }
 
-    /// Returns the calls that build the stream of `entryCount` entries, the last question included.
+    /// Returns the calls that build the stream of `entryCount` entries, including the last
+    /// question.
     Calls built(std::size_t entryCount) const {
         return Calls{converted(source)} + Calls(1 + 2 * entryCount + 1, notPending);
     }
@@ -76,7 +77,7 @@ protected:
         return {"crc32Update(ffffffff, " + std::to_string(size) + ")"};
     }
 
-    /// Returns the archive that holds the TAR stream `tar`, which must fit one block.
+    /// Returns the archive that contains the TAR stream `tar`, which must fit one block.
     std::string holding(const std::string& tar) const {
         if (container == Container::tar) return tar;
         const auto size = static_cast<std::uint32_t>(tar.size());
@@ -88,8 +89,8 @@ protected:
         makeArchive(container, source.c_str(), archive.c_str(), overwrite);
     }
 
-    /// Makes an archive once as the user that runs the tests: another one may be unable to load the
-    /// module from where it was built, but can use it once it is loaded.
+    /// Makes an archive once as the user that runs the tests. An ordinary user may be unable to
+    /// load the module from where it was built, but can use it once it is loaded.
     void loadModule() const {
         const TempDir elsewhere;
         RecordingHost host;
@@ -97,8 +98,8 @@ protected:
         ASSERT_EQ(host.raiseCount, 0);
     }
 
-    /// Runs `body` as an ordinary user in the directory, which becomes open to all, and returns the
-    /// calls that it made.
+    /// Runs `body` as an ordinary user in the directory, which is opened to all. Returns the calls
+    /// that it made.
     std::string callsAsOrdinaryUser(const std::function<void()>& body) const {
         loadModule();
         fs::permissions(dir.path(), fs::perms::all);
@@ -148,7 +149,7 @@ TEST_P(MakeArchive, WritesTheWholeOfALargeArchive) {
     RecordingHost host;
     make();
     EXPECT_EQ(host.calls, judged(archive, false) + built(1) + wrapped(201728));
-    // Four blocks of 65535 bytes at the most.
+    // At most four blocks of 65535 bytes.
     EXPECT_EQ(fs::file_size(archive), container == Container::tar ? 201728U : 201766U);
 }
 
@@ -221,8 +222,8 @@ struct BadSource {
     std::string message;
 };
 
-// Every message of the building but "Cannot read file", which names a path (below), and "TAR
-// numeric field is too large", which sizes of files that can be read rule out.
+// Every message of the building except "Cannot read file", which names a path (below), and "TAR
+// numeric field is too large", which is unreachable: no file that can be read is so large.
 std::vector<BadSource> badSources() {
     return {
         {"missing", [](const std::string&) {}, 0, "Archive source does not exist"},
@@ -261,7 +262,7 @@ TEST_P(MakeArchive, WritesNothingWhenTheStreamCannotBeBuilt) {
             EXPECT_EQ(host.calls, judged(fresh, false) + failed);
             EXPECT_EQ(host.pendingMessage, bad.message);
         }
-        // The parents stay although nothing comes into them.
+        // The parents stay although no archive is written.
         EXPECT_EQ(readTree(dir / "made"), (Tree{{"deep/", ""}}));
 
         writeFile(archive, "old");
@@ -358,8 +359,7 @@ TEST_P(MakeArchive, CannotCreateAnArchiveWithoutPermission) {
 }
 
 TEST_P(MakeArchive, CannotFinalizeAnArchiveOnAFullDevice) {
-    // The link keeps the device itself out of reach of a writer that would remove or rename what it
-    // cannot write.
+    // The link protects the device from a writer that would remove or rename what it cannot write.
     fs::create_symlink("/dev/full", archive);
     // A small archive fails when it is closed, a large one while it is written.
     for (const std::size_t size : {0U, 500000U}) {
@@ -387,7 +387,7 @@ TEST_P(MakeArchive, LeavesThePartThatWasWrittenBeforeTheDiskWasFull) {
     EXPECT_EQ(readFile(archive), holding(tar).substr(0, 10000));
 }
 
-// What happens to the destination while the stream is being built, right before the last question.
+// Changes of the destination while the stream is being built, right before the last question.
 class MakeArchiveMeanwhile : public MakeArchive {
 protected:
     const std::string path = (dir / "parent/archive").native();
@@ -426,7 +426,7 @@ TEST_P(MakeArchiveMeanwhile, CreatesAParentThatWasRemovedOnceMore) {
     EXPECT_EQ(readFile(path), holding(archivedEntry("source", "x") + archivedEnd()));
 }
 
-// The destination is judged once; an archive that appears later is written over.
+// The destination is checked only once: an archive that appears later is overwritten.
 TEST_P(MakeArchiveMeanwhile, WritesOverAnArchiveThatAppeared) {
     const Calls calls = makeWhile([&] { writeFile(path, std::string(9999, 'o')); });
     EXPECT_EQ(calls, judged(path, false) + built(1) + wrapped(2048));
@@ -463,7 +463,7 @@ TEST_P(MakeArchive, StopsSilentlyAtAnExceptionThatWasPendingBefore) {
     }
 }
 
-// An exception that is pending already is neither looked for on entry nor cleared.
+// The method neither asks for a pending exception on entry nor clears it.
 TEST_P(MakeArchive, RaisesWithoutRegardToAPendingException) {
     RecordingHost host;
     host.pendingClass = host.pendingMessage = "earlier";
@@ -519,7 +519,7 @@ TEST_P(MakeArchive, LetsANativeExceptionOfTheHostThroughWithoutRaisingOrWriting)
     writeTree(source, {{"a", "x"}, {"b", "y"}});
     writeFile(archive, "old");
     const Calls all = judged(archive, true) + built(2);
-    // The conversions and questions among those calls; a question that throws is not recorded.
+    // The conversions and questions among those calls. A question that throws is not recorded.
     for (const std::size_t call : {0U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
         SCOPED_TRACE(call);
         RecordingHost host;

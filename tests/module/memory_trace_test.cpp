@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What calls leave in the memory of the process that makes them: nothing.
+// Calls leave nothing behind in the memory of the process that makes them.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -15,8 +15,8 @@ namespace vesk::testing {
 
 namespace {
 
-/// The process's mappings: how many there are of each name, permissions and flags. Sizes are left
-/// out, since the allocator's heap grows with what the test itself keeps.
+/// Returns the process's mappings: the number for each name, permissions and flags. Sizes are
+/// omitted, since the allocator's heap grows with the memory of the test itself.
 std::map<std::string, int> mappings() {
     std::map<std::string, int> result;
     std::ifstream file("/proc/self/smaps");
@@ -62,7 +62,7 @@ protected:
 }  // namespace
 
 TEST_P(MemoryTrace, CallsLeaveTheMappingsAndFlagsThatWereThereBefore) {
-    // What libraries set up when they are first used is there from then on.
+    // What libraries set up on their first use stays from then on.
     makeAndUnpack(0);
     const std::map<std::string, int> before = mappings();
     EXPECT_EQ(adviceOnLargePages(before), 0);

@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A hundred files in three directories, with contents of every remainder class of the block size.
+/// A hundred files in three directories, with sizes of every remainder of the block size.
 Tree exampleTree() {
     Tree tree;
     for (unsigned number = 0; number < 100; ++number) {
@@ -42,8 +42,8 @@ void writeInReverse(const fs::path& root, const Tree& tree) {
     }
 }
 
-/// Gives every file and directory below `root` permissions, a time and, where that is allowed, an
-/// owner of its own.
+/// Gives every file and directory below `root` other permissions, another time and, where that is
+/// allowed, another owner.
 void changeAttributes(const fs::path& root) {
     constexpr std::array<mode_t, 4> modes{0400, 0755, 06755, 0666};
     unsigned number = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whatever goes into an archive comes out again, or is refused as predicted by rules of its own.
+// Every tree comes back from an archive, or is refused as independent rules predict.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,7 +30,7 @@ const char* nameOf(Container container) {
     return container == Container::tar ? "tar" : "tgz";
 }
 
-/// Bytes as a message can show them.
+/// Returns the bytes in a form that a message can show.
 std::string shown(std::string_view bytes) {
     std::string text;
     for (const char character : bytes) {
@@ -42,7 +42,7 @@ std::string shown(std::string_view bytes) {
     return text;
 }
 
-/// Numbers that depend on the seed alone, with every standard library.
+/// Random numbers that depend on the seed alone, with every standard library.
 class Random {
 public:
     explicit Random(std::uint64_t seed) : engine_(seed) {}
@@ -67,14 +67,14 @@ private:
     std::mt19937_64 engine_;
 };
 
-/// Which names a random tree may hold.
+/// The names that a random tree may contain.
 struct NameRules {
     bool refusedByReader = false;
     bool tooLong = false;
 };
 
-/// A name can be stored when it fits one field of 100 bytes, or when some slash leaves at most 155
-/// bytes before it and at most 100 after it.
+/// Tells whether a name can be stored: in one field of 100 bytes, or split at a slash with at most
+/// 155 bytes before and 100 bytes after it.
 bool isStorable(const std::string& name) {
     if (name.size() <= 100) return true;
     for (std::size_t slash = 0; slash < name.size(); ++slash) {
@@ -118,8 +118,8 @@ std::string randomName(Random& random, const NameRules& rules) {
     return name;
 }
 
-/// Tells whether a file named `name` would need a directory where the tree has a file, or the
-/// other way round.
+/// Tells whether a file named `name` would need a directory where the tree has a file, or a file
+/// where the tree has a directory.
 bool isInTheWay(const Tree& tree, const std::string& name) {
     return std::any_of(tree.begin(), tree.end(), [&](const auto& file) {
         return (name + "/").starts_with(file.first + "/") || file.first.starts_with(name + "/");
@@ -134,7 +134,7 @@ std::string freshName(Random& random, const Tree& tree, const NameRules& rules) 
     return name;
 }
 
-/// Sizes one below, at and one above the first multiples of the block size.
+/// Returns a size one below, at or one above one of the first multiples of the block size.
 std::size_t randomSize(Random& random) {
     const std::size_t size = random.below(5) * 512 + random.below(3);
     return size == 0 ? 0 : size - 1;
@@ -147,8 +147,8 @@ std::size_t tarSize(const Tree& tree) {
     return size;
 }
 
-/// Adds a file that brings the stream to the last length before, or the first after, a multiple of
-/// the 65535 bytes that a block of the gzip member holds.
+/// Adds a file so that the length of the stream is the last one before, or the first one after, a
+/// multiple of the 65535 bytes of a stored block.
 void fillUpToBlockEnd(Random& random, Tree& tree) {
     const std::size_t streamBlocks = random.between(2, 4) * 65535 / 512 + random.below(2);
     const std::size_t room = streamBlocks * 512 - tarSize(tree) - 512;
@@ -166,7 +166,7 @@ Tree randomTree(Random& random) {
     return tree;
 }
 
-/// What must become of a tree: the message of making it an archive, that of unpacking the archive,
+/// The expected result for a tree: the message of making an archive, the message of unpacking it,
 /// or neither.
 struct Prediction {
     std::optional<std::string> makeMessage;
@@ -182,7 +182,7 @@ Prediction predict(const Tree& tree) {
     return prediction;
 }
 
-/// Expects that making an archive of `source` ends as predicted. Returns whether there is one.
+/// Expects that making an archive of `source` ends as predicted. Returns whether an archive exists.
 bool makeAsPredicted(Container container, const fs::path& source, const fs::path& archive,
                      const Prediction& prediction) {
     RecordingHost host;
@@ -192,7 +192,8 @@ bool makeAsPredicted(Container container, const fs::path& source, const fs::path
     return fs::exists(archive);
 }
 
-/// Expects that unpacking `archive` ends as predicted: with the whole tree, or without a trace.
+/// Expects that unpacking `archive` ends as predicted: with the whole tree, or with nothing
+/// changed.
 void unpackAsPredicted(Container container, const fs::path& archive, const fs::path& parent,
                        const Tree& tree, const Prediction& prediction) {
     fs::create_directory(parent);
@@ -206,7 +207,7 @@ void unpackAsPredicted(Container container, const fs::path& archive, const fs::p
     }
 }
 
-/// Makes, unpacks and compares `tree` in both containers.
+/// Makes an archive of `tree`, unpacks it and compares the trees, for both kinds of archive.
 Prediction expectRoundTrip(const Tree& tree) {
     const auto directory = makeMemoryDir();
     const Prediction prediction = predict(tree);
@@ -245,7 +246,7 @@ TEST(RoundTrip, FiveHundredRandomTreesComeBackOrAreRefusedAsPredicted) {
         const Prediction prediction = expectRoundTrip(tree);
         ++(prediction.makeMessage ? tooLong : prediction.unpackMessage ? unsafe : intact);
     }
-    // No outcome may drop out of the sample unseen.
+    // Each result must occur often enough in the sample.
     EXPECT_GE(tooLong, 50);
     EXPECT_GE(unsafe, 25);
     EXPECT_GE(intact, 300);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The user, the umask, the environment and the locale of the process leave no trace in an archive.
+// The user, the umask, the environment and the locale of the process do not affect an archive.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -21,7 +21,7 @@
 #include "tests/support/temp_dir.h"
 #include "tests/support/tree.h"
 
-// The C library's newlocale loses the list of directories that it makes of LOCPATH.
+// The C library's newlocale leaks the list of directories that it builds from LOCPATH.
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:argz_add_sep";
 }
@@ -32,8 +32,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Sizes of more than three digits, decimal and octal, which a locale might group; names that a
-/// locale might sort otherwise or take for broken text.
+/// Sizes with more than three digits, decimal and octal, which a locale might group. Names that a
+/// locale might sort differently or treat as invalid text.
 const Tree tree = {{"Beta", std::string(1234567, 'b')},
                    {"alpha", std::string(70000, 'a')},
                    {"\xC3\xA4pfel", "umlaut"},
@@ -65,7 +65,7 @@ protected:
     std::string expected_;
 };
 
-/// Sets an environment variable, or unsets it, for as long as it lives.
+/// Sets or unsets an environment variable for as long as it lives.
 class Variable {
 public:
     Variable(const char* name, const char* value) : name_(name) {
@@ -89,7 +89,7 @@ private:
     std::optional<std::string> before_;
 };
 
-/// Makes a locale the one of C and C++ for as long as it lives.
+/// Sets the global locale of C and C++ for as long as it lives.
 class GlobalLocale {
 public:
     explicit GlobalLocale(const std::locale& locale) : before_(std::locale::global(locale)) {}
@@ -104,8 +104,8 @@ private:
     std::locale before_;
 };
 
-/// Locales of several countries and one of none, compiled for this machine; where LOCPATH names
-/// them, they can be used as if they were installed.
+/// Locales of several countries, and one of no country, compiled for this machine. While LOCPATH
+/// names their directory, they can be used as if they were installed.
 class CompiledLocales {
 public:
     CompiledLocales() {
@@ -136,7 +136,7 @@ struct GroupedDigits : std::numpunct<char> {
     std::string do_grouping() const override { return "\1"; }
 };
 
-/// Has files hold the complement of each byte, and reads it back as the byte.
+/// Writes the complement of each byte to files, and restores it when reading.
 class Complement : public std::codecvt<char, char, std::mbstate_t> {
 protected:
     result do_out(std::mbstate_t& /*state*/, const char* from, const char* fromEnd,
@@ -205,7 +205,7 @@ TEST_P(SameBytes, TimeZoneAndLanguageChangeNothing) {
     tzset();
 }
 
-// What the test above has to tell from nothing.
+// Shows that the locales of the test above have an effect.
 TEST(CompiledLocales, GroupDigitsAndSortAsPeopleDo) {
     const CompiledLocales locales;
     const Variable path("LOCPATH", locales.path());
@@ -228,7 +228,7 @@ TEST_P(SameBytes, LocaleThatGroupsDigitsReadsTheSameTree) {
     EXPECT_TRUE(readTree(root_ / "unpacked") == tree);
 }
 
-// The archive is read once the locale is gone.
+// The archive is read after the locale has been reset.
 TEST_P(SameBytes, LocaleThatConvertsFilesChangesNothing) {
     {
         const GlobalLocale global(complementing());
@@ -249,7 +249,7 @@ TEST_P(SameBytes, LocaleThatConvertsFilesReadsTheSameTree) {
     EXPECT_TRUE(readTree(root_ / "unpacked") == tree);
 }
 
-// What the two tests above have to tell from nothing.
+// Shows that the locale of the two tests above has an effect.
 TEST(ConvertingLocale, ConvertsTheFilesOfOtherStreams) {
     const TempDir root;
     {

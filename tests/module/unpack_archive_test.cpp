@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tests of the two exported unpackArchive functions: every message, with the whole sequence of host
+// Tests of the two exported unpackArchive functions: every message, with the whole sequence of
 // calls that leads to it, and what is on disk afterwards.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -52,7 +52,7 @@ protected:
     const std::string archive = (dir / "archive").native();
     const std::string destination = (dir / "out").native();
 
-    /// Stores the archive and returns the call that decodes it, if there is one.
+    /// Stores the archive. Returns the call that decodes it, if there is one.
     Calls store(const std::string& tar) const {
         if (container == Container::tar) {
             writeFile(archive, tar);
@@ -63,13 +63,13 @@ protected:
                 ", uncompressed=" + std::to_string(tar.size()) + ", crc=0, error=) = 1"};
     }
 
-    /// Stores the archive and returns the calls up to the question for the mode.
+    /// Stores the archive. Returns the calls up to the question for the mode.
     Calls storeAndRead(const std::string& tar, bool overwrite = false) const {
         return Calls{converted(archive), "Vesk_hasPendingError() = 0"} + store(tar) +
                Calls{"modeIsOverwrite(mode) = "s + (overwrite ? "1" : "0")};
     }
 
-    /// Returns the calls that prepare staging, with the answer of the last.
+    /// Returns the calls that prepare staging; the last one has the given answer.
     Calls prepare(bool overwrite, const char* answer) const {
         return {converted(destination), "prepareExtractionStaging(" + destination +
                                             ", overwrite=" + (overwrite ? "1" : "0") +
@@ -84,8 +84,8 @@ protected:
         unpackArchive(container, archive.c_str(), destination.c_str(), overwrite);
     }
 
-    /// Unpacks once as the user that runs the tests: another one may be unable to load the module
-    /// from where it was built, but can use it once it is loaded.
+    /// Unpacks once as the user that runs the tests. An ordinary user may be unable to load the
+    /// module from where it was built, but can use it once it is loaded.
     void loadModule() const {
         const TempDir elsewhere;
         RecordingHost host;
@@ -168,7 +168,7 @@ TEST_P(UnpackArchive, RequiresAnArchivePathBeforeAnythingElse) {
     EXPECT_EQ(readTree(dir.path()), Tree());
 }
 
-// An exception that is pending already is neither looked for on entry nor cleared.
+// The method neither asks for a pending exception on entry nor clears it.
 TEST_P(UnpackArchive, RaisesWithoutRegardToAPendingException) {
     RecordingHost host;
     host.pendingClass = host.pendingMessage = "earlier";
@@ -205,7 +205,7 @@ TEST_P(UnpackArchive, TakesNothingButARegularFileForAnArchive) {
     };
     for (const std::string& path : paths) {
         SCOPED_TRACE(path);
-        // A destination that is missing, too, is not found out first.
+        // A missing destination is not reported instead.
         for (const char* const destinationPath : {destination.c_str(), "", noPath}) {
             RecordingHost host;
             unpackArchive(container, path.c_str(), destinationPath);
@@ -262,7 +262,7 @@ TEST_P(UnpackArchive, FindsNoArchiveWhereItsStatusCannotBeRead) {
 }
 
 TEST_P(UnpackArchive, RequiresADestinationOnceTheArchiveIsRead) {
-    // What the TAR stream holds is not looked at before.
+    // The content of the TAR stream is not examined before.
     for (const std::string& tar : {tarEntry("a", "x") + tarEnd(), "not an archive"s}) {
         const Calls read = storeAndRead(tar, true);
         for (const char* const destinationPath : {noPath, ""}) {
@@ -275,7 +275,7 @@ TEST_P(UnpackArchive, RequiresADestinationOnceTheArchiveIsRead) {
 }
 
 TEST_P(UnpackArchive, RaisesTheRuntimesRefusalOfTheDestinationUnchanged) {
-    // The archive's own fault would show only later.
+    // The fault of the archive would be found only later.
     const Calls read = storeAndRead("not an archive");
     for (const std::string message : {"refused: %s", ""}) {
         RecordingHost host;
@@ -329,8 +329,9 @@ struct BadArchive {
     const char* message;
 };
 
-// Every message of the extraction but "Cannot finalize TAR entry", which a full disk gives (below),
-// and "TAR entry is too large for this platform", which sizes of 64 bits rule out.
+// Every message of the extraction except "Cannot finalize TAR entry", which needs a full disk
+// (below), and "TAR entry is too large for this platform", which is unreachable where sizes have 64
+// bits.
 std::vector<BadArchive> badArchives() {
     const std::string a = tarEntry("a", "x");
     const Calls twoOfA = {converted("a"), converted("a")};
@@ -402,7 +403,7 @@ TEST_P(UnpackArchive, LetsANativeExceptionThroughWithoutRaisingOrRemoving) {
     EXPECT_FALSE(fs::exists(destination));
 }
 
-// What goes wrong in the gzip member itself, before the mode is asked for.
+// Faults of the gzip member itself, found before the mode is asked for.
 class UnpackTgzArchive : public ::testing::Test {
 protected:
     const TempDir dir;
@@ -461,7 +462,7 @@ TEST_F(UnpackTgzArchive, RaisesEveryFaultOfTheMemberBeforeAnythingIsStaged) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        // The destination, missing or not, plays no part yet, nor does the mode.
+        // Neither the destination, missing or not, nor the mode is examined yet.
         for (const bool withDestination : {true, false}) {
             host.calls.clear();
             host.pendingClass.reset();
@@ -485,8 +486,8 @@ TEST_F(UnpackTgzArchive, RaisesTheInflatersMessageUnchanged) {
     }
 }
 
-// The method has one error text. What the inflater leaves in it although it succeeds stays there
-// until somebody replaces it.
+// The method has one error text. What the inflater leaves in it on success stays there until it is
+// replaced.
 TEST_F(UnpackTgzArchive, HandsTheInflatersTextOnToTheStagingAndTheCommit) {
     host.inflateRemark = "a remark";
     unpack(gzipMember(tarEnd()));

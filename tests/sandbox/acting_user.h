@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Being another user for a while, without another process.
+// Acting as another user for a while, without another process.
 #pragma once
 
 #include <grp.h>
@@ -10,7 +10,7 @@
 
 namespace vesk::testing {
 
-/// Whom the calls of a test are made as.
+/// The user that makes the calls of a test.
 struct ActingUser {
     uid_t uid;
     gid_t gid;
@@ -21,12 +21,12 @@ inline ActingUser presentUser() {
     return {geteuid(), getegid()};
 }
 
-/// Permissions apply to this one, who is nobody in particular.
+/// An ordinary user, to whom permissions apply.
 inline constexpr ActingUser ordinaryUser{65534, 65534};
 
-/// Makes this process act as `user` for as long as it lives, which takes root to begin with unless
-/// the process is that user already. The real ids go along, since access(2) asks for them; the
-/// saved ones lead back.
+/// Makes this process act as `user` for as long as it lives. This requires root, unless the process
+/// is that user already. The real ids change, too, since access(2) uses them; the saved ids allow
+/// the return.
 class ActingAs {
 public:
     explicit ActingAs(const ActingUser& user) : before_(presentUser()) {
@@ -35,7 +35,8 @@ public:
         require(setgroups(0, nullptr));
         require(setresgid(user.gid, user.gid, before_.gid));
         require(setresuid(user.uid, user.uid, before_.uid));
-        // What a program of that user has: its own files in /proc.
+        // Makes the process's files in /proc belong to that user, as for a program that the user
+        // starts.
         require(prctl(PR_SET_DUMPABLE, 1, 0, 0, 0));
     }
     ~ActingAs() {

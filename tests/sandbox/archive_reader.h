@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A reader of archives that knows nothing of the module's.
+// A reader of archives that is independent of the module.
 #pragma once
 
 #include <map>
@@ -11,11 +11,11 @@ namespace vesk::testing {
 /// The files of an archive: name to content.
 using ArchivedFiles = std::map<std::string, std::string>;
 
-/// Reads a ustar stream of regular files and its two blocks of end marker; nothing when it is
-/// anything else, or names a file twice.
+/// Reads a ustar stream of regular files and its two blocks of end marker. Returns nothing when it
+/// is anything else, or names a file twice.
 std::optional<ArchivedFiles> readTar(const std::string& bytes);
 
-/// Reads the same from one gzip member that fills `bytes`.
+/// Reads such a stream from one gzip member that fills `bytes`.
 std::optional<ArchivedFiles> readTgz(const std::string& bytes);
 
 }  // namespace vesk::testing

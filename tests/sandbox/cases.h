@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// How many random cases are run, and from which seed on.
+// The number of random cases, and the seed of the first one.
 //
-// VESK_SANDBOX_SEED is the seed of the first case, each further one has the next; 1 where it is not
-// set. VESK_SANDBOX_CASES says how many. A case depends on its own seed alone, so that one is run
-// again by its seed and a count of 1.
+// VESK_SANDBOX_SEED is the seed of the first case, by default 1; each further case has the next
+// seed. VESK_SANDBOX_CASES is their number. A case depends on its own seed only, so it can be
+// repeated with its seed and a count of 1.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ inline std::uint64_t caseCount(std::uint64_t otherwise) {
     return numberFromEnvironment("VESK_SANDBOX_CASES", otherwise);
 }
 
-/// Says how a case is run again.
+/// Says how a case can be repeated.
 inline std::string titleOfCase(std::uint64_t seed, const SandboxPlan& plan) {
     return "VESK_SANDBOX_SEED=" + std::to_string(seed) + " VESK_SANDBOX_CASES=1, in " +
            visible(plan.workingDirectory);

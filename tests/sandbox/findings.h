@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What went wrong in many cases, put together by kinds.
+// The findings of many cases, grouped by kind.
 #pragma once
 
 #include <map>
@@ -17,7 +17,7 @@ public:
 
     bool empty() const { return byKind_.empty(); }
 
-    /// How often each kind came, with the first case of it.
+    /// The number of findings of each kind, with the first case of it.
     std::string text() const {
         std::string lines;
         for (const auto& [kind, finding] : byKind_)

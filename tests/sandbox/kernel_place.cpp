@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The walk: every single step is the kernel's own.
+// The walk: the kernel resolves every single step.
 #include "tests/sandbox/kernel_place.h"
 
 #include <fcntl.h>
@@ -40,8 +40,8 @@ private:
     int number_;
 };
 
-/// A component that is still to be walked, and whether a link brought it. One without a name wants
-/// a directory, which it need not search.
+/// A component that is still to be walked, and whether it came from a link. A component without a
+/// name must be a directory, which need not be searched.
 struct Step {
     std::string name;
     bool fromLink;
@@ -66,7 +66,7 @@ std::string textOfLink(int directory, const char* name) {
     return std::string(text.data(), static_cast<std::size_t>(length));
 }
 
-/// The kernel knows where an open file is.
+/// The kernel knows the path of an open file.
 std::string pathOfOpen(const Descriptor& file) {
     return textOfLink(AT_FDCWD, ("/proc/self/fd/" + std::to_string(file.number())).c_str());
 }
@@ -112,7 +112,7 @@ private:
         current_ = std::move(next);
     }
 
-    /// Only what the path itself names can be made; a link that leads nowhere stays so.
+    /// Only a name of the path itself can be made. A dangling link stays as it is.
     void meetNothing(const Step& step, int error) {
         if (step.fromLink && isEnd()) place_.endDangles = error != EACCES;
         if (error != ENOENT || step.fromLink) {
@@ -154,10 +154,10 @@ private:
             place_.linkOfAnother = true;
     }
 
-    /// Nothing comes any more but what a link brought, which was at the end itself.
+    /// All remaining components come from a link, which itself was the last one.
     bool isEnd() const { return steps_.empty() || steps_.back().fromLink; }
 
-    /// Nothing comes any more but the wish for a directory.
+    /// Only the requirement of a directory remains.
     bool isLast() const {
         return std::all_of(steps_.begin(), steps_.end(),
                            [](const Step& step) { return step.name.empty(); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a path names for the kernel, found out step by step before anything is done with the path.
+// What a path names for the kernel, determined step by step before the path is used.
 #pragma once
 
 #include <sys/stat.h>
@@ -29,11 +29,11 @@ struct KernelPlace {
                                  // have put it into its directory, which keeps others' names
 };
 
-/// Follows `path` from the working directory as the present user, component by component, as the
-/// kernel would do it.
+/// Follows `path` from the working directory as the current user, component by component, as the
+/// kernel does.
 KernelPlace findPlace(const std::string& path);
 
-/// Drops the slashes and dots at the end, which ask for a directory.
+/// Removes the slashes and dots at the end, which require a directory.
 std::string withoutTrailingDots(std::string path);
 
 }  // namespace vesk::testing

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The verdict on one run.
+// Judging one run.
 #include "tests/sandbox/make_judge.h"
 
 #include <algorithm>
@@ -50,7 +50,8 @@ private:
         if (*files != expected_.files) find("after a success, the archive holds other files", {});
     }
 
-    /// Everything as before, besides the archive and the directories above it.
+    /// Returns the expected state: the earlier one, with the archive and the directories made for
+    /// it.
     Snapshot expectedAfter() const {
         Snapshot after = scene_.before;
         for (const Difference& one : differences(scene_.before, result_.after)) {
@@ -60,7 +61,7 @@ private:
         if (!after.contains(result_.place)) {
             after[result_.place] = made(S_IFREG | (0666U & ~case_.mask));
         } else {
-            // Whether it is written anew or replaced is open, and so is what becomes of its mode.
+            // The program may write into the file or replace it, so its mode is not predicted.
             after[result_.place] = result_.after.at(result_.place);
         }
         const auto at = result_.after.find(result_.place);
@@ -85,7 +86,7 @@ private:
         report("after a failure, ", all);
     }
 
-    /// The directories that the archive's path lacked.
+    /// Returns the missing directories of the archive's path.
     bool isMadeParent(const std::string& path) const {
         if (!result_.after.at(path).isDirectory()) return false;
         const auto& passed = scene_.archive.passedMissing;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Holds what a run that makes an archive did against what it must do.
+// Compares what a run that makes an archive did with what it must do.
 #pragma once
 
 #include <string>
@@ -10,14 +10,14 @@
 
 namespace vesk::testing {
 
-/// What came of a run.
+/// The result of a run.
 struct MakeResult {
     ProgramEnd end;
     std::string place;  // the path, from the top, of the regular file that the archive's names now
     Snapshot after;
 };
 
-/// Adds to `findings` what is wrong, with `title` and the scene before the details.
+/// Adds every fault to `findings`, with `title` and the scene before the details.
 void judgeMake(const MakeCase& makeCase, const MakeScene& scene, const MakePrediction& prediction,
                const MakeResult& result, const std::string& title, Findings& findings);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The rules about the archive's path, put together with those about the source.
+// The rules about the archive's path, combined with those about the source.
 #include "tests/sandbox/make_model.h"
 
 #include <algorithm>
@@ -12,14 +12,15 @@ namespace vesk::testing {
 
 namespace {
 
-/// Longer paths may be too long with the name of a temporary file.
+/// Longer paths may become too long with the name of a temporary file.
 constexpr std::size_t surelyShort = PATH_MAX - 600;
 
 bool asksForDirectory(const std::string& path) {
     return path.ends_with('/') || path.ends_with("/.");
 }
 
-/// A directory that keeps others' names may also keep their files from being written.
+/// Tells whether a directory protects the names of other users: it may also protect their files
+/// from being written.
 bool isProtected(const MakeScene& scene, const std::string& directory) {
     const auto at = scene.before.find(directory);
     return at != scene.before.end() && (at->second.mode & S_ISVTX) != 0 &&
@@ -60,7 +61,7 @@ Prediction predictArchive(const MakeCase& makeCase, const MakeScene& scene) {
 }
 
 bool isInSource(const MakeScene& scene) {
-    // Only a regular file is stored: what is written to a FIFO there cannot come back into it.
+    // Only a regular file is stored. What is written to a FIFO in the source cannot come back.
     return scene.source.there && scene.archive.there && S_ISREG(scene.archive.there->st_mode) &&
            isAtOrBelow(scene.archive.path, scene.source.path);
 }
@@ -79,7 +80,7 @@ MakePrediction predictMake(const MakeCase& makeCase, const MakeScene& scene) {
         filesOfSource(makeCase.source, scene.source, scene.before, scene.top, scene.user);
     if (archive.ending == Ending::failure) return {archive, {}};
     if (source.ending == Ending::failure) {
-        // The archive's parents are made first, and may be what the source lacks.
+        // The archive's parents are made first, and may be the missing part of the source.
         const bool makesDirectories =
             scene.archive.missing.size() > 1 || !scene.archive.passedMissing.empty();
         const bool isMended = source.isForWantOfSomething && makesDirectories;

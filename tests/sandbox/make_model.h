@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What making an archive must do in a sandbox, told from the sandbox alone.
+// What making an archive must do in a sandbox, predicted from the sandbox alone.
 #pragma once
 
 #include <string>
@@ -22,7 +22,7 @@ struct MakeCase {
     mode_t mask = 022;
 };
 
-/// What was known before the run.
+/// The state before the run.
 struct MakeScene {
     std::string top;  // where the sandbox is
     ActingUser user;
@@ -31,14 +31,14 @@ struct MakeScene {
     Snapshot before;
 };
 
-/// How the run must end, and which files the archive then holds.
+/// How the run must end, and which files the archive then contains.
 struct MakePrediction {
     Prediction prediction;
     ArchivedFiles files;
     bool isWrongUsage = false;  // a failure that has the exit status 2
 };
 
-/// Asks the kernel about links in the source, as the present user, who is the scene's.
+/// Asks the kernel about links in the source, as the current user, who is that of the scene.
 MakePrediction predictMake(const MakeCase& makeCase, const MakeScene& scene);
 
 }  // namespace vesk::testing

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One run of the program between two looks at the sandbox.
+// One run of the program, with the sandbox examined before and after it.
 #include "tests/sandbox/make_runner.h"
 
 #include <fcntl.h>
@@ -10,7 +10,7 @@ namespace vesk::testing {
 
 namespace {
 
-/// Keeps a FIFO open for reading, without waiting, so that whoever writes to it does not wait.
+/// Keeps a FIFO open for reading, without waiting, so that writers need not wait.
 class ReaderOf {
 public:
     explicit ReaderOf(const KernelPlace& place) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Makes one archive in a sandbox that is there, and has the run judged.
+// Makes one archive in an existing sandbox, and has the run judged.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ class MakeRunner {
 public:
     MakeRunner();
 
-    /// Where the sandbox is to be made.
+    /// The place for the sandbox.
     std::string top() const { return *directory_ / "sandbox"; }
 
     /// Runs vesk-archive as `user`; the sandbox is at top() and the working directory in it.

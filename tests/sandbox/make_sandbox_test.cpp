@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Making archives of random sources in random sandboxes: the archive is where its path leads and
-// holds the source's files, and nothing else on the disk changes.
+// Making archives of random sources in random sandboxes. The archive is at its path and contains
+// the source's files, and nothing else on the disk changes.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -15,7 +15,7 @@ namespace vesk::testing {
 
 namespace {
 
-/// Most of the time one that can be archived, which few random ones can.
+/// Returns a source that can usually be archived, which few random ones can.
 std::string randomSource(RandomSource& random, const Surroundings& around, const ActingUser& user) {
     const Snapshot snapshot = takeSnapshot(around.top);
     const bool isPicky = random.chance(75);
@@ -30,7 +30,7 @@ std::string randomSource(RandomSource& random, const Surroundings& around, const
     return source;
 }
 
-/// Sometimes the source itself or something in it; most of the time a new name.
+/// Returns the source itself or something in it, but usually a new name.
 std::string randomArchivePath(RandomSource& random, const Surroundings& around,
                               const std::string& source) {
     const std::size_t choice = random.below(100);

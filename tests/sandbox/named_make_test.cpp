@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Making archives in sandboxes that have a name: one for each way in which the archive's path can
-// meet the source or something that must stay.
+// Making archives in named sandboxes: one for each way in which the archive's path can coincide
+// with the source or with something that must stay.
 #include <gtest/gtest.h>
 
 #include "tests/sandbox/make_runner.h"

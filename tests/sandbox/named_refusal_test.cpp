@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What the command line refuses to unpack onto, however it is written: the working directory, one
-// above it, and one that holds the archive. In a command these are mistakes; a program that calls
-// the module may mean them.
+// Destinations that the command line refuses to unpack to, in every spelling: the working
+// directory, a directory above it, and one that contains the archive. On a command line these are
+// mistakes, but a program that calls the module may intend them.
 #include <gtest/gtest.h>
 
 #include "tests/sandbox/plan_by_hand.h"

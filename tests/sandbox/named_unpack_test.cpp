@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Unpacking into sandboxes that have a name: those that random ones have found, and one for each
-// rule about what may be replaced.
+// Unpacking in named sandboxes: those that random tests have found, and one for each rule about
+// what may be replaced.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -25,13 +25,13 @@ std::ostream& operator<<(std::ostream& out, const Row& row) {
     return out << row.name;
 }
 
-/// The parent of what `lnk` names is not the directory that holds `lnk`.
+/// The parent of the target of `lnk` is not the directory that contains `lnk`.
 std::vector<PlannedThing> linkElsewhere() {
     return {directory("else"), directory("else/where"), directory("else/dst"), file("else/dst/old"),
             link("lnk", "else/where")};
 }
 
-/// A file, and `count` links that lead to it, each to the next, by way of `way`.
+/// A file and a chain of `count` links that lead to it by `way`.
 std::vector<PlannedThing> linkChain(int count, const std::string& way = "") {
     std::vector<PlannedThing> things = {file("0"), link("here", ".")};
     for (int number = 1; number <= count; ++number) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Sandboxes with a name: their things, as short as they can be written.
+// Named sandboxes: their objects in the shortest notation.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace vesk::testing {
 
-/// The owner of a thing that belongs to whoever unpacks.
+/// The owner of an object that belongs to the user who unpacks.
 inline constexpr ActingUser caller{static_cast<uid_t>(-1), 0};
 inline constexpr ActingUser stranger{4321, 4321};
 
@@ -22,7 +22,7 @@ inline PlannedThing file(const char* path) {
     return {path, S_IFREG, 0644, caller, "old"};
 }
 
-/// Nobody but root can read it.
+/// Only root can read it.
 inline PlannedThing closedFile(const char* path) {
     return {path, S_IFREG, 0000, caller, "closed"};
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a call must end, as far as that is certain.
+// How a call must end, as far as it is certain.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The command line where everybody can run it, and runs of it.
+// A copy of the command line that everybody can run, and runs of it.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,8 +17,8 @@ struct ProgramEnd {
     std::string error;  // what came on standard error
 };
 
-/// A copy of vesk-archive with its libraries: those of a build may lie where only their owner may
-/// look.
+/// A copy of vesk-archive with its libraries: those of a build may be in a directory that only
+/// their owner can enter.
 class ProgramCopy {
 public:
     ProgramCopy();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Entries at random, one of which may be wrong; then the stream or the member as a whole.
+// Random entries, one of which may be invalid; then the stream or the member as a whole.
 #include "tests/sandbox/random_archive.h"
 
 #include <vector>
@@ -11,13 +11,13 @@ namespace vesk::testing {
 
 namespace {
 
-/// How a name is written in the archive, and where it ends up.
+/// How a name is written in the archive, and its path after extraction.
 struct EntryName {
     std::string written;
     std::string path;
 };
 
-/// Nothing here is a file in one place and a directory in another.
+/// No path is a file in one row and a directory in another.
 const EntryName& randomEntryName(RandomSource& random) {
     static const EntryName names[] = {
         {"new", "new"},
@@ -48,7 +48,7 @@ void addToTree(Snapshot& tree, const std::string& path, mode_t type, const std::
     thing.content = content;
 }
 
-/// What makes an archive one that is to be refused, wherever it comes in the stream.
+/// Entries that make an archive invalid, wherever they are in the stream.
 struct Damage {
     const char* name;
     std::string entry;
@@ -87,7 +87,7 @@ std::string randomEntries(RandomSource& random, Snapshot& tree) {
     return stream;
 }
 
-/// Cuts the stream before its end marker is complete, or puts something wrong into it.
+/// Cuts the stream before its end marker is complete, or puts an invalid entry into it.
 void damageStream(RandomSource& random, ArchiveToUnpack& archive) {
     if (random.chance(25)) {
         archive.damage = "a cut";

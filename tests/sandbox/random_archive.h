@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Archives to unpack, good and damaged, with what they are to become.
+// Archives to unpack, valid and damaged, with the expected trees.
 #pragma once
 
 #include <string>
@@ -19,10 +19,11 @@ struct ArchiveToUnpack {
     bool isGood() const { return *damage == '\0'; }
 };
 
-/// Two of three are good.
+/// Two of three archives are valid.
 ArchiveToUnpack randomArchive(RandomSource& random);
 
-/// Returns one that holds the file "new" and the directory "sub"; without an end if `isCut`.
+/// Returns an archive with the file "new" and the directory "sub"; without an end marker if
+/// `isCut`.
 ArchiveToUnpack plainArchive(bool isCut);
 
 }  // namespace vesk::testing

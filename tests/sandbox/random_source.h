@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Random choices that a seed repeats, with every compiler and library alike.
+// Random choices that a seed repeats, with every compiler and library.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ public:
     /// Returns a number below `limit`, which is at least 1.
     std::size_t below(std::size_t limit) { return static_cast<std::size_t>(next() % limit); }
 
-    /// Comes true in `percent` of 100 calls.
+    /// Returns true in `percent` of 100 calls.
     bool chance(unsigned percent) { return below(100) < percent; }
 
     /// Returns an element of `list`, which is not empty.

@@ -34,7 +34,7 @@ void make(const fs::path& path, const PlannedThing& thing) {
     }
 }
 
-/// The owner first: changing it takes special bits away.
+/// Sets the owner first: changing it clears special bits.
 void setOwnerAndPermissions(const fs::path& path, const PlannedThing& thing) {
     if (geteuid() == 0) require(lchown(path.c_str(), thing.owner.uid, thing.owner.gid) == 0, path);
     if (!S_ISLNK(thing.type)) require(chmod(path.c_str(), thing.permissions) == 0, path);
@@ -47,7 +47,8 @@ Sandbox::Sandbox(fs::path top, const SandboxPlan& plan) : top_(std::move(top)) {
     require(mkdir(top_.c_str(), 0755) == 0, top_);
     for (const PlannedThing& thing : plan.things)
         make(top_ / thing.path, thing);
-    // Before permissions close it; likewise, what a directory holds gets its own before it.
+    // The content is made before permissions forbid it. Its permissions are set before those of its
+    // directory.
     fs::current_path(top_ / plan.workingDirectory);
     for (auto thing = plan.things.rbegin(); thing != plan.things.rend(); ++thing)
         setOwnerAndPermissions(top_ / thing->path, *thing);

@@ -8,8 +8,9 @@
 
 namespace vesk::testing {
 
-/// Makes what `plan` says below `top`, which must not exist, and goes into its working directory;
-/// leaves that and removes everything in the end. Owners are set where this process is root.
+/// Makes the objects of `plan` below `top`, which must not exist, and changes to its working
+/// directory. The destructor leaves that and removes everything. Owners are set where this process
+/// is root.
 class Sandbox {
 public:
     Sandbox(std::filesystem::path top, const SandboxPlan& plan);

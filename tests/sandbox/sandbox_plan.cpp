@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Random sandboxes. Names are few, so that they meet; kinds and permissions are those that differ
-// in what may be done with them.
+// Random sandboxes. There are few names, so that they collide. Kinds and permissions are those that
+// make a difference.
 #include "tests/sandbox/sandbox_plan.h"
 
 #include <algorithm>
@@ -96,7 +96,7 @@ private:
         }
     }
 
-    /// Links lead to directories more often than not.
+    /// Links usually lead to directories.
     std::string pathOfSomething(const std::string& from) {
         const std::string& goal =
             random_.chance(60) ? random_.oneOf(directories_) : random_.oneOf(plan_.things).path;

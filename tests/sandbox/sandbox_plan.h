@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a sandbox is to hold, as a value: put together at random or by hand.
+// The content of a sandbox as a value: random or written by hand.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 
 namespace vesk::testing {
 
-/// One thing of a sandbox: its path from the top, and what it is.
+/// One object of a sandbox: its path from the top, and what it is.
 struct PlannedThing {
     std::string path;
     mode_t type;  // S_IFDIR, S_IFREG, S_IFLNK, S_IFIFO or S_IFSOCK
@@ -26,28 +26,29 @@ struct SandboxPlan {
     std::string workingDirectory;      // from the top
 };
 
-/// How many directories lie above the first one in which random things are. A path climbs at most
-/// as far, so that even a wrong reading of it ends inside the sandbox, where it is noticed.
+/// The number of directories above the first one with random objects. No path climbs further, so
+/// that even a misread path ends inside the sandbox, where it is noticed.
 inline constexpr int guardCount = 6;
 
-/// The path, from the top, of the directory in which the random things are.
+/// Returns the path, from the top, of the directory with the random objects.
 std::string plannedRoot();
 
-/// Splits a path at its slashes; empty parts are left out.
+/// Splits a path at its slashes; empty parts are omitted.
 std::vector<std::string> splitPath(const std::string& path);
 
-/// Joins parts by slashes.
+/// Joins parts with slashes.
 std::string joinPath(const std::vector<std::string>& parts);
 
-/// Returns a relative path that leads from the directory `from` to `to`, both from the top and
-/// neither through a link.
+/// Returns a relative path from the directory `from` to `to`. Both are paths from the top without
+/// links.
 std::string relativePath(const std::string& from, const std::string& to);
 
-/// Plans directories, files, FIFOs, sockets and links to anything, with hard names and permissions,
-/// most of them owned by `user`. `top` is where the sandbox is to be, for links that are absolute.
+/// Plans directories, files, FIFOs, sockets and links to anything, with difficult names and
+/// permissions, most of them owned by `user`. `top` is where the sandbox will be, for absolute
+/// links.
 SandboxPlan randomPlan(RandomSource& random, const ActingUser& user, const std::string& top);
 
-/// Returns a name that is likely to be taken already, or to be hard to handle.
+/// Returns a name that is probably in use already, or difficult to handle.
 std::string randomName(RandomSource& random);
 
 }  // namespace vesk::testing

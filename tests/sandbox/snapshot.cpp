@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a tree from the disk, by file descriptors throughout: no link is followed.
+// Reading a tree from the disk, only by file descriptors: no link is followed.
 #include "tests/sandbox/snapshot.h"
 
 #include <dirent.h>
@@ -21,8 +21,7 @@ namespace {
     throw std::runtime_error(std::string("cannot ") + doing + " " + visible(path));
 }
 
-/// Gives the owner every permission on a thing for as long as it lives, where they are missing and
-/// count; root needs none.
+/// Gives the owner the missing permissions for as long as it lives; root needs none.
 class OpenedUp {
 public:
     OpenedUp(int directory, const char* name, const struct stat& status)
@@ -79,7 +78,7 @@ void readThing(int directory, const char* name, const std::string& path, Snapsho
     snapshot.emplace(path, std::move(thing));
 }
 
-/// Closes `directory` in the end.
+/// Closes `directory` at the end.
 void readDirectory(int directory, const std::string& prefix, Snapshot& snapshot) {
     const std::unique_ptr<DIR, int (*)(DIR*)> list(fdopendir(directory), closedir);
     if (!list) fail("list", prefix);
@@ -95,7 +94,7 @@ const char* differenceOf(const Thing& expected, const Thing& found) {
     if (expected.type() != found.type()) return "has another type";
     if (expected.content != found.content) return "has other content";
     if (expected.uid != found.uid) return "has another owner";
-    // An unknown inode marks what is made anew: its special bits may follow the parent's.
+    // An unknown inode marks a new object. Its special bits may come from its parent.
     const mode_t compared = expected.inode == 0 ? 0777U : 07777U;
     if ((expected.mode & compared) != (found.mode & compared)) return "has another mode";
     if (expected.gid != anyGroup && expected.gid != found.gid) return "has another group";
@@ -130,7 +129,7 @@ void eraseTree(Snapshot& snapshot, const std::string& path) {
 bool isEmptyDirectory(const Snapshot& snapshot, const std::string& path) {
     const auto at = snapshot.find(path);
     if (at == snapshot.end() || !at->second.isDirectory()) return false;
-    // What is below sorts after `path + "/"`, other names may come between.
+    // What is below sorts after `path + "/"`. Other names may come in between.
     const auto below = snapshot.lower_bound(path + "/");
     return below == snapshot.end() || !isAtOrBelow(below->first, path);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// All that stands below a directory, as a value, and how two such values differ.
+// The whole content of a directory as a value, and how two such values differ.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,11 +11,11 @@
 
 namespace vesk::testing {
 
-/// In an expectation: any group, as what is made anew may inherit its directory's.
+/// In an expectation: any group, as new objects may inherit that of their directory.
 inline constexpr gid_t anyGroup = static_cast<gid_t>(-1);
 
-/// One name and what it stands for; a link stands for itself. Times are left out, as reading a file
-/// and making one beside it change them.
+/// One name and its object; a link stands for itself. Times are omitted, since reading a file, or
+/// making one beside it, changes them.
 struct Thing {
     mode_t mode = 0;
     uid_t uid = 0;
@@ -29,24 +29,24 @@ struct Thing {
     bool isLink() const { return S_ISLNK(mode); }
 };
 
-/// The things below a directory by their paths from there, without a slash at either end; the
-/// directory itself is not among them.
+/// The objects below a directory by their paths from there, without a slash at either end. The
+/// directory itself is not included.
 using Snapshot = std::map<std::string, Thing>;
 
-/// Reads what is below `directory`. What the present user may not read but owns is opened up and
-/// closed again; throws for anything else that cannot be read.
+/// Reads what is below `directory`. Opens what the current user owns but may not read, and closes
+/// it again; throws for anything else that cannot be read.
 Snapshot takeSnapshot(const std::filesystem::path& directory);
 
-/// Returns whether `path` is `directory` or below it. The empty path is above all others.
+/// Tells whether `path` is `directory` or below it. The empty path is above all others.
 bool isAtOrBelow(const std::string& path, const std::string& directory);
 
-/// Returns the path that holds `path`; empty at the top.
+/// Returns the path of the directory that contains `path`; empty at the top.
 std::string parentOf(const std::string& path);
 
-/// Removes the things at `path` and below.
+/// Removes the objects at `path` and below.
 void eraseTree(Snapshot& snapshot, const std::string& path);
 
-/// Returns whether the directory at `path` holds nothing.
+/// Tells whether the directory at `path` is empty.
 bool isEmptyDirectory(const Snapshot& snapshot, const std::string& path);
 
 struct Difference {
@@ -54,13 +54,13 @@ struct Difference {
     std::string what;  // "vanished", "appeared", "has another ..."
 };
 
-/// Returns what is otherwise in `found` than in `expected`.
+/// Returns how `found` differs from `expected`.
 std::vector<Difference> differences(const Snapshot& expected, const Snapshot& found);
 
-/// Writes a path so that every byte of it can be seen on one line.
+/// Returns a path in a form in which every byte of it is visible on one line.
 std::string visible(const std::string& text);
 
-/// One line for each thing.
+/// Returns one line for each object.
 std::string listing(const Snapshot& snapshot);
 
 }  // namespace vesk::testing

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rules about sources: regular files and links to them are stored, other things are passed by,
-// and what cannot be read or leads nowhere ends the work.
+// The rules for sources: regular files and links to them are stored, other kinds are skipped, and
+// what cannot be read or leads nowhere ends the run.
 #include "tests/sandbox/source_model.h"
 
 #include <algorithm>
@@ -20,7 +20,8 @@ bool mayAccess(const Thing& thing, const ActingUser& user, unsigned wanted) {
     return (thing.mode >> shift & wanted) == wanted;
 }
 
-/// A name of more than 100 bytes is cut at a slash, into at most 155 and at most 100.
+/// Tells whether a name fits: one of more than 100 bytes is split at a slash, into at most 155 and
+/// at most 100.
 bool fitsHeader(const std::string& name) {
     if (name.size() <= 100) return true;
     for (std::size_t i = 0; i < name.size(); ++i) {
@@ -52,7 +53,7 @@ public:
     }
 
 private:
-    /// What is certain stays so.
+    /// A certain result stays certain.
     void end(Ending ending, const std::string& reason, bool forWantOfSomething = false) {
         if (result_.ending == Ending::failure && !result_.isForWantOfSomething) return;
         if (result_.ending == Ending::failure && ending == Ending::either) return;
@@ -66,7 +67,7 @@ private:
         if (!mayAccess(thing, user_, reading)) {
             end(Ending::failure, "a directory in the source that cannot be read");
         } else if (!mayAccess(thing, user_, searching) && !isEmptyDirectory(snapshot_, path)) {
-            // Some kinds are told by their names' entries alone.
+            // Some file systems give the kind of an entry together with its name.
             end(Ending::either, "a directory in the source that cannot be searched");
         }
     }
@@ -117,7 +118,7 @@ SourceFiles filesOfSource(const std::string& spelling, const KernelPlace& place,
     SourceFiles found = S_ISDIR(place.there->st_mode)
                             ? collection.ofDirectory(path)
                             : collection.ofFile(path, spelling.substr(spelling.rfind('/') + 1));
-    // Whether such a link is followed is a setting of the system's.
+    // A setting of the system decides whether such a link is followed.
     if (place.linkOfAnother && found.ending == Ending::success) found.ending = Ending::either;
     if (!place.passedMissing.empty() && found.ending != Ending::failure) {
         found.ending = Ending::failure;

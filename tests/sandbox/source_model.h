@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which files a source stands for, told from a snapshot of it.
+// The files of a source, predicted from a snapshot of it.
 #pragma once
 
 #include <string>
@@ -20,7 +20,7 @@ struct SourceFiles {
     std::map<std::string, std::string> paths;  // of the same names: where their contents are
 };
 
-/// Finds the files of `spelling`, which leads to `place`, in the sandbox at `top`, for the present
+/// Finds the files of `spelling`, which leads to `place`, in the sandbox at `top`, for the current
 /// user, who is `user`.
 SourceFiles filesOfSource(const std::string& spelling, const KernelPlace& place,
                           const Snapshot& snapshot, const std::string& top, const ActingUser& user);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Random paths: a goal first, then a way of writing it.
+// Random paths: chooses a target first, then a spelling for it.
 #include "tests/sandbox/spelling.h"
 
 #include <climits>
@@ -64,7 +64,8 @@ private:
         return path;
     }
 
-    /// Takes a link in place of what it leads to, where one leads to the goal or above it.
+    /// Uses a link instead of the directory that it leads to, if one leads to the target or above
+    /// it.
     std::string throughLink(const std::string& goal) {
         if (!random_.chance(35)) return goal;
         std::vector<std::string> ways;
@@ -89,7 +90,7 @@ private:
         return path;
     }
 
-    /// Goes into something and back, which leads elsewhere when that is a link.
+    /// Goes into something and back, which leads elsewhere if that is a link.
     std::string detour() {
         const auto ways = passable_.find(here_);
         if (!known_ || ways == passable_.end() || !random_.chance(12)) return "";
@@ -136,7 +137,7 @@ bool climbsTooHigh(const std::string& path) {
     return count > guardCount;
 }
 
-/// Returns `path` from `top`; nothing when it is not below.
+/// Returns `path` relative to `top`, or nothing when it is not below.
 std::string fromTop(const std::string& path, const std::string& top) {
     return path != top && isAtOrBelow(path, top) ? path.substr(top.size() + 1) : "";
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The many ways to write a path.
+// The many spellings of a path.
 #pragma once
 
 #include <map>
@@ -10,18 +10,18 @@
 
 namespace vesk::testing {
 
-/// What a path can lead through.
+/// The links that a path can use.
 struct Surroundings {
     std::string top;  // where the sandbox is
     const SandboxPlan& plan;
     std::map<std::string, std::string> links;  // to directories: path to path, from the top
 };
 
-/// Finds out what the links of the sandbox at `top` lead to.
+/// Finds out where the links of the sandbox at `top` lead.
 Surroundings surroundingsOf(const std::string& top, const SandboxPlan& plan);
 
-/// Returns a path of something that is in the sandbox or could be: relative or absolute, with
-/// detours, doubled slashes, dots, through links; sometimes one that cannot be.
+/// Returns a path to something that exists in the sandbox, or could: relative or absolute, with
+/// detours, doubled slashes, dots, through links; sometimes an impossible one.
 std::string randomSpelling(RandomSource& random, const Surroundings& around);
 
 }  // namespace vesk::testing

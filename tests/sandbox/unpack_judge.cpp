@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The verdict on one call.
+// Judging one call.
 #include "tests/sandbox/unpack_judge.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace vesk::testing {
 
 namespace {
 
-/// The messages that are about the destination. Those that only the archive explains are not here.
+/// The messages about the destination. Messages that are due to the archive are not listed.
 bool isAboutDestination(const std::string& message) {
     static const std::set<std::string> all = {
         "Cannot inspect destination",      "Destination already exists",
@@ -67,7 +67,7 @@ private:
         report("after a failure, ", all);
     }
 
-    /// Where several things are wrong, any of their messages will do.
+    /// Where several things are wrong, any of their messages is right.
     void judgeMessage() {
         const std::string& message = *result_.message;
         const bool isDestinationGood = predictPlaceAlone().ending == Ending::success;
@@ -86,8 +86,8 @@ private:
         return predictUnpack(good, scene_);
     }
 
-    /// An old tree that could not be deleted whole may stay beside the new one, under a name that
-    /// tells what it is.
+    /// An old tree that could not be deleted completely may stay beside the new one, under a name
+    /// that says what it is.
     bool isPartOfKeptOldTree(const Difference& one) const {
         const std::string place = fromTop(scene_, scene_.place.path);
         if (one.what != "appeared" || !mayResistDeletion(scene_.before, place, scene_.user))
@@ -109,7 +109,7 @@ private:
         });
     }
 
-    /// `new/../out` makes `new` on its way.
+    /// `new/../out` makes the directory `new`.
     bool isPassedParent(const Difference& one) const {
         const auto& passed = scene_.place.passedMissing;
         return one.what == "appeared" && isEmptyDirectory(result_.after, one.path) &&

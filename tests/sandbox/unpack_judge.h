@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Holds what an unpacking call did against what it must do.
+// Compares what an unpacking call did with what it must do.
 #pragma once
 
 #include <optional>
@@ -11,15 +11,15 @@
 
 namespace vesk::testing {
 
-/// What came of a call.
+/// The result of a call.
 struct UnpackResult {
     std::optional<std::string> message;  // of the pending exception; nothing after a success
-    /// The absolute paths of what the host has told it left behind.
+    /// The absolute paths of the left-overs that the stand-in has reported.
     std::vector<std::string> toldLeftovers;
     Snapshot after;
 };
 
-/// Adds to `findings` what is wrong, with `title` and the scene before the details.
+/// Adds every fault to `findings`, with `title` and the scene before the details.
 void judgeUnpack(const UnpackCase& unpackCase, const UnpackScene& scene, const UnpackResult& result,
                  const std::string& title, Findings& findings);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The rules of unpacking, from the destination's and its directory's attributes.
+// The rules of unpacking, from the attributes of the destination and its directory.
 #include "tests/sandbox/unpack_model.h"
 
 #include <algorithm>
@@ -9,10 +9,10 @@ namespace vesk::testing {
 
 namespace {
 
-/// Longer paths may be too long with the name of a staging directory.
+/// Longer paths may become too long with the name of a staging directory.
 constexpr std::size_t surelyShort = PATH_MAX - 600;
 
-/// Nobody else's names can be taken from a sticky directory.
+/// In a sticky directory, names of other users cannot be removed.
 bool isProtectedName(const UnpackScene& scene) {
     if (scene.user.isRoot()) return false;
     const auto directory = scene.before.find(fromTop(scene, scene.place.directory));
@@ -27,7 +27,7 @@ Prediction predictNew(const UnpackScene& scene) {
             scene.place.missing.size() > 1 ? "a new name with missing parents" : "a new name"};
 }
 
-/// For what may be replaced by its kind.
+/// For a destination whose kind may be replaced.
 Prediction predictReplacing(const UnpackCase& unpackCase, const UnpackScene& scene,
                             const std::string& path) {
     const KernelPlace& place = scene.place;
@@ -55,7 +55,7 @@ Prediction predictExisting(const UnpackCase& unpackCase, const UnpackScene& scen
     return predictReplacing(unpackCase, scene, path);
 }
 
-/// For a good archive.
+/// For a valid archive.
 Prediction predictPlace(const UnpackCase& unpackCase, const UnpackScene& scene) {
     const KernelPlace& place = scene.place;
     if (place.linkOfAnother) return {Ending::failure, "a link of another in a sticky directory"};
@@ -69,7 +69,7 @@ Prediction predictPlace(const UnpackCase& unpackCase, const UnpackScene& scene) 
     if (unpackCase.destination.size() >= surelyShort || place.path.size() >= surelyShort)
         return {Ending::either, "a very long path"};
     Prediction prediction = place.there ? predictExisting(unpackCase, scene) : predictNew(scene);
-    // What leads back from missing directories may be made passable or refused.
+    // The path leads back from missing directories: these may be made, or the path be refused.
     if (!place.passedMissing.empty() && prediction.ending == Ending::success)
         prediction.ending = Ending::either;
     if (!place.passedMissing.empty() || !place.isReachable) prediction.message = "";
@@ -84,7 +84,7 @@ Thing made(mode_t type, const UnpackCase& unpackCase, const ActingUser& user) {
     return thing;
 }
 
-/// A directory hands its permissions down to what replaces it; root can hand down the owner, too.
+/// The new directory takes over the permissions of the old one and, if root makes it, the owner.
 Thing topDirectory(const UnpackCase& unpackCase, const UnpackScene& scene,
                    const std::string& path) {
     Thing top = made(S_IFDIR, unpackCase, scene.user);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What unpacking must do to a sandbox, told from the sandbox alone.
+// What unpacking must do to a sandbox, predicted from the sandbox alone.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,7 @@ struct UnpackCase {
     mode_t mask = 022;
 };
 
-/// What was known before the call.
+/// The state before the call.
 struct UnpackScene {
     std::string top;    // where the sandbox is
     ActingUser user;    // who calls
@@ -32,12 +32,12 @@ struct UnpackScene {
 /// Returns the path of `absolute` from the sandbox's top.
 std::string fromTop(const UnpackScene& scene, const std::string& absolute);
 
-/// Returns whether `user` cannot be sure to be able to delete the tree at `path`.
+/// Tells whether it is uncertain that `user` can delete the tree at `path`.
 bool mayResistDeletion(const Snapshot& snapshot, const std::string& path, const ActingUser& user);
 
 Prediction predictUnpack(const UnpackCase& unpackCase, const UnpackScene& scene);
 
-/// Returns what a success leaves behind.
+/// Returns the state after a success.
 Snapshot afterUnpack(const UnpackCase& unpackCase, const UnpackScene& scene);
 
 }  // namespace vesk::testing

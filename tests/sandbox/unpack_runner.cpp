@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One call of the module with the stand-in host, between two looks at the sandbox.
+// One call of the module with the stand-in host, with the sandbox examined before and after it.
 #include "tests/sandbox/unpack_runner.h"
 
 #include <cerrno>
@@ -27,14 +27,14 @@ std::optional<std::string> unpack(const UnpackCase& unpackCase, const std::strin
     return error->message;
 }
 
-/// The absolute paths of the left-overs that the host tells of after a call.
+/// Returns the absolute paths of the left-overs that the stand-in reports after a call.
 std::vector<std::string> toldLeftovers() {
     const auto leftover = standin::takeLeftover();
     if (!leftover) return {};
     return {leftover->path.native()};
 }
 
-/// Where the own walk and the kernel's differ, the test would be wrong, not the host.
+/// If our own walk and that of the kernel differ, the test is wrong and not the stand-in.
 bool agreesWithKernel(const std::string& path, const KernelPlace& place) {
     struct stat status {};
     const bool isThere = stat(path.c_str(), &status) == 0;

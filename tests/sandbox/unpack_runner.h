@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Makes one unpacking call in a sandbox that is there, and has it judged.
+// Makes one unpacking call in an existing sandbox, and has it judged.
 #pragma once
 
 #include <cstdint>
@@ -16,11 +16,11 @@ class UnpackRunner {
 public:
     UnpackRunner();
 
-    /// Where the sandbox is to be made, and a place beside it for the archive.
+    /// The place for the sandbox, and one beside it for the archive.
     std::string top() const { return *directory_ / "sandbox"; }
     std::string archivePath() const { return *directory_ / "archive"; }
 
-    /// Unpacks the archive at `archive` as `user`; the sandbox is at top() and the working
+    /// Unpacks the archive at `archive` as `user`. The sandbox is at top(), with the working
     /// directory in it. Findings begin with `title`. A destination outside the sandbox is left
     /// alone.
     void run(const UnpackCase& unpackCase, const std::string& archive, const ActingUser& user,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Unpacking into random sandboxes: whatever the destination is called and whatever stands there,
-// exactly what it names for the kernel is replaced, and nothing else on the disk changes.
+// Unpacking into random sandboxes: whatever the spelling of the destination and whatever is there,
+// exactly what the kernel finds at that path is replaced, and nothing else on the disk changes.
 #include <gtest/gtest.h>
 
 #include <cstdio>

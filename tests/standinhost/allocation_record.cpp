@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An operator new of the test executable's own, which remembers the largest request.
+// An operator new for the test executable that remembers the largest request.
 #include "tests/standinhost/allocation_record.h"
 
 #include <atomic>

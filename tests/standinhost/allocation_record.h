@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The largest block that the test executable, or a library that it loads, asked operator new for.
+// The largest block that the test executable, or a library that it loads, requested from operator
+// new.
 #pragma once
 
 #include <cstddef>
 
-/// Forgets what was asked for so far.
+/// Forgets all earlier requests.
 void forgetAllocations();
 
-/// The size in bytes of the largest block asked for since.
+/// Returns the size in bytes of the largest request since then.
 std::size_t largestAllocation();

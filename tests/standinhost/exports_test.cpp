@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The symbols that the library gives out, as the system's nm lists them.
+// The symbols that the library exports, as the system's nm lists them.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The names of the library's defined dynamic symbols, without their arguments.
+/// Returns the names of the library's defined dynamic symbols, without their arguments.
 std::set<std::string> exportedNames() {
     const std::string command =
         std::string("nm -D -C --defined-only -f posix '") + VESK_STANDIN_HOST_PATH + "'";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the host was told by name must be there at the commit: what is gone by then, or goes while
-// the tree is moved, fails it.
+// Every name that the stand-in was told must exist at the commit. The commit fails if one is
+// missing by then, or vanishes while the tree is moved.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Definitions of the C library's functions that come before its own.
+// Definitions of C library functions that take precedence over the library's own.
 #include "tests/standinhost/in_between.h"
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@ namespace {
 
 InBetween* active = nullptr;
 
-/// Does it once, and keeps the error number of the call around it.
+/// Does it once, and preserves the error number of the surrounding call.
 void doOnce(std::function<void()>& deed) {
     const int error = errno;
     if (deed) std::exchange(deed, nullptr)();

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What others do in between two calls of the system, and a system that tells less.
+// Actions of others between two system calls, and a system that reports less.
 #pragma once
 
 #include <functional>
 #include <string>
 
-/// Takes over mkdirat, readlink, rmdir, unlinkat and statx of the test executable from construction
-/// to destruction; one at a time.
+/// Replaces mkdirat, readlink, rmdir, unlinkat and statx of the test executable from construction
+/// to destruction. Only one may exist at a time.
 class InBetween {
 public:
     InBetween();
@@ -14,14 +14,15 @@ public:
     InBetween(const InBetween&) = delete;
     InBetween& operator=(const InBetween&) = delete;
 
-    /// Called, when set, before mkdirat makes a directory: whether somebody else makes it first.
+    /// Called, when set, before mkdirat makes a directory; returns whether somebody else has made
+    /// it.
     std::function<bool(const std::string& name)> isTaken;
     /// Called, when set, after mkdirat has made a directory.
     std::function<void(const std::string& name)> afterMaking;
     /// Called, when set, before the first link is read by its path.
     std::function<void()> beforeReading;
-    /// Called, when set, before each thing is removed by this path or name.
+    /// Called, when set, before something is removed by this path or name.
     std::function<void(const std::string& name)> beforeRemoving;
-    /// Whether statx tells mount points, as all but old systems do.
+    /// Whether statx reports mount points, as all but old systems do.
     bool tellsMounts = true;
 };

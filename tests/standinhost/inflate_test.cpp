@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The raw DEFLATE decoder: what it decodes, what it refuses and with which message, what it costs.
+// The raw DEFLATE decoder: what it decodes, what it refuses with which message, how much memory it
+// takes.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <zlib.h>
@@ -32,7 +33,7 @@ constexpr const char* cannotStore = "Cannot store DEFLATE output";
 const std::string helloFixed("\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00", 10);
 /// "abc" in a stored block.
 const std::string abcStored("\x01\x03\x00\xfc\xff\x61\x62\x63", 8);
-/// Nothing, in a block of fixed codes and in a stored block.
+/// No content, in a block of fixed codes and in a stored block.
 const std::string emptyFixed("\x03\x00", 2);
 const std::string emptyStored("\x01\x00\x00\xff\xff", 5);
 
@@ -91,7 +92,7 @@ std::string deflate(const std::string& content, int level, int strategy = Z_DEFA
     return data;
 }
 
-/// Stored blocks of 65535 bytes and one of the rest.
+/// Returns stored blocks of 65535 bytes and one with the rest.
 std::string store(const std::string& content) {
     std::string data;
     for (std::size_t position = 0; data.empty() || position < content.size();) {
@@ -307,7 +308,7 @@ TEST(Inflate, RefusesBrokenData) {
     }
 }
 
-// zlib refuses such a block, unless it is for a single distance.
+// zlib refuses such a block, except for a single distance.
 TEST(Inflate, TakesSetsOfCodesThatAreNotUsedUp) {
     expectDecodes("\x05\xe0\x01\x09\x00\x00\x00\x80\x20\x6c\xeb\xff\xa9\x44"s, "A");
     expectDecodes("\x05\xe1\x01\x09\x00\x00\x00\x80\x20\x6c\xf3\xff\x29\x4b"s, "A");
@@ -361,7 +362,7 @@ TEST(Inflate, StartsWhereTheStreamStands) {
     EXPECT_EQ(out.str(), "hello hello hello");
 }
 
-/// Gives out a string one byte at a time.
+/// Yields a string one byte at a time.
 class ByteByByte : public std::streambuf {
 public:
     explicit ByteByByte(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -390,7 +391,7 @@ TEST(Inflate, ReadsAStreamThatComesInSmallPortions) {
     EXPECT_TRUE(out.str() == content);
 }
 
-/// Takes a number of bytes and then no more.
+/// Accepts a number of bytes and then no more.
 class LimitedSink : public std::streambuf {
 public:
     explicit LimitedSink(std::streamsize limit) : limit_(limit) {}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The observers of host calls and of decoding: per thread, removable, free to throw.
+// The observers of the module's calls and of decoding: per thread, removable, may throw.
 #include <gtest/gtest.h>
 #include <zlib.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The pending host exception: copied, first raise kept, per thread, cleared by taking it.
+// The pending exception: copied, the first one kept, per thread, cleared when it is taken.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Definitions of the C library's renames and flushes that come before its own.
+// Definitions of the C library's renames and flushes that take precedence over its own.
 #include "tests/standinhost/rename_faults.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What others do in between two steps of the host, each at the worst moment: it is noticed, or
-// harmless, and nothing of theirs is taken for the host's own.
+// Actions of others between two steps of the stand-in, each at the worst moment. They are noticed
+// or harmless, and nothing that belongs to others is mistaken for its own.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -78,7 +78,7 @@ TEST(Between, StagesInNoDirectoryThatALinkInTheStagingDirectorysPlaceNames) {
     EXPECT_EQ(fs::status(dir / "empty").permissions(), fs::perms{0755});
 }
 
-/// Puts a directory of another user in the place of one that was just made.
+/// Replaces a directory that was just made by one of another user.
 void replaceByAnothers(const fs::path& directory) {
     fs::remove(directory);
     fs::create_directory(directory);

@@ -102,7 +102,7 @@ TEST(Commit, KeepsWhatAppearedMeanwhileUnlessItMayBeReplaced) {
                             row.kind == Kind::linkToFifo;
         makeAt(dir / "out", row.kind);
 
-        // A link that appeared leads elsewhere than to the place for which staging was prepared.
+        // A link that appeared leads to another place than the one for which staging was prepared.
         expectFailure(
             commit(staging, dir / "out"),
             isLink ? "Cannot move extracted files to destination" : "Destination already exists");
@@ -318,7 +318,7 @@ TEST(Commit, KeepsTheOldTreeWhereItsParentCannotBeChanged) {
     EXPECT_TRUE(fs::exists(dir / "parent/out/sub/old"));
 }
 
-/// Replaces a tree and tells what was left of it.
+/// Replaces a tree and returns what was left of it.
 std::string leftOverAfterReplacing(const fs::path& destination) {
     const StagingResult committed = commit(stageNewTree(destination, true), destination);
     if (!committed.ok) return committed.error;
@@ -367,7 +367,7 @@ TEST(Commit, DeletesItsOwnersReadOnlyAndClosedDirectories) {
     EXPECT_EQ(treeAt(dir / "parent"), onlyTheNewTree);
 }
 
-/// Makes directories in each other, `depth` of them, with a file and a directory in each.
+/// Makes `depth` nested directories, with a file and a directory in each.
 void makeDeep(const fs::path& top, int depth) {
     int directory = open(top.c_str(), O_RDONLY | O_DIRECTORY);
     for (int level = 0; level < depth; ++level) {
@@ -396,7 +396,7 @@ TEST(Commit, DeletesAnOldTreeOfAnyDepthWithFewDescriptors) {
     EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
 }
 
-/// Replaces a tree in which things are mounted and returns what can be read of them afterwards.
+/// Replaces a tree with mounts in it. Returns what can be read of the mounts afterwards.
 std::string keptOfMounts(const TempDir& dir, bool tellsMounts) {
     if (!mountMemory(dir / "out/sub/memory") || !bindMount(dir / "kept", dir / "out/sub/bound") ||
         !bindMount(dir / "kept/file", dir / "out/bound file"))
@@ -431,7 +431,7 @@ TEST(Commit, SaysWhereAFileSystemCannotMoveTheOldTree) {
     writeFile(dir / "lower/out/old", "old");
     fs::create_directory(dir / "seen");
     const std::string errors = withMounts([&] {
-        // What is below an overlay's upper directory must not be an overlay itself.
+        // The upper directory of an overlay must not be below an overlay itself.
         if (!mountMemory(dir / "seen")) return std::string("cannot mount");
         fs::create_directories(dir / "seen/merged");
         if (!mountOverlay(dir / "lower", dir / "seen/changes", dir / "seen/merged"))
@@ -639,7 +639,7 @@ TEST(AbandonStaging, LeavesAloneWhatAnotherThreadPrepared) {
     removeExtractionTree(staging);
 }
 
-/// How many files other programs would inherit from this one.
+/// Returns the number of files that other programs would inherit from this one.
 int inheritableFileCount() {
     int count = 0;
     for (int number = 3; number < 1024; ++number) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Committing where renames fail: file systems that cannot exchange, things that come and go
-// meanwhile, moves and flushes that fail half-way.
+// Committing when renames fail: file systems that cannot exchange, things that appear and vanish
+// meanwhile, moves and flushes that fail.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -43,7 +43,7 @@ constexpr ErrorRow unsupported[] = {
 
 const Tree onlyTheNewTree = {{"out", "/"}, {"out/new", "new"}};
 
-/// Makes every exchange fail as where there is none.
+/// Makes every exchange fail as on a file system that has none.
 void refuseExchanges(RenameFaults& faults) {
     faults.beforeExchange = [] { return EINVAL; };
 }
@@ -53,7 +53,7 @@ void expectMoveFailure(const StagingResult& result) {
     EXPECT_EQ(result.error, "Cannot move extracted files to destination");
 }
 
-/// What is left once the module has done its part after a failure.
+/// Returns what is left when the module has removed the tree after a failure.
 Tree treeAfterRemoval(const TempDir& dir, const fs::path& staging) {
     removeExtractionTree(staging);
     return treeAt(dir.path());
@@ -402,7 +402,7 @@ TEST(CommitWithSync, TakesBackWhatCannotBeFlushedWithoutExchange) {
     EXPECT_EQ(treeAfterRemoval(dir, staging), before);
 }
 
-/// Extracts as the module does, which has every name converted first.
+/// Extracts as the module does: it has every name converted first.
 fs::path stageNamedTree(const fs::path& destination) {
     const fs::path staging = stageNewTree(destination, true);
     Vesk_runtimeFsPath("new");

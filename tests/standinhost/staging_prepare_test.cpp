@@ -82,7 +82,8 @@ TEST(Prepare, RemovesWhatTheThreadLeftOpen) {
     EXPECT_FALSE(fs::exists(dir / "made"));
 }
 
-/// Extracts through a link and `..`, by the normal form of the staging path, and tells what came.
+/// Extracts through a link and `..`, below the normal form of the staging path. Returns what is
+/// there.
 std::string extractByNormalForm(const fs::path& destination) {
     const fs::path staging = stageNewTree(destination, false);
     const std::string file = readFile(staging.lexically_normal() / "new");
@@ -273,7 +274,7 @@ TEST(Prepare, StagesBesideWhatALinkPointsAt) {
     }
 }
 
-/// Prepares staging under the umask and returns how a file in it, and the removal, end.
+/// Prepares staging under the umask. Returns how writing a file in it, and removing it, end.
 std::string stageUnder(mode_t mask, const fs::path& destination) {
     umask(mask);
     const StagingResult prepared = prepare(destination, true);
@@ -408,7 +409,7 @@ TEST(Prepare, FollowsLinksWhereItCannotSeeItsOwnPath) {
     EXPECT_EQ(readFile(dir / "closed/place/sub/pointed/new"), "new");
 }
 
-/// Goes into `directory`, extracts to `destination` there and tells what went wrong.
+/// Changes to `directory`, extracts to `destination` there and returns what went wrong.
 std::string extractRelative(const fs::path& directory, const std::string& destination) {
     fs::current_path(directory);
     const fs::path staging = stageNewTree(destination, true);

@@ -17,7 +17,7 @@
 
 namespace vesk::testing {
 
-/// What a staging function gave; `error` held "before" when it was called.
+/// The result of a staging function. `error` held "before" when it was called.
 struct StagingResult {
     bool ok;
     std::filesystem::path staging;
@@ -47,13 +47,13 @@ inline std::filesystem::path stageNewTree(const std::filesystem::path& destinati
     return prepared.staging;
 }
 
-/// The directory beside the destination that holds the tree `staging`.
+/// Returns the directory beside the destination that holds the tree `staging`.
 inline std::filesystem::path directoryOf(const std::filesystem::path& staging) {
     return std::filesystem::canonical(staging).parent_path();
 }
 
-/// Every name below `directory` with the file's content, a link's target after "-> ", "/" for a
-/// directory and "?" for anything else.
+/// Returns every name below `directory` with the file's content, a link's target after "-> ", "/"
+/// for a directory and "?" for anything else.
 inline std::map<std::string, std::string> treeAt(const std::filesystem::path& directory) {
     namespace fs = std::filesystem;
     std::map<std::string, std::string> tree;
@@ -73,7 +73,7 @@ inline std::map<std::string, std::string> treeAt(const std::filesystem::path& di
 
 using Tree = std::map<std::string, std::string>;
 
-/// What can stand at the destination, made by makeAt. `link...` point at something beside it.
+/// What can be at the destination; makeAt makes it. `link...` point at something beside it.
 enum class Kind {
     nothing,
     file,
@@ -93,7 +93,7 @@ struct KindRow {
     Kind kind;
 };
 
-/// What is replaced only when that is allowed.
+/// What may be replaced with permission only.
 inline constexpr KindRow replaceableKinds[] = {
     {"file", Kind::file},
     {"tree", Kind::tree},
@@ -101,7 +101,7 @@ inline constexpr KindRow replaceableKinds[] = {
     {"link to a file", Kind::linkToFile},
 };
 
-/// What is never replaced.
+/// What may never be replaced.
 inline constexpr KindRow irreplaceableKinds[] = {
     {"fifo", Kind::fifo},
     {"dangling link", Kind::dangling},
@@ -110,14 +110,14 @@ inline constexpr KindRow irreplaceableKinds[] = {
     {"link to a fifo", Kind::linkToFifo},
 };
 
-/// Every kind of thing but nothing and an empty directory, which is as good as nothing.
+/// Every kind but nothing and an empty directory, which is treated like nothing.
 inline std::vector<KindRow> existingKinds() {
     std::vector<KindRow> rows(std::begin(replaceableKinds), std::end(replaceableKinds));
     rows.insert(rows.end(), std::begin(irreplaceableKinds), std::end(irreplaceableKinds));
     return rows;
 }
 
-/// Makes a thing of the kind at `path`. What a link points at is beside it, named "pointed".
+/// Makes something of the kind at `path`. The target of a link is beside it, named "pointed".
 inline void makeAt(const std::filesystem::path& path, Kind kind) {
     namespace fs = std::filesystem;
     const fs::path pointed = path.parent_path() / "pointed";
@@ -153,8 +153,8 @@ inline void makeAt(const std::filesystem::path& path, Kind kind) {
     }
 }
 
-/// What is below the directory that held a replaceable thing of the kind, named "out", once the
-/// tree of stageNewTree has replaced it.
+/// Returns the content of the directory that held a replaceable object of the kind, named "out",
+/// after the tree of stageNewTree has replaced it.
 inline Tree treeAfterReplacing(Kind kind) {
     if (kind == Kind::linkToTree || kind == Kind::linkToFile)
         return {{"out", "-> pointed"}, {"pointed", "/"}, {"pointed/new", "new"}};

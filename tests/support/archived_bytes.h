@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// TAR streams exactly as the module writes them, put together from literals.
+// TAR streams exactly as the module writes them, built from literals.
 #pragma once
 
 #include <cstddef>

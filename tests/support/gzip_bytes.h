@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Gzip members for tests, put together byte by byte (RFC 1952); zlib compresses and sums up.
+// Gzip members for tests, built byte by byte (RFC 1952). zlib compresses and computes checksums.
 #pragma once
 
 #include <zlib.h>
@@ -60,7 +60,7 @@ inline std::string gzipMember(std::string_view content, const std::string& heade
     return header + rawDeflate(content) + gzipTrailer(content);
 }
 
-/// Returns `header` with the field that FHCRC announces: the low half of the CRC-32 of it all.
+/// Returns `header` with the field of FHCRC after it: the low half of the CRC-32 of the header.
 inline std::string withHeaderChecksum(const std::string& header) {
     return header + littleEndian(zlibCrc32(header), 2);
 }

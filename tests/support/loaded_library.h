@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Loading a library and finding its functions; a test cannot go on without either.
+// Loading a library and finding its functions; a test cannot continue without them.
 #pragma once
 
 #include <dlfcn.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A fresh directory on another file system than that of TempDir.
+// A new directory on another file system than that of TempDir.
 #pragma once
 
 #include <unistd.h>
@@ -34,8 +34,8 @@ private:
     std::optional<std::string> before_;
 };
 
-/// Makes a directory on the memory file system, which is quick and lists names in another order
-/// than those on disk; where there is none, one beside the others.
+/// Makes a directory on the memory file system, which is fast and lists names in another order than
+/// a disk. Where there is none, makes one beside the others.
 inline std::unique_ptr<TempDir> makeMemoryDir() {
     if (access("/dev/shm", W_OK | X_OK) != 0) return std::make_unique<TempDir>();
     const TemporaryFilesAt memory("/dev/shm");

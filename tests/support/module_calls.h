@@ -4,7 +4,7 @@
 
 namespace vesk::testing {
 
-/// The two containers of an archive: the class whose methods are called.
+/// The two kinds of archive: they choose the class whose methods are called.
 enum class Container { tar, tgz };
 
 /// Calls the built module's makeArchive or unpackArchive of the container's class. Arguments may be

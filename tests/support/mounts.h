@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// File systems for one test, mounted where nobody else sees them.
+// File systems for one test, mounted where no other process sees them.
 #pragma once
 
 #include <fcntl.h>
@@ -23,7 +23,7 @@ inline bool writeTo(const char* path, const std::string& text) {
     return isWritten;
 }
 
-/// Gives this process mounts of its own, which an ordinary user needs a user namespace for.
+/// Gives this process its own mounts. An ordinary user needs a user namespace for that.
 inline bool separateMounts() {
     const std::string user = std::to_string(geteuid());
     const std::string group = std::to_string(getegid());
@@ -35,12 +35,12 @@ inline bool separateMounts() {
     return isMapped && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-/// Returns whether this machine lets a process mount; where it does not, tests that need it skip.
+/// Tells whether this machine lets a process mount. Where it does not, tests that need it skip.
 inline bool canMount() {
     return inChildThatBecame(separateMounts, [] { return "yes"; }) == "yes";
 }
 
-/// Runs `body` in a child process that may mount what it likes; see inChildThatBecame.
+/// Runs `body` in a child process that may mount anything; see inChildThatBecame.
 inline std::string withMounts(const std::function<std::string()>& body) {
     return inChildThatBecame(separateMounts, body);
 }
@@ -50,13 +50,13 @@ inline bool mountMemory(const std::filesystem::path& directory, const char* opti
     return mount("none", directory.c_str(), "tmpfs", 0, options) == 0;
 }
 
-/// Lets `place` show what is at `path`.
+/// Makes `place` show what is at `path`.
 inline bool bindMount(const std::filesystem::path& path, const std::filesystem::path& place) {
     return mount(path.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
 
-/// Mounts on `place` an overlay of the directory `lower`, with new directories below `work` for
-/// what is changed.
+/// Mounts on `place` an overlay of the directory `lower`, with new directories below `work` for the
+/// changes.
 inline bool mountOverlay(const std::filesystem::path& lower, const std::filesystem::path& work,
                          const std::filesystem::path& place) {
     for (const char* name : {"upper", "work"})

@@ -8,7 +8,8 @@
 
 namespace vesk::testing {
 
-/// Returns how many file descriptors are open; the one that the count itself takes is always in it.
+/// Returns the number of open file descriptors. The one that the count itself needs is always
+/// included.
 inline std::ptrdiff_t openFileCount() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }

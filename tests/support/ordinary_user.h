@@ -12,8 +12,8 @@
 
 namespace vesk::testing {
 
-/// Runs `body` in a child process that has become what `become` makes of it, and returns what it
-/// returned, or a text that begins with "child failed" when either failed, threw or died.
+/// Runs `body` in a child process after `become` has changed its user. Returns the text of `body`,
+/// or a text that begins with "child failed" when either failed, threw or died.
 inline std::string inChildThatBecame(const std::function<bool()>& become,
                                      const std::function<std::string()>& body) {
     int ends[2];
@@ -45,8 +45,8 @@ inline std::string inChildThatBecame(const std::function<bool()>& become,
     return result;
 }
 
-/// Runs `body` in a child process as an ordinary user: the id 65534 when this process is root, else
-/// as it is. Files that the body needs must be open to everyone.
+/// Runs `body` in a child process as an ordinary user: as the user 65534 when this process is root,
+/// otherwise as the same user. Files that the body needs must be open to everyone.
 inline std::string asOrdinaryUser(const std::function<std::string()>& body) {
     return inChildThatBecame(
         [] { return geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0); }, body);

@@ -25,7 +25,7 @@ RecordingHost& host() {
     return *current;
 }
 
-// The stand-in host's own version of `function`, found by the name that this executable exports.
+// Returns the stand-in's own version of `function`, found by the name that this executable exports.
 template <typename Function>
 Function* standIn(Function* function) {
     static void* const library = loadLibrary(VESK_STANDIN_HOST_PATH);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// A host for tests: supplies the nine runtime functions, logs every call, fails on demand.
+// A runtime for tests: supplies the nine functions, logs every call, fails on demand.
 //
-// The test executable exports the nine functions, so that the module, once loaded, and the inner
-// routines, where they are linked in, both call them here. What a test does not make fail is done
-// by the stand-in host.
+// The test executable exports the nine functions. So the loaded module and the inner routines that
+// are linked in both call them here. Unless a test makes a function fail, it calls that of the
+// stand-in host.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace vesk::testing {
 
-/// Receives the host calls of its thread from construction to destruction; one at a time a thread.
+/// Receives the calls of its thread from construction to destruction. A thread has one at a time.
 class RecordingHost {
 public:
     RecordingHost();
@@ -33,33 +33,33 @@ public:
     ///     removeExtractionTree(STAGING)
     ///     crc32Update(ffffffff, 1536)
     ///     inflateRaw(compressed=12, uncompressed=1024, crc=0, error=) = 1
-    /// STAGING stands for the path that prepareExtractionStaging last gave.
+    /// STAGING stands for the path that prepareExtractionStaging returned last.
     std::vector<std::string> calls;
 
-    /// The exception that was raised and is pending: the first one; empty when none is.
+    /// The exception that was raised first and is pending; empty when none is.
     std::optional<std::string> pendingClass;
     std::optional<std::string> pendingMessage;
-    /// How often Vesk_raise was called.
+    /// The number of calls of Vesk_raise.
     int raiseCount = 0;
 
     /// When set, the function stores this text and fails without doing anything.
     std::optional<std::string> prepareFailure;
     std::optional<std::string> commitFailure;
     std::optional<std::string> inflateFailure;
-    /// Whether the failures above leave the text as it is instead.
+    /// Whether the failures above leave the text unchanged instead.
     bool failsWithoutText = false;
     /// When set, inflateRaw stores this text although it succeeds.
     std::optional<std::string> inflateRemark;
-    /// When set, inflateRaw gives back this CRC instead of the right one.
+    /// When set, inflateRaw returns this CRC instead of the right one.
     std::optional<std::uint32_t> inflateCrc;
-    /// When set, Vesk_runtimeFsPath gives this path whatever the text.
+    /// When set, Vesk_runtimeFsPath returns this path for every text.
     std::optional<std::filesystem::path> runtimeFsPath;
     /// Called, when set, before the named function answers; may throw.
     std::function<void(const char* text)> beforeRuntimeFsPath;
     std::function<void()> beforeHasPendingError;
     std::function<void(const std::string& staging)> beforeCommit;
 
-    /// The staging directory that prepareExtractionStaging last gave.
+    /// The staging directory that prepareExtractionStaging returned last.
     std::string staging;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// TAR streams for tests, put together at literal offsets (POSIX.1-1988 ustar), apart from the
+// TAR streams for tests, built at literal offsets (POSIX.1-1988 ustar), independently of the
 // module's own description of the format.
 #pragma once
 
@@ -12,12 +12,13 @@
 
 namespace vesk::testing {
 
-/// Returns `text` with `bytes` in place of what it has from `offset` on.
+/// Returns `text` with `bytes` in place of what it contains from `offset` on.
 inline std::string patched(std::string text, std::size_t offset, std::string_view bytes) {
     return text.replace(offset, bytes.size(), bytes);
 }
 
-/// Returns the sum of the 512 bytes of `block`, each as a `Byte`, the eight of chksum as spaces.
+/// Returns the sum of the 512 bytes of `block`, each as a `Byte`; the eight bytes of chksum count
+/// as spaces.
 template <typename Byte>
 int tarSum(std::string_view block) {
     int sum = 8 * 32;

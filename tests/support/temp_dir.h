@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A fresh directory for one test, and small helpers for files in it.
+// A new directory for one test, and small helpers for files in it.
 #pragma once
 
 #include <cstdlib>
@@ -13,8 +13,8 @@
 
 namespace vesk::testing {
 
-/// Makes an empty directory below the system's directory for temporary files and removes it, with
-/// what it holds by then, at the end of its life.
+/// Makes an empty directory below the system's directory for temporary files. The destructor
+/// removes it with all its content.
 class TempDir {
 public:
     TempDir() {

@@ -20,8 +20,8 @@ inline void writeTree(const std::filesystem::path& root, const Tree& tree) {
         writeFile(root / name, content);
 }
 
-/// Reads the tree at `root`. Besides regular files it holds what a comparison must not overlook:
-/// an empty directory as its name with "/" at the end, any other object as its name with "?".
+/// Reads the tree at `root`. Besides regular files it contains what a comparison must notice: an
+/// empty directory as its name with "/" at the end, any other object as its name with "?".
 inline Tree readTree(const std::filesystem::path& root) {
     Tree tree;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tests of collecting the entries of a source: what becomes one, under which name, in which order,
-// and what ends the collection.
+// Tests of collecting the entries of a source: what becomes an entry, under which name, in which
+// order, and which failures end the collection.
 #include "tar/entry_collection.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ protected:
     const std::string root = dir.path().native();
     RecordingHost host;
 
-    /// Returns the calls that a collection made, then its entries as "name < source path".
+    /// Returns the calls of a collection, then its entries as "name < source path".
     Lines collected(const fs::path& source) {
         host.calls.clear();
         const std::vector<ArchiveEntryInfo> entries = collectArchiveEntries(source);
@@ -53,7 +53,7 @@ protected:
         return result;
     }
 
-    /// Like `collected`, but as an ordinary user in the directory; in one text.
+    /// Like `collected`, but as an ordinary user in the directory, and as one text.
     std::string collectedAsOrdinaryUser(const fs::path& source) {
         return asOrdinaryUser([&] {
             fs::current_path(root);
@@ -239,7 +239,7 @@ TEST_F(EntryCollection, EndsAtADirectoryThatTheUserMayNotRead) {
     }
 }
 
-// A directory that may be listed but not searched names its entries and no more.
+// A directory that may be listed but not searched gives the names of its entries and no more.
 TEST_F(EntryCollection, EndsAtALinkWhoseTargetTheUserMayNotLookAt) {
     writeFile(dir / "file", "");
     fs::create_directory(dir / "listed");

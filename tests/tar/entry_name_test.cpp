@@ -63,7 +63,7 @@ TEST(EntryName, JoinsPrefixAndNameUpToTheirNulAndDropsTrailingSlashes) {
     }
 }
 
-// The prefix counts whatever the archive's flavour: magic and version may hold anything.
+// The prefix counts for every variant of the format: magic and version may hold anything.
 TEST(EntryName, UsesThePrefixWithoutTheMagic) {
     const std::string block = patched(patched(tarHeader("n"), 345, "p"), 257, "GNUtar  "sv);
     std::array<std::uint8_t, 512> bytes;
@@ -82,7 +82,7 @@ Judgement judge(const std::string& entryName) {
     return {safe, host.calls};
 }
 
-// That the name is converted exactly once here is part of the promise: the second conversion makes
+// The promise includes that the name is converted exactly once here: the second conversion makes
 // the target.
 TEST(EntryName, AcceptsWhatStaysBelowTheRoot) {
     const char* const names[] = {
@@ -110,7 +110,7 @@ TEST(EntryName, RefusesByTheTextAloneBeforeAnyConversion) {
     }
 }
 
-// "." alone is refused by two rules.
+// Two rules refuse the name ".".
 TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
     const char* const names[] = {
         ".",
@@ -142,8 +142,8 @@ TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
     }
 }
 
-// A text that does not begin with "/" has no root once it is a path, unless the runtime's
-// conversion gives it one.
+// A text that does not begin with "/" gives a path without a root, unless the runtime's conversion
+// adds one.
 TEST(EntryName, RefusesARootThatTheConversionGives) {
     RecordingHost host;
     for (const char* const path : {"/etc/x", "//etc/x", "/"}) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tests of the header block as it is written: every byte of whole blocks, and how long names are
-// divided between two fields.
+// Tests of writing the header block: every byte of whole blocks, and how long names are split
+// between two fields.
 #include "tar/header_block.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ struct Built {
 };
 
 Built build(std::string_view name, std::uint64_t size) {
-    // Bytes that nobody wrote would show.
+    // Shows bytes that were not written.
     std::vector<std::uint8_t> block(512, 0xA5);
     RecordingHost host;
     tarBuildHeaderBlock(name, size, std::span<std::uint8_t, 512>(block));
@@ -41,7 +41,7 @@ struct Field {
     std::string_view bytes;
 };
 
-/// Compares the fields one by one, and everything between and beside them with NULs.
+/// Compares the fields one by one, and all bytes between them with NULs.
 void expectFields(std::string block, const std::vector<Field>& fields) {
     for (const Field& field : fields) {
         EXPECT_EQ(block.substr(field.offset, field.bytes.size()), field.bytes) << field.name;
@@ -115,7 +115,7 @@ TEST(HeaderBlock, HoldsTheSizeInElevenDigits) {
     }
 }
 
-// The block is still completed; what counts is that its maker has been told.
+// The block is still completed; its maker is told by the exception.
 TEST(HeaderBlock, RaisesASizeThatDoesNotFitAndLeavesTheFieldAllNul) {
     for (const std::uint64_t size : {8589934592U + 0U, ~std::uint64_t{0}}) {
         SCOPED_TRACE(size);

@@ -42,7 +42,7 @@ TEST(OctalField, FitsWhatOneDigitLessThanTheWidthCanHold) {
     }
 }
 
-// Writes into the middle of foreign bytes and returns the field with one of them on either side.
+// Writes a field between other bytes. Returns it with one of these bytes on either side.
 std::string writtenField(std::size_t width, std::uint64_t value) {
     std::string bytes(width + 2, 'x');
     tarWriteOctal(reinterpret_cast<std::uint8_t*>(bytes.data()) + 1, width, value);
@@ -94,7 +94,7 @@ TEST(OctalField, RaisesANumberThatDoesNotFitAndLeavesTheFieldAllNul) {
 }
 
 std::optional<std::uint64_t> parsed(std::string_view field) {
-    // Exactly as large as the field, so that the sanitizer notices a byte read beyond it.
+    // Exactly as large as the field, so that a sanitizer notices a byte read beyond it.
     const std::vector<std::uint8_t> bytes(field.begin(), field.end());
     return tarParseOctal(bytes.data(), bytes.size());
 }
@@ -153,7 +153,7 @@ TEST(OctalField, JudgesEveryByteAtTheStartInTheMiddleAndAtTheEnd) {
     }
 }
 
-// No field of the format is that wide; the guard belongs to the parser all the same.
+// No field of the format is that wide, but the parser's promise includes the limit.
 TEST(OctalField, ReadsNoNumberOfMoreThan64Bits) {
     EXPECT_EQ(parsed("01777777777777777777777"), 0xFFFFFFFFFFFFFFFF);
     EXPECT_EQ(parsed("1777777777777777777777 "), 0xFFFFFFFFFFFFFFFF);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Tests of staged extraction alone: the error text, the host calls and what is left behind.
+// Tests of staged extraction alone: the error text, the calls of the runtime, and what is left
+// behind.
 #include "tar/staged_extraction.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@ namespace {
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-/// The error text holds a word beforehand: it must survive a success, and vanish in a failure.
+/// The error text is not empty before: a success must keep it, a failure must replace it.
 class StagedExtraction : public ::testing::Test {
 protected:
     bool unpack(const std::string& archive, const char* destinationPath, bool overwrite = false) {
@@ -123,7 +124,7 @@ TEST_F(StagedExtraction, RemovesTheStagingTreeWhenTheCommitFails) {
     }
 }
 
-// The runtime finds the whole archive extracted when it is asked to commit, and nothing at the
+// When the runtime is asked to commit, the whole archive is extracted and nothing is at the
 // destination yet.
 TEST_F(StagedExtraction, CommitsOnlyTheWholeTree) {
     Tree staged;

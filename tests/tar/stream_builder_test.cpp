@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tests of building a TAR stream: every byte of it, the calls on the way, and where it stops.
+// Tests of building a TAR stream: every byte of it, the calls, and where it stops.
 #include "tar/stream_builder.h"
 
 #include <gtest/gtest.h>
@@ -196,7 +196,7 @@ TEST_F(StreamBuilder, ReportsAFileThatCannotBeReadEvenIfItsNameIsTooLong) {
                                      "Vesk_hasPendingError() = 1"});
 }
 
-/// Tells which files of a directory have been opened since it was made.
+/// Tells which files of a directory have been opened since the watch was made.
 class OpenWatch {
 public:
     explicit OpenWatch(const fs::path& directory)
@@ -208,7 +208,7 @@ public:
     OpenWatch(const OpenWatch&) = delete;
     OpenWatch& operator=(const OpenWatch&) = delete;
 
-    /// Returns the names in the order of opening.
+    /// Returns the names in the order in which they were opened.
     std::vector<std::string> openedFiles() const {
         std::vector<std::string> names;
         alignas(inotify_event) char events[4096];

@@ -27,7 +27,7 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-/// The error text holds a word beforehand: it must survive a success, and vanish in a failure.
+/// The error text is not empty before: a success must keep it, a failure must replace it.
 struct Extraction {
     bool done = false;
     std::string errorText = "word";
@@ -36,7 +36,7 @@ struct Extraction {
 };
 
 void extractInto(const fs::path& root, const std::string& archive, Extraction& extraction) {
-    // Exactly as large as the archive, so that the sanitizer notices a byte read beyond it.
+    // Exactly as large as the archive, so that a sanitizer notices a byte read beyond it.
     const std::vector<std::uint8_t> bytes(archive.begin(), archive.end());
     RecordingHost host;
     extraction.done = tarExtractArchiveBytes(bytes, root, extraction.errorText);
@@ -166,16 +166,16 @@ TEST(StreamExtractor, ReplacesTheErrorTextByTheFirstProblemAndKeepsWhatItHasMade
          "Truncated TAR entry padding",
          {{"a", "x"}, {"b", "y"}}},
     };
-    // Two rows are missing. "Cannot finalize TAR entry" needs a full disk: see below. "TAR entry is
-    // too large for this platform" cannot be reached where sizes have 64 bits, as twelve octal
-    // digits stop at 36.
+    // Two messages have no row. "Cannot finalize TAR entry" needs a full disk: see below. "TAR
+    // entry is too large for this platform" is unreachable where sizes have 64 bits: twelve octal
+    // digits are 36 bits.
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         expectFailure(extract(row.archive), row.message, row.tree);
     }
 }
 
-// The length of a regular file's data counts before the file is made; its padding after.
+// The length of a regular file's data is checked before the file is made, its padding afterwards.
 TEST(StreamExtractor, NamesWhatIsMissingAtEveryLengthOfAnArchive) {
     const std::string data(700, 'd');
     const std::string archive = tarEntry("a", data) + tarEnd();
@@ -221,7 +221,7 @@ TEST(StreamExtractor, RefusesEveryTypeButRegularFilesAndDirectories) {
     }
 }
 
-/// Returns the message of an archive with one empty file whose header is `header`; "" if it has
+/// Returns the message of an archive with one empty file whose header is `header`; "" when there is
 /// none.
 std::string messageOf(const std::string& header, const TempDir& root) {
     Extraction extraction;
@@ -278,7 +278,7 @@ TEST(StreamExtractor, NoticesEveryFlippedBitOutsideTheChecksumField) {
     EXPECT_TRUE(fs::is_empty(root.path()));
 }
 
-// Only a block without a single byte that is not NUL ends the archive.
+// Only a block whose bytes are all NUL ends the archive.
 TEST(StreamExtractor, TakesABlockWithOneByteForAHeader) {
     const TempDir root;
     for (std::size_t offset = 0; offset < 512; ++offset) {
@@ -333,7 +333,7 @@ TEST(StreamExtractor, RefusesUnsafeNamesWithoutLookingAtTheRest) {
     }
 }
 
-// The parts of an archive whose last entry is "e/f" with two bytes of data; faults spoil them.
+// The parts of an archive whose last entry is "e/f" with two bytes of data. Faults change them.
 struct Parts {
     std::string before;
     std::string header = tarHeader("e/f", 2);
@@ -394,7 +394,7 @@ TEST(StreamExtractor, FindsOfTwoFaultsTheOneWhoseStepComesFirst) {
     }
 }
 
-// Once to judge the name, once to make the target, which only an entry of sound size gets.
+// Converted once to judge the name, and once to make the target if the size of the entry is valid.
 TEST(StreamExtractor, ConvertsTheNameWhenItIsNeeded) {
     struct Row {
         const char* name;
@@ -449,7 +449,7 @@ TEST(StreamExtractor, AppliesNoModeOrTimeOfTheHeader) {
     EXPECT_GT(statusOf(root / "a").st_mtime, 0);
 }
 
-// In a child process, for the limit on the size of files cannot be taken back.
+// In a child process, since a limit on the size of files cannot be removed again.
 std::string messageBelowLimit(std::size_t limit, const fs::path& root, const std::string& archive) {
     return asOrdinaryUser([&] {
         std::signal(SIGXFSZ, SIG_IGN);
@@ -461,7 +461,7 @@ std::string messageBelowLimit(std::size_t limit, const fs::path& root, const std
     });
 }
 
-/// Extracts below `root` in the directory "here" and returns all that is beside and below it.
+/// Extracts below `root` from the directory "here". Returns all that is beside and below it.
 Extraction extractFromHere(const fs::path& root, const std::string& name) {
     const TempDir dir;
     const fs::path before = fs::current_path();
@@ -497,8 +497,8 @@ TEST(StreamExtractor, MakesAMissingRoot) {
     }
 }
 
-// A root without a name is wherever the process happens to be: a file there has no directory of its
-// own that could be made.
+// A root without a name is the current directory of the process. A file there has no parent that
+// could be made.
 TEST(StreamExtractor, WritesNoFileIntoTheCurrentDirectory) {
     for (const char* const root : {"", ".", "./", "a/.."})
         expectFailure(extractFromHere(root, "a"), "Cannot create TAR entry directory", {});
@@ -506,7 +506,7 @@ TEST(StreamExtractor, WritesNoFileIntoTheCurrentDirectory) {
 
 // The sanitizers need descriptors of their own and take the lack of one for a defect.
 #ifndef VESK_SANITIZED
-// Directories need no descriptor, so they are made all the same.
+// Making directories needs no descriptor, so it succeeds.
 TEST(StreamExtractor, CannotWriteAFileWithoutADescriptor) {
     for (const char* const name : {"a", "p/a"}) {
         const TempDir root;

@@ -31,7 +31,7 @@ constexpr Method tarUnpack = vesk_io_archives_TarArchiver_unpackArchive;
 constexpr Method tgzMake = vesk_io_archives_TgzArchiver_makeArchive;
 constexpr Method tgzUnpack = vesk_io_archives_TgzArchiver_unpackArchive;
 
-/// A call that fails: names below the thread's directory, null for a null argument.
+/// A call that fails. Names are below the thread's directory; null means a null argument.
 struct FailingCall {
     Method method;
     const char* from;
@@ -50,7 +50,7 @@ constexpr std::array<FailingCall, 8> failingCalls = {{
     {tarUnpack, "endless.tar", "out", "TAR archive has no end marker"},
 }};
 
-/// What one thread does, in a directory of its own.
+/// The calls of one thread, in its own directory.
 class Worker {
 public:
     explicit Worker(int number) : number_(number) {
@@ -100,7 +100,7 @@ private:
         expect(call(method, from, to, true), "done");
     }
 
-    /// Threads are at different failures at a time.
+    /// At any time, threads are at different failures.
     void fail(int round) {
         const FailingCall& row = failingCalls[static_cast<std::size_t>(round + number_) % 8];
         expect(call(row.method, row.from, row.to, false),
