@@ -6,7 +6,7 @@ import enum
 VESK = "vesk-archive"
 FLOOR = "floor"  # the least work that the same archive takes
 
-# Owner, mode, time and order are fixed, as they are in what vesk-archive makes.
+# Owner, mode, time and order are fixed, as in what vesk-archive makes.
 GNU_TAR = (
     "tar --format=ustar --sort=name --owner=0 --group=0 --numeric-owner --mode=0644 --mtime=@0"
     " -C {source}"
@@ -143,7 +143,7 @@ def contenders_of(job, data_set, quick=False, memory=False):
         return []
     if job.name == "unpack-tgz6" and (data_set.series or data_set.name == "large"):
         return []
-    # Nothing that plain TAR does not show, for minutes of time.
+    # Omitted: it would show only what plain TAR shows, and take minutes.
     if "tgz" in job.name and data_set.name == "empty-1000000":
         return []
     limit = limit_of(data_set, quick, memory)

@@ -99,7 +99,7 @@ def single(label, size, rounds):
     )
 
 
-# Those of few files stand where the file system needs a rest after deleting many.
+# Those of few files are placed where the file system has to recover after deleting many.
 DATA_SETS = [
     DataSet("small", "20,000 files of 0 to 16 KiB of text in 400 directories", fill_small, 5),
     DataSet(

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// vesk-floor: the least work that making or unpacking a TAR archive in memory takes, by plain
-// system calls. Measured beside vesk-archive, it shows how much of the time is vesk-archive's own.
+// vesk-floor: makes or unpacks a TAR archive in memory with the least work, by plain system calls.
+// Measured beside vesk-archive, it shows how much of the time is vesk-archive's own.
 //
 //     vesk-floor make SOURCE ARCHIVE
 //     vesk-floor unpack ARCHIVE DESTINATION
 //
 // Makes the same archive of directories and regular files, byte for byte, and unpacks nothing else.
-// It trusts what it is given: a name, a size or an archive that is not right ends it at best.
+// It trusts its input: an invalid name, size or archive ends it at best.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -113,7 +113,7 @@ std::string nameIn(const unsigned char* block) {
     return std::string(text + 345, strnlen(text + 345, 155)) + '/' + name;
 }
 
-/// Opens a new file, and makes its directories where they are missing.
+/// Opens a new file, and makes its missing directories.
 int create(int root, const std::string& name) {
     const auto open = [&] {
         return openat(root, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);

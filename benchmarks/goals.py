@@ -7,7 +7,7 @@ from contenders import FLOOR, VESK
 
 TREES = ("small", "real")
 
-# Job, data sets, contender, highest ratio of the medians of wall time (vesk-archive's over theirs).
+# Job, data sets, contender, highest ratio of the medians of wall time (vesk-archive's to theirs).
 TIMES = [
     ("make-tar", TREES, FLOOR, 1.06),
     ("make-tar@memory", TREES, FLOOR, 1.06),
@@ -28,7 +28,7 @@ TIMES = [
     ("unpack-tgz6", TREES, "igzip -dc, tar x", 1.0),
 ]
 
-# Job, what the memory is compared with, the part of a result that it comes to, highest ratio.
+# Job, what the memory is compared with, the part of a result that gives it, highest ratio.
 MEMORY = [
     ("make-tar", "archive + 250 bytes a file", lambda r: r["archive"] + 250 * r["files"], 1),
     ("make-tgz", "TAR stream + member", lambda r: r["tar"] + r["archive"], 1.03),

@@ -33,7 +33,7 @@ void writeMember(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-// Includes handing over a copy of the member, since reading uses it up.
+// Includes passing a copy of the member, since reading consumes it.
 void readMember(benchmark::State& state) {
     const ByteBuffer member = gzipWriteMember(contentOf(state.range(0)));
     for (auto _ : state) {
@@ -50,7 +50,7 @@ void readMember(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-// An empty stream's cost is the framing alone; one full stored block; many of them.
+// An empty stream, which costs only the framing; one full stored block; many blocks.
 BENCHMARK(writeMember)->Arg(0)->Arg(65535)->Arg(8 << 20);
 BENCHMARK(readMember)->Arg(0)->Arg(65535)->Arg(8 << 20);
 

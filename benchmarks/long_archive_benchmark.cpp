@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Extracting archives that are long in headers alone: an entry's cost must not grow with the number
-// of those before it. Set TMPDIR to a memory file system to leave the disk out.
+// Extracting archives with very many headers: the cost of an entry must not grow with the number of
+// entries before it. Set TMPDIR to a memory file system to exclude the disk.
 #include <benchmark/benchmark.h>
 
 #include <array>

@@ -9,8 +9,8 @@
 // with the wait status, seconds, the peak resident memory in KiB and the page faults that needed no
 // reading. Exit status 1 when a command failed or could not be started.
 //
-// A program of its own because a process begins with the peak of the one that started it: that of
-// an interpreter would hide what a small command needs.
+// A separate program, because a process starts with the peak memory of its parent: that of an
+// interpreter would hide the memory of a small command.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>

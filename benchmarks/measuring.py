@@ -109,7 +109,8 @@ class Workspace:
         self.directory = directory
         self.archives = set()
         clear_memory()
-        # Where the host has to fetch it first, it takes a minute or two that a quick run has not got.
+        # The host of a virtual machine may have to fetch the memory first. That takes a minute or
+        # two, too long for a quick run.
         self.ballast = Ballast(wanted=not quick)
         os.makedirs(f"{directory}/data", exist_ok=True)
         os.makedirs(f"{directory}/spent", exist_ok=True)
@@ -261,7 +262,7 @@ class Contest:
         """Where one round is all there is time for, the warm-up is that round."""
         costs = {name: [warm_up[name]] if self.rounds[name] == 1 else [] for name in warm_up}
         for number in range(max(self.rounds.values())):
-            # Turned round each time, so that nobody always comes after the same neighbour.
+            # The order is reversed each time, so that no contender always follows the same one.
             order = self.contenders if number % 2 == 0 else self.contenders[::-1]
             for contender in order:
                 if number < self.rounds[contender.name] and self.rounds[contender.name] > 1:
@@ -344,7 +345,7 @@ class Contest:
         if self.data_set.name != "small" or self.memory:
             return {}
         calls = {}
-        # Tracing takes many times as long as the run; the rest is not what anybody waits for.
+        # Tracing takes many times as long as the run, so only the main contenders are traced.
         traced = [c for c in self.contenders if c.where < Where.EXTRA or c.name.startswith("bsdtar")]
         if self.quick:
             traced = traced[:1]
@@ -397,7 +398,7 @@ class Contest:
             expected = file.read().split(b"\0")[:-1]
         if contender.name != VESK:
             return sorted(names) == expected
-        # Of empty files the names are everything.
+        # For empty files, the names are the whole content.
         return names == expected and (
             self.data_set.series == "empty" or self.contents_are_right(archive)
         )

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""vesk-host-check passes the stand-in host and finds exactly what is wrong with a wrong one.
+"""vesk-host-check passes the stand-in host and finds exactly what is wrong with a wrong runtime.
 
-Run by ctest, which names the files under test in the environment. Each wrong host has one defect.
+Run by ctest, which names the files under test in the environment. Each wrong runtime has one defect.
 """
 
 import collections
@@ -216,7 +216,7 @@ def run(*words, defect="", **more):
 
 
 def lines(result, verdict):
-    """What a report says passes, fails or is to be noted, without what was expected and came."""
+    """The requirements of a report that pass, fail or are noted, without what was expected and came."""
     found = re.findall(rf"^{verdict}  (.*)$", result.out, re.MULTILINE)
     return {line.partition("; ")[0] for line in found} - {NOT_CALLED}
 
@@ -328,7 +328,7 @@ class Libraries(unittest.TestCase):
 
 
 def heed_all_signals():
-    """Undoes what the starter of the tests may ignore, as one that runs them in the background."""
+    """Resets the signals that the parent of the tests may ignore, as for a job in the background."""
     for number in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
         signal.signal(number, signal.SIG_DFL)
 

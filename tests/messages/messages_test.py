@@ -25,7 +25,7 @@ EXIT = r'\b(?:raiseFailure\(\(*|reportFailure\(errorText_?, *)'
 
 
 def read(*rooms):
-    """The sources of the rooms as a name-to-text map."""
+    """Returns the sources of the folders as a name-to-text map."""
     return {str(path.relative_to(root)): path.read_text() for room in rooms
             for path in sorted((root / room).rglob("*")) if path.suffix in (".h", ".cpp")}
 

@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""What the module's library gives to and takes from its host, and that it holds no data of its own.
+"""What the module's library exports to and imports from the runtime, and that it has no data of its own.
 
 Usage: library_symbols_test.py COMPILER STRIP SOURCE_ROOT [LIBRARY]
 
-Checks the library that one plain compiler line makes of the sources and, where it is given, the one
-that has been built. Then shows that the check notices each thing that it is there to notice.
+Checks a library that one plain compiler command builds from the sources and, if it is given, the one
+that has been built. Then shows that the check notices every kind of fault.
 """
 
 import pathlib
@@ -81,13 +81,13 @@ def section_sizes(library):
 
 
 def exports(library):
-    """Returns what the library gives out; a linker may add the names of sections of its own."""
+    """Returns the exports of the library; a linker may add the names of sections of its own."""
     return demangled(unversioned(name) for kind, binding, section, name
                      in symbols(library, "--dyn-syms") if section != "UND" and kind != "SECTION")
 
 
 def imports(library):
-    """Returns what the library takes from elsewhere than from the language's own libraries."""
+    """Returns the imports of the library, without those from the libraries of the language."""
     names = set()
     for kind, binding, section, name in symbols(library, "--dyn-syms"):
         start_up = binding == "WEAK" and name in START_UP_IMPORTS
@@ -108,7 +108,7 @@ def differences(what, expected, found):
 
 
 def problems(library, plain):
-    """Returns what is wrong with the library, as texts; `plain` is one without data of its own."""
+    """Returns the faults of the library, as texts; `plain` is a library without data of its own."""
     found = differences("export", EXPORTS, exports(library))
     found += differences("import", IMPORTS, imports(library))
     objects = data_objects(library)
