@@ -229,7 +229,7 @@ void Disturbed::judge(const ProgramEnd& end, const RemovedNames& removed) {
                          << (all.empty() ? "" : all.begin()->first);
 }
 
-TEST_P(Disturbed, EndsWithAWholeTreeOrAsItWasAndLeavesNothing) {
+TEST_P(Disturbed, EndsWithTheWholeTreeOrUnchangedAndLeavesNothing) {
     const char* const wanted = std::getenv("VESK_DISTURBANCES");
     const int moments = wanted != nullptr ? std::atoi(wanted) : 12;
     const auto time = undisturbedTime();

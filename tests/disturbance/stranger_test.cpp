@@ -204,7 +204,7 @@ protected:
     std::map<int, int> ends_;
 };
 
-TEST_P(Stranger, ChangesNothingOfTheOwners) {
+TEST_P(Stranger, ChangesNothingThatBelongsToTheOwner) {
     const char* const wanted = std::getenv("VESK_DISTURBANCES");
     const int moments = wanted != nullptr ? std::atoi(wanted) : 4;
     const auto time = undisturbedTime();

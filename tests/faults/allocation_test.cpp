@@ -279,11 +279,11 @@ void AllocationFaults::sweep(FaultReach reach) {
     }
 }
 
-TEST_P(AllocationFaults, OneFailsAndNothingIsLeakedOrChanged) {
+TEST_P(AllocationFaults, LeakAndChangeNothingWhenOneFails) {
     sweep(FaultReach::once);
 }
 
-TEST_P(AllocationFaults, AllFailFromOneOnAndNothingIsLeakedOrChanged) {
+TEST_P(AllocationFaults, LeakAndChangeNothingWhenAllFailFromOneOn) {
     sweep(FaultReach::fromThenOn);
 }
 

@@ -210,7 +210,7 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
 }
 
 // Memory that is reserved but never used does not appear above, but allocating it can fail.
-TEST(LyingSizes, RoomIsTakenForThePayloadNotForTheDeclaredSize) {
+TEST(LyingSizes, MemoryIsReservedForThePayloadNotForTheDeclaredSize) {
     const auto directory = makeMemoryDir();
     const TempDir& root = *directory;
     const std::string few = "22 bytes when deflated";

@@ -231,7 +231,7 @@ TEST_P(RealFaults, RestrictedProcessGetsTheMessageOfTheStep) {
     }
 }
 
-TEST_P(RealFaults, ChangesOnTheWayEndInTheMessageOfTheStep) {
+TEST_P(RealFaults, ChangesMeanwhileEndInTheMessageOfTheStep) {
     for (const Change& row : changes) {
         SCOPED_TRACE(row.name);
         reset();
@@ -247,7 +247,7 @@ TEST_P(RealFaults, ChangesOnTheWayEndInTheMessageOfTheStep) {
     }
 }
 
-TEST_P(RealFaults, FileThatGrowsIsArchivedAtTheSizeThatWasAsked) {
+TEST_P(RealFaults, GrowingFileIsArchivedAtTheQueriedSize) {
     ASSERT_EQ(endingOf(true, "file"), "done");
     const std::string before = readFile(root_ / "work/new");
     fs::remove(root_ / "work/new");

@@ -85,7 +85,7 @@ protected:
     }
 };
 
-TEST_F(ArchiveDestination, PreparesAPathWhereNothingStandsAndCreatesItsParentsOnly) {
+TEST_F(ArchiveDestination, PreparesAnUnusedPathAndCreatesOnlyItsParents) {
     for (const char* const name : {"archive", "new/archive", "a/b/c/archive", "d//e/./archive"}) {
         for (const bool overwrite : {false, true}) {
             SCOPED_TRACE(name);
@@ -107,7 +107,7 @@ TEST_F(ArchiveDestination, NeedsNoParentForABareFileName) {
     EXPECT_EQ(readTree(dir.path()), (Tree{{"bare", "content"}}));
 }
 
-TEST_F(ArchiveDestination, MayBeReplacedWhateverStandsThere) {
+TEST_F(ArchiveDestination, MayReplaceWhateverExists) {
     writeFile(dir / "file", "old");
     writeFile(dir / "directory" / "old", "old");
     fs::create_symlink("file", dir / "link-to-file");
@@ -126,7 +126,7 @@ TEST_F(ArchiveDestination, MayBeReplacedWhateverStandsThere) {
     EXPECT_EQ(readTree(dir.path()), before);
 }
 
-TEST_F(ArchiveDestination, TakesADanglingLinkForAbsentAndWritesThroughIt) {
+TEST_F(ArchiveDestination, TreatsADanglingLinkAsAbsentAndWritesThroughIt) {
     fs::create_symlink("target", archive);
     expectPrepared(archive, false);
     EXPECT_FALSE(fs::exists(dir / "target"));
@@ -135,7 +135,7 @@ TEST_F(ArchiveDestination, TakesADanglingLinkForAbsentAndWritesThroughIt) {
     EXPECT_EQ(readFile(dir / "target"), "content");
 }
 
-TEST_F(ArchiveDestination, CannotBeInspectedWhereItsStatusIsNotToBeHad) {
+TEST_F(ArchiveDestination, CannotBeInspectedWithoutItsStatus) {
     fs::create_symlink("loop", dir / "loop");
     for (const std::string& path :
          {root + "/loop", root + "/loop/archive", root + "/" + std::string(256, 'n'),
@@ -205,7 +205,7 @@ TEST_F(ArchiveDestination, WritesAFileWithoutBytesForAnEmptyBuffer) {
     EXPECT_TRUE(fs::is_regular_file(archive));
 }
 
-TEST_F(ArchiveDestination, CreatesMissingParentsOnceMore) {
+TEST_F(ArchiveDestination, CreatesParentsThatHaveVanished) {
     expectWritten(dir / "a/b/archive", "content");
 }
 
@@ -221,7 +221,7 @@ TEST_F(ArchiveDestination, ReplacesTheContentOfAFileInPlace) {
     }
 }
 
-TEST_F(ArchiveDestination, CannotCreateAnArchiveWhereADirectoryStands) {
+TEST_F(ArchiveDestination, CannotCreateAnArchiveInPlaceOfADirectory) {
     writeFile(archive / "old", "old");
     for (const std::string& content : {"content"s, ""s}) {
         expectNotWritten(archive, content, "Cannot create archive");

@@ -69,7 +69,7 @@ TEST(ByteBuffer, HoldsWhatWasAppendedInOrder) {
     EXPECT_TRUE(asText(buffer) == expected + "\x80\0"s);
 }
 
-TEST(ByteBuffer, IsExtendedBehindItsBytesByRoomToWrite) {
+TEST(ByteBuffer, ExtendsByUnwrittenBytesAtItsEnd) {
     ByteBuffer buffer = asBuffer("abc");
     std::string expected = "abc";
     for (const std::size_t count : {1U, 100U, 3000000U}) {
@@ -81,7 +81,7 @@ TEST(ByteBuffer, IsExtendedBehindItsBytesByRoomToWrite) {
     }
 }
 
-TEST(ByteBuffer, AppendsNothingFromNowhere) {
+TEST(ByteBuffer, AppendsNoBytesFromANullPointer) {
     ByteBuffer buffer;
     buffer.append(nullptr, 0);
     buffer.appendZeros(0);
@@ -94,7 +94,7 @@ TEST(ByteBuffer, AppendsNothingFromNowhere) {
     EXPECT_EQ(asText(buffer), "x");
 }
 
-TEST(ByteBuffer, AppendsZerosEvenInMemoryThatWasUsed) {
+TEST(ByteBuffer, AppendsZerosInUsedMemoryToo) {
     for (const std::size_t count : {1U, 511U, 1024U, 2000000U}) {
         SCOPED_TRACE(count);
         soilMemory(count + 1);
@@ -121,7 +121,7 @@ TEST(ByteBuffer, AtLeastDoublesItsCapacityWheneverItGrows) {
     EXPECT_LE(growths, 26);
 }
 
-TEST(ByteBuffer, GrowsAtOnceToWhatIsMoreThanTheDouble) {
+TEST(ByteBuffer, GrowsAtOnceToMoreThanTheDouble) {
     ByteBuffer buffer = asBuffer("abc");
     const std::string long_(1000, 'x');
     buffer.append(reinterpret_cast<const std::uint8_t*>(long_.data()), long_.size());

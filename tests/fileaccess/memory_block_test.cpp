@@ -79,7 +79,7 @@ bool isFilled(const void* block, std::size_t size) {
 
 }  // namespace
 
-TEST(MemoryBlock, SmallBlockIsTheAllocatorsAndIsAdvisedNothing) {
+TEST(MemoryBlock, SmallBlockComesFromTheAllocatorWithoutAdvice) {
     calls.clear();
     void* block = growBlock(nullptr, 0, 1000);
     fill(block, 1000);
@@ -90,7 +90,7 @@ TEST(MemoryBlock, SmallBlockIsTheAllocatorsAndIsAdvisedNothing) {
     EXPECT_EQ(calls, Calls());
 }
 
-TEST(MemoryBlock, LargeBlockIsAMappingOfItsOwnInWholeLargePagesUntilItIsFreed) {
+TEST(MemoryBlock, LargeBlockIsItsOwnMappingInWholeLargePagesUntilItIsFreed) {
     for (const std::size_t size : {mebibyte, 2 * mebibyte - 1, 2 * mebibyte}) {
         SCOPED_TRACE(size);
         calls.clear();

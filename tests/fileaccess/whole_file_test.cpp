@@ -120,7 +120,7 @@ TEST_F(WholeFile, AddsNothingForAnEmptyFileAndRaisesNothing) {
     expectContent("");
 }
 
-TEST_F(WholeFile, GoesOnWithTheSameStreamAfterAFailure) {
+TEST_F(WholeFile, ContinuesWithTheSameStreamAfterAFailure) {
     writeFile(file, "content");
     expectFailure(dir / "missing", "Cannot read file: " + (dir / "missing").native());
     host.calls.clear();

@@ -119,12 +119,12 @@ TEST(GzipReader, DecodesEveryTypeOfDeflateBlock) {
     expectContent(readMember(gzipMember(mixed)), mixed);
 }
 
-TEST(GzipReader, DecodesNothingToAnEmptyContent) {
+TEST(GzipReader, DecodesAnEmptyMemberToEmptyContent) {
     expectContent(readMember(gzipHeader() + "\x01\0\0\xFF\xFF"s + gzipTrailer("")), "");
     expectContent(readMember(gzipMember("")), "");
 }
 
-TEST(GzipReader, HandsTheInflaterTheWholePayloadTheSizeAndNothingElse) {
+TEST(GzipReader, PassesExactlyThePayloadAndTheSizeToTheInflater) {
     const std::string trailer = littleEndian(zlibCrc32("hello"), 4) + "\x05\0\0\0"s;
     const std::string stored = "\x01\x05\0\xFA\xFFhello"s;
     EXPECT_EQ(readMember(gzipHeader() + stored + trailer).calls,
@@ -139,7 +139,7 @@ TEST(GzipReader, HandsTheInflaterTheWholePayloadTheSizeAndNothingElse) {
 }
 
 // The inflater decides whether the length is right. It gets all 32 bits of it, unsigned.
-TEST(GzipReader, HandsTheSizeOnWithoutComparingIt) {
+TEST(GzipReader, PassesTheSizeOnWithoutComparingIt) {
     RecordingHost host;
     host.inflateFailure = "as the inflater says";
     const std::string member = gzipHeader() + "p" + "\0\0\0\0\xFC\xFD\xFE\xFF"s;
@@ -185,7 +185,7 @@ TEST(GzipReader, RefusesWhatDoesNotBeginLikeAMember) {
     }
 }
 
-TEST(GzipReader, MissesThePayloadOfAHeaderWithNothingButATrailerBehind) {
+TEST(GzipReader, ReportsAMissingPayload) {
     const std::string headers[] = {
         gzipHeader(),
         gzipHeader(1),
@@ -288,7 +288,7 @@ TEST(GzipReader, ComparesTheCrcThatTheInflaterGives) {
 // One member only, which fills the file: the last eight bytes are its trailer, and everything
 // between them and the header is its payload. Two equal members end in a trailer that matches the
 // first one, so only the inflater can notice the second.
-TEST(GzipReader, TakesAllUpToTheLastEightBytesForOnePayload) {
+TEST(GzipReader, TreatsAllButTheLastEightBytesAsOnePayload) {
     const std::string member = gzipHeader() + "\x01\x05\0\xFA\xFFhello"s + gzipTrailer("hello");
     ASSERT_EQ(member.size(), 28U);
     struct Row {
@@ -321,7 +321,7 @@ TEST(GzipReader, TakesAllUpToTheLastEightBytesForOnePayload) {
     }
 }
 
-TEST(GzipReader, FindsOfTwoFaultsTheOneThatIsTestedFirst) {
+TEST(GzipReader, ReportsTheFirstTestedOfTwoFaults) {
     const std::string rest = rawDeflate(content) + gzipTrailer(content);
     const std::string wrongSum = gzipHeader(2) + "\0\0"s;
     const std::string notDeflate = "\x07";

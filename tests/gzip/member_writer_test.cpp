@@ -111,7 +111,7 @@ TEST(GzipMemberWriter, CutsContentIntoBlocksOf65535Bytes) {
     }
 }
 
-TEST(GzipMemberWriter, FillsTheBufferThatItReservedAndNoOther) {
+TEST(GzipMemberWriter, NeverOutgrowsTheReservedBuffer) {
     struct Row {
         std::size_t size;
         std::size_t memberSize;

@@ -96,7 +96,7 @@ TEST_P(Limits, TooLargeArchiveIsRefusedInLittleMemory) {
 }
 
 // Shows that the measurement of the tests above notices the memory for a file.
-TEST_P(Limits, MemoryOfAnAcceptedFileIsSeen) {
+TEST_P(Limits, MemoryOfAnAcceptedFileIsMeasured) {
     writeSparseFile(directory_ / "archive", 100 * 1024 * 1024);
     EXPECT_NE(messageWithinMemory([&] {
                   unpackArchive(GetParam(), (directory_ / "archive").c_str(),

@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(Archivers, MakeArchive, ::testing::Values(Container::ta
                              return suite.param == Container::tar ? "Tar" : "Tgz";
                          });
 
-TEST_P(MakeArchive, TakesTheStepsOfASuccessInOrder) {
+TEST_P(MakeArchive, PerformsTheStepsOfASuccessInOrder) {
     writeTree(source, {{"a/b", "1"}, {"a.txt", ""}, {"a-b/c", std::string(600, 'x')}});
     RecordingHost host;
     make();
@@ -287,7 +287,7 @@ TEST_P(MakeArchive, RequiresASourcePathOnceTheDestinationIsPrepared) {
     }
 }
 
-TEST_P(MakeArchive, NamesASourceFileThatCannotBeReadWithThePathAsItWasGiven) {
+TEST_P(MakeArchive, NamesAnUnreadableSourceFileAsItWasGiven) {
     writeTree(source, {{"a", "x"}, {"b", "x"}, {"c", "x"}});
     fs::permissions(dir / "source/b", fs::perms::none);
     struct Row {
@@ -338,7 +338,7 @@ TEST_P(MakeArchive, CreatesMissingParentsOfTheArchive) {
     EXPECT_EQ(readFile(path), holding(archivedEntry("source", "x") + archivedEnd()));
 }
 
-TEST_P(MakeArchive, CannotCreateAnArchiveWhereADirectoryStands) {
+TEST_P(MakeArchive, CannotCreateAnArchiveInPlaceOfADirectory) {
     writeFile(source, "x");
     writeFile(dir / "archive" / "old", "old");
     RecordingHost host;
@@ -420,7 +420,7 @@ TEST_P(MakeArchiveMeanwhile, CannotCreateAParentThatBecameAFile) {
     EXPECT_EQ(readFile(dir / "parent"), "in the way");
 }
 
-TEST_P(MakeArchiveMeanwhile, CreatesAParentThatWasRemovedOnceMore) {
+TEST_P(MakeArchiveMeanwhile, RecreatesAParentThatWasRemoved) {
     const Calls calls = makeWhile([&] { fs::remove(dir / "parent"); });
     EXPECT_EQ(calls, judged(path, false) + built(1) + wrapped(2048));
     EXPECT_EQ(readFile(path), holding(archivedEntry("source", "x") + archivedEnd()));
@@ -464,7 +464,7 @@ TEST_P(MakeArchive, StopsSilentlyAtAnExceptionThatWasPendingBefore) {
 }
 
 // The method neither asks for a pending exception on entry nor clears it.
-TEST_P(MakeArchive, RaisesWithoutRegardToAPendingException) {
+TEST_P(MakeArchive, RaisesDespiteAPendingException) {
     RecordingHost host;
     host.pendingClass = host.pendingMessage = "earlier";
     makeArchive(container, source.c_str(), "");
@@ -496,7 +496,7 @@ TEST_P(MakeArchive, WritesThroughALinkEvenIfItLeadsNowhereYet) {
     EXPECT_EQ(readFile(dir / "target"), holding(archivedEntry("source", "x") + archivedEnd()));
 }
 
-TEST_P(MakeArchive, LeavesAFreshArchiveWithinItsSourceOut) {
+TEST_P(MakeArchive, OmitsANewArchiveWithinItsSource) {
     writeFile(dir / "source" / "z", "x");
     const std::string path = source + "/new/archive";
     RecordingHost host;
@@ -515,7 +515,7 @@ TEST_P(MakeArchive, ArchivesTheOldContentOfAnArchiveWithinItsSource) {
               holding(archivedEntry("archive", "old") + archivedEntry("z", "x") + archivedEnd()));
 }
 
-TEST_P(MakeArchive, LetsANativeExceptionOfTheHostThroughWithoutRaisingOrWriting) {
+TEST_P(MakeArchive, PassesAnExceptionOnWithoutRaisingOrWriting) {
     writeTree(source, {{"a", "x"}, {"b", "y"}});
     writeFile(archive, "old");
     const Calls all = judged(archive, true) + built(2);

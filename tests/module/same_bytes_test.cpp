@@ -206,7 +206,7 @@ TEST_P(SameBytes, TimeZoneAndLanguageChangeNothing) {
 }
 
 // Shows that the locales of the test above have an effect.
-TEST(CompiledLocales, GroupDigitsAndSortAsPeopleDo) {
+TEST(CompiledLocales, GroupDigitsAndSortByLanguage) {
     const CompiledLocales locales;
     const Variable path("LOCPATH", locales.path());
     const std::locale locale("en_US.UTF-8");

@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(Archivers, UnpackArchive,
                              return suite.param == Container::tar ? "Tar" : "Tgz";
                          });
 
-TEST_P(UnpackArchive, TakesTheStepsOfASuccessInOrder) {
+TEST_P(UnpackArchive, PerformsTheStepsOfASuccessInOrder) {
     const Calls read = storeAndRead(tarEntry("d/", "", '5') + tarEntry("d/a/", "x") +
                                     tarEntry("b", "y") + tarEnd());
     RecordingHost host;
@@ -112,7 +112,7 @@ TEST_P(UnpackArchive, TakesTheStepsOfASuccessInOrder) {
     EXPECT_FALSE(fs::exists(host.staging));
 }
 
-TEST_P(UnpackArchive, HandsTheOverwriteAnswerOn) {
+TEST_P(UnpackArchive, PassesTheOverwriteAnswerOn) {
     writeFile(dir / "out" / "old", "old");
     const Calls read = storeAndRead(tarEntry("a", "x") + tarEnd(), true);
     RecordingHost host;
@@ -122,7 +122,7 @@ TEST_P(UnpackArchive, HandsTheOverwriteAnswerOn) {
     EXPECT_EQ(readTree(destination), (Tree{{"a", "x"}}));
 }
 
-TEST_P(UnpackArchive, GoesStraightToTheCommitOfAnArchiveWithoutEntries) {
+TEST_P(UnpackArchive, CommitsAnArchiveWithoutEntriesAtOnce) {
     const Calls read = storeAndRead(tarEnd());
     RecordingHost host;
     unpack();
@@ -169,7 +169,7 @@ TEST_P(UnpackArchive, RequiresAnArchivePathBeforeAnythingElse) {
 }
 
 // The method neither asks for a pending exception on entry nor clears it.
-TEST_P(UnpackArchive, RaisesWithoutRegardToAPendingException) {
+TEST_P(UnpackArchive, RaisesDespiteAPendingException) {
     RecordingHost host;
     host.pendingClass = host.pendingMessage = "earlier";
     unpackArchive(container, "", "");
@@ -187,7 +187,7 @@ TEST_P(UnpackArchive, StopsSilentlyAtAnExceptionThatIsPendingAfterTheRead) {
     EXPECT_FALSE(fs::exists(destination));
 }
 
-TEST_P(UnpackArchive, TakesNothingButARegularFileForAnArchive) {
+TEST_P(UnpackArchive, AcceptsOnlyARegularFileAsAnArchive) {
     fs::create_directory(dir / "directory");
     fs::create_symlink("directory", dir / "link-to-directory");
     fs::create_symlink("missing", dir / "dangling");
@@ -287,7 +287,7 @@ TEST_P(UnpackArchive, RaisesTheRuntimesRefusalOfTheDestinationUnchanged) {
     EXPECT_FALSE(fs::exists(destination));
 }
 
-TEST_P(UnpackArchive, RaisesAnEmptyTextWhenTheRuntimeRefusesWithoutAWord) {
+TEST_P(UnpackArchive, RaisesAnEmptyTextWhenTheRuntimeRefusesWithoutAMessage) {
     const Calls read = storeAndRead(tarEntry("a", "x") + tarEnd());
     RecordingHost host;
     host.prepareFailure = "";
@@ -389,7 +389,7 @@ TEST_P(UnpackArchive, RemovesTheStagingTreeWhenTheDiskIsFull) {
     EXPECT_EQ(readTree(dir.path()).size(), 1U);
 }
 
-TEST_P(UnpackArchive, LetsANativeExceptionThroughWithoutRaisingOrRemoving) {
+TEST_P(UnpackArchive, PassesAnExceptionOnWithoutRaisingOrRemoving) {
     const Calls read = storeAndRead(tarEntry("a", "x") + tarEntry("b", "y") + tarEnd());
     const Calls upToB =
         read + prepare(false, "1") + Calls{converted("a"), converted("a"), converted("b")};
@@ -488,7 +488,7 @@ TEST_F(UnpackTgzArchive, RaisesTheInflatersMessageUnchanged) {
 
 // The method has one error text. What the inflater leaves in it on success stays there until it is
 // replaced.
-TEST_F(UnpackTgzArchive, HandsTheInflatersTextOnToTheStagingAndTheCommit) {
+TEST_F(UnpackTgzArchive, PassesTheInflatersTextOnToStagingAndCommit) {
     host.inflateRemark = "a remark";
     unpack(gzipMember(tarEnd()));
     const std::string payload = std::to_string(rawDeflate(tarEnd()).size());
@@ -502,7 +502,7 @@ TEST_F(UnpackTgzArchive, HandsTheInflatersTextOnToTheStagingAndTheCommit) {
     EXPECT_EQ(readTree(destination), Tree());
 }
 
-TEST_F(UnpackTgzArchive, RaisesTheInflatersTextWhenTheRuntimeRefusesWithoutAWord) {
+TEST_F(UnpackTgzArchive, RaisesTheInflatersTextWhenTheRuntimeRefusesWithoutAMessage) {
     host.inflateRemark = "a remark";
     host.failsWithoutText = true;
     host.prepareFailure = "";
@@ -547,7 +547,7 @@ TEST_F(UnpackTgzArchive, ChecksAHeaderChecksumBeforeItInflates) {
     EXPECT_EQ(readTree(destination), (Tree{{"a", "x"}}));
 }
 
-TEST_F(UnpackTgzArchive, TrustsNoTarStreamWhoseCrcIsWrong) {
+TEST_F(UnpackTgzArchive, RefusesAStreamWithAWrongCrc) {
     std::string member = gzipMember(tarEntry("a", "x") + tarEnd());
     member[member.size() - 8] = static_cast<char>(member[member.size() - 8] ^ 1);
     unpack(member);

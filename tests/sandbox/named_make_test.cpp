@@ -71,7 +71,7 @@ protected:
     MakeRunner runner_;
 };
 
-TEST_P(NamedMakeSandbox, IsMadeOrRefusedAsItMustBe) {
+TEST_P(NamedMakeSandbox, IsMadeOrRefusedAsPredicted) {
     runRow(presentUser());
     if (presentUser().isRoot()) runRow(ordinaryUser);
     EXPECT_TRUE(runner_.findings().empty()) << runner_.findings().text();

@@ -113,7 +113,7 @@ protected:
     UnpackRunner runner_;
 };
 
-TEST_P(NamedUnpackSandbox, IsUnpackedToAsItMustBe) {
+TEST_P(NamedUnpackSandbox, IsReplacedOrRefusedAsPredicted) {
     runRow(presentUser());
     if (presentUser().isRoot()) runRow(ordinaryUser);
     EXPECT_TRUE(runner_.findings().empty()) << runner_.findings().text();

@@ -23,7 +23,7 @@ std::set<std::string> exportedNames() {
     return names;
 }
 
-TEST(Exports, AreTheRuntimeFunctionsAndThoseOfThePlayer) {
+TEST(Exports, AreTheRuntimeFunctionsAndTheApiForHosts) {
     const std::set<std::string> expected = {
         "Vesk_hasPendingError",
         "Vesk_raise",

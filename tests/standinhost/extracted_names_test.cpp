@@ -73,7 +73,7 @@ TEST(ExtractedNames, AreAllCountedInALargeDirectory) {
     EXPECT_EQ(commit(staging, dir / "out").error, "before");
 }
 
-TEST(ExtractedNames, AreTakenToBeWhereTheyCannotBeSeen) {
+TEST(ExtractedNames, CountAsPresentWhereTheyCannotBeRead) {
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{0777});
     const std::string error = asOrdinaryUser([&] {
@@ -88,7 +88,7 @@ TEST(ExtractedNames, AreTakenToBeWhereTheyCannotBeSeen) {
     EXPECT_EQ(error, "before");
 }
 
-TEST(ExtractedNames, AreTakenToBeInATreeThatGetsThePermissionsOfAClosedOne) {
+TEST(ExtractedNames, CountAsPresentInATreeThatTakesOverClosedPermissions) {
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{0777});
     const std::string error = asOrdinaryUser([&] {
@@ -125,7 +125,7 @@ std::string commitWhileItChanges(const std::function<void(const fs::path& tree)>
     return error;
 }
 
-TEST(ExtractedNames, AreMissedWhenTheyGoInOneOfSeveralDirectories) {
+TEST(ExtractedNames, AreMissedWhenTheyVanishFromOneOfSeveralDirectories) {
     EXPECT_EQ(commitWhileItChanges([](const fs::path& tree) { fs::remove(tree / "sub/file"); }),
               cannotMove);
 }

@@ -309,7 +309,7 @@ TEST(Inflate, RefusesBrokenData) {
 }
 
 // zlib refuses such a block, except for a single distance.
-TEST(Inflate, TakesSetsOfCodesThatAreNotUsedUp) {
+TEST(Inflate, AcceptsIncompleteSetsOfCodes) {
     expectDecodes("\x05\xe0\x01\x09\x00\x00\x00\x80\x20\x6c\xeb\xff\xa9\x44"s, "A");
     expectDecodes("\x05\xe1\x01\x09\x00\x00\x00\x80\x20\x6c\xf3\xff\x29\x4b"s, "A");
     expectDecodes("\x05\xe0\x01\x09\x00\x00\x00\x80\x20\x6c\xf3\xff\x29\x15"s, "A");
@@ -352,7 +352,7 @@ TEST(Inflate, ReadsNothingBeyondTheCompressedSize) {
     EXPECT_EQ(in.tellg(), 10);
 }
 
-TEST(Inflate, StartsWhereTheStreamStands) {
+TEST(Inflate, StartsAtTheStreamsPosition) {
     std::istringstream in("head" + helloFixed);
     in.seekg(4);
     std::ostringstream out;
@@ -408,7 +408,7 @@ private:
     std::streamsize limit_;
 };
 
-TEST(Inflate, ReportsAnOutputThatTakesNoMore) {
+TEST(Inflate, ReportsAnOutputThatCannotGrow) {
     const std::string content = text(600000);
     const std::string data = deflate(content, 6);
     for (const std::streamsize limit : {0, 1, 262144, 599999}) {
@@ -455,7 +455,7 @@ void* inflateHello(void* ok) {
     return nullptr;
 }
 
-TEST(Inflate, ContentsItselfWithASmallStack) {
+TEST(Inflate, WorksWithASmallStack) {
     bool ok = false;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);

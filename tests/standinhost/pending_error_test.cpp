@@ -38,7 +38,7 @@ TEST(PendingError, KeepsAnEmptyMessage) {
     EXPECT_EQ(error->message, "");
 }
 
-TEST(PendingError, StaysWhileItIsOnlyAskedFor) {
+TEST(PendingError, StaysWhenItIsAskedFor) {
     Vesk_raise("IOException", "first");
     EXPECT_NE(Vesk_hasPendingError(), 0);
     EXPECT_NE(Vesk_hasPendingError(), 0);

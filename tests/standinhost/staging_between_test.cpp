@@ -30,7 +30,7 @@ using vesk::testing::treeAt;
 using vesk::testing::withMounts;
 using vesk::testing::writeFile;
 
-TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
+TEST(Between, LeavesAloneWhatReplacedTheStagingDirectory) {
     struct Row {
         const char* name;
         mode_t mode;
@@ -63,7 +63,7 @@ TEST(Between, LeavesWhatWasPutInTheStagingDirectorysPlaceAsItIs) {
     }
 }
 
-TEST(Between, StagesInNoDirectoryThatALinkInTheStagingDirectorysPlaceNames) {
+TEST(Between, DoesNotStageThroughALinkThatReplacedItsDirectory) {
     const TempDir dir;
     fs::create_directory(dir / "empty");
     fs::permissions(dir / "empty", fs::perms{0755});
@@ -87,7 +87,7 @@ void replaceByAnothers(const fs::path& directory) {
         throw std::runtime_error("chown failed");
 }
 
-TEST(Between, StagesInNoDirectoryOfAnotherUser) {
+TEST(Between, DoesNotStageInADirectoryOfAnotherUser) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can make another user's directory";
     for (const bool isTreeReplaced : {false, true}) {
         const TempDir dir;
@@ -102,7 +102,7 @@ TEST(Between, StagesInNoDirectoryOfAnotherUser) {
     }
 }
 
-TEST(Between, StagesInNoTreeThatSomebodyElseMade) {
+TEST(Between, DoesNotStageInATreeThatSomebodyElseMade) {
     const TempDir dir;
     InBetween between;
     between.isTaken = [](const std::string& name) { return name == "tree"; };
@@ -110,7 +110,7 @@ TEST(Between, StagesInNoTreeThatSomebodyElseMade) {
     EXPECT_EQ(treeAt(dir.path()), Tree{});
 }
 
-TEST(Between, LooksForAnotherNameAHundredTimes) {
+TEST(Between, TriesAHundredNames) {
     for (const int taken : {99, 100}) {
         const TempDir dir;
         InBetween between;
@@ -122,7 +122,7 @@ TEST(Between, LooksForAnotherNameAHundredTimes) {
     }
 }
 
-TEST(Between, StandsByADestinationThatWasALinkBeforeItWasRead) {
+TEST(Between, KeepsADestinationWhoseLinkVanishedBeforeItWasRead) {
     const TempDir dir;
     writeFile(dir / "parent/pointed/old", "old");
     fs::create_directory_symlink("pointed", dir / "parent/out");
@@ -133,7 +133,7 @@ TEST(Between, StandsByADestinationThatWasALinkBeforeItWasRead) {
     EXPECT_EQ(directoryOf(prepared.staging).parent_path(), dir / "parent");
 }
 
-TEST(Between, KnowsAMountPointWhereTheSystemDoesNotTell) {
+TEST(Between, DetectsAMountPointThatTheSystemDoesNotReport) {
     if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
     const TempDir dir;
     fs::create_directory(dir / "out");
@@ -145,7 +145,7 @@ TEST(Between, KnowsAMountPointWhereTheSystemDoesNotTell) {
     EXPECT_EQ(error, "Destination cannot be replaced");
 }
 
-TEST(Between, RemovesTheStagingDirectoryFromNoOtherDirectoryThanTheOneItIsIn) {
+TEST(Between, RemovesTheStagingDirectoryOnlyFromItsOwnParent) {
     const TempDir dir;
     fs::create_directories(dir / "kept/renamed");
     fs::create_directory(dir / "elsewhere");
@@ -163,7 +163,7 @@ TEST(Between, RemovesTheStagingDirectoryFromNoOtherDirectoryThanTheOneItIsIn) {
     EXPECT_FALSE(fs::exists(dir / "gone/renamed"));
 }
 
-TEST(Between, RemovesMadeParentsFromNoOtherDirectoryThanTheOneTheyAreIn) {
+TEST(Between, RemovesMadeParentsOnlyFromTheirOwnParents) {
     const TempDir dir;
     fs::create_directories(dir / "kept/b");
     const fs::path staging = stageNewTree(dir / "a/b/out", false);
@@ -179,7 +179,7 @@ TEST(Between, RemovesMadeParentsFromNoOtherDirectoryThanTheOneTheyAreIn) {
               (Tree{{"a", "-> kept"}, {"gone", "/"}, {"kept", "/"}, {"kept/b", "/"}}));
 }
 
-TEST(Between, GivesPermissionsToNothingThatALinkInAnEmptyDirectorysPlaceNames) {
+TEST(Between, ChangesNoPermissionsThroughALinkThatReplacedADirectory) {
     const TempDir dir;
     fs::create_directory(dir / "out");
     writeFile(dir / "kept/file", "kept");

@@ -57,7 +57,7 @@ void expectFailure(const StagingResult& result, const char* error) {
     EXPECT_EQ(result.error, error);
 }
 
-TEST(Commit, MovesTheTreeToWhereNothingWas) {
+TEST(Commit, MovesTheTreeToAnUnusedPath) {
     for (const bool overwrite : {false, true}) {
         for (const char* destination : {"out", "out/"}) {
             SCOPED_TRACE(destination);
@@ -113,7 +113,7 @@ TEST(Commit, KeepsWhatAppearedMeanwhileUnlessItMayBeReplaced) {
     }
 }
 
-TEST(Commit, NeverReplacesWhatIsNoDirectoryAndNoRegularFile) {
+TEST(Commit, ReplacesOnlyDirectoriesAndRegularFiles) {
     for (const KindRow& row : irreplaceableKinds) {
         if (row.kind == Kind::linkToFifo) continue;  // leads elsewhere
         SCOPED_TRACE(row.name);
@@ -128,7 +128,7 @@ TEST(Commit, NeverReplacesWhatIsNoDirectoryAndNoRegularFile) {
     }
 }
 
-TEST(Commit, TakesAnEmptyDirectoryThatAppearedMeanwhile) {
+TEST(Commit, ReplacesAnEmptyDirectoryThatAppearedMeanwhile) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "out", false);
     fs::create_directory(dir / "out");
@@ -154,7 +154,7 @@ TEST(Commit, ReplacesWhatAppearedMeanwhileIfItMay) {
     EXPECT_EQ(treeAt(dir.path()), onlyTheNewTree);
 }
 
-TEST(Commit, MovesTheTreeWhenWhatItReplacesHasGone) {
+TEST(Commit, MovesTheTreeWhenTheOldOneHasVanished) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
@@ -266,7 +266,7 @@ TEST(Commit, InheritsTheGroupBitOfTheParent) {
     EXPECT_NE(fs::status(dir / "out").permissions() & fs::perms::set_gid, fs::perms::none);
 }
 
-TEST(Commit, ReportsAStagingDirectoryThatHasGoneAndKeepsTheOldTree) {
+TEST(Commit, ReportsAVanishedStagingDirectoryAndKeepsTheOldTree) {
     for (const bool overwrite : {false, true}) {
         SCOPED_TRACE(overwrite);
         const TempDir dir;
@@ -281,7 +281,7 @@ TEST(Commit, ReportsAStagingDirectoryThatHasGoneAndKeepsTheOldTree) {
     }
 }
 
-TEST(Commit, RefusesALinkInTheStagingDirectorysPlaceEvenIfItLeadsThere) {
+TEST(Commit, RefusesALinkInPlaceOfTheStagingDirectory) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "out", false);
     const fs::path directory = directoryOf(staging);
@@ -330,7 +330,7 @@ std::string leftOverAfterReplacing(const fs::path& destination) {
     return what + left->path.native();
 }
 
-TEST(Commit, SucceedsAndTellsWhereTheOldTreeCannotBeDeletedCompletely) {
+TEST(Commit, SucceedsAndReportsTheRestOfAnOldTree) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can make another user's files";
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{0777});
@@ -410,7 +410,7 @@ std::string keptOfMounts(const TempDir& dir, bool tellsMounts) {
            readFile(rest / "moved/bound file");
 }
 
-TEST(Commit, DeletesNothingThatIsMountedInTheOldTreeWhetherOrNotTheSystemTellsMounts) {
+TEST(Commit, DeletesNothingThatIsMountedInTheOldTree) {
     if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
     for (const bool tellsMounts : {true, false}) {
         SCOPED_TRACE(tellsMounts);
@@ -425,7 +425,7 @@ TEST(Commit, DeletesNothingThatIsMountedInTheOldTreeWhetherOrNotTheSystemTellsMo
     }
 }
 
-TEST(Commit, SaysWhereAFileSystemCannotMoveTheOldTree) {
+TEST(Commit, ReportsAnOldTreeThatItsFileSystemCannotMove) {
     if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
     const TempDir dir;
     writeFile(dir / "lower/out/old", "old");
@@ -471,7 +471,7 @@ TEST(Commit, RefusesAMountPointThatAppearedMeanwhile) {
     EXPECT_EQ(error, "Destination cannot be replaced");
 }
 
-TEST(Commit, DeletesADirectoryThatItsOwnerClosedHoweverItIs) {
+TEST(Commit, DeletesDirectoriesWithAnyPermissionsOfTheOwner) {
     for (const mode_t mode : {0U, 0100U, 0200U, 0300U, 0400U, 0500U, 0600U}) {
         SCOPED_TRACE(mode);
         const TempDir dir;
@@ -498,7 +498,7 @@ TEST(Commit, DeletesDeepDirectoriesThatMayNotBeChanged) {
     EXPECT_EQ(left, "nothing");
 }
 
-TEST(RemoveExtractionTree, ContentsItselfWithASmallStack) {
+TEST(RemoveExtractionTree, WorksWithASmallStack) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "out", false);
     makeDeep(directoryOf(staging) / "tree", 400);
@@ -525,7 +525,7 @@ TEST(RemoveExtractionTree, ContentsItselfWithASmallStack) {
     EXPECT_EQ(treeAt(dir.path()), Tree{});
 }
 
-TEST(RemoveExtractionTree, TellsWhatItCannotDeleteWithoutADescriptor) {
+TEST(RemoveExtractionTree, ReportsWhatItCannotDeleteWithoutADescriptor) {
     const TempDir dir;
     const std::string told =
         inChildThatBecame([] { return true; },
@@ -540,7 +540,7 @@ TEST(RemoveExtractionTree, TellsWhatItCannotDeleteWithoutADescriptor) {
     EXPECT_EQ(told, dir.path());
 }
 
-TEST(RemoveExtractionTree, LeavesWhatIsPreparedAloneWhenItIsGivenAnotherPath) {
+TEST(RemoveExtractionTree, LeavesThePreparedTreeAloneWhenGivenAnotherPath) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "out", false);
     removeExtractionTree(dir / "other");
@@ -587,7 +587,7 @@ TEST(RemoveExtractionTree, RemovesWhatItCanOfTheParentsThatWereMade) {
     EXPECT_EQ(treeAt(dir.path()), (Tree{{"b", "/"}, {"b/file", "kept"}}));
 }
 
-TEST(RemoveExtractionTree, LeavesAloneWhatWasPutInThePlaceOfAParentThatWasMade) {
+TEST(RemoveExtractionTree, LeavesAloneWhatReplacedAParentThatWasMade) {
     const TempDir dir;
     const fs::path staging = stageNewTree(dir / "a/out", false);
     fs::rename(dir / "a", dir / "moved");
@@ -649,7 +649,7 @@ int inheritableFileCount() {
     return count;
 }
 
-TEST(Staging, HandsNoDescriptorDownToOtherPrograms) {
+TEST(Staging, LetsNoOtherProgramInheritADescriptor) {
     const TempDir dir;
     const int before = inheritableFileCount();
     const fs::path staging = stageNewTree(dir / "out", false);

@@ -66,7 +66,7 @@ fs::path stageWithSync(const fs::path& destination) {
     return stageNewTree(destination, overwrite);
 }
 
-TEST(CommitWithoutExchange, MovesTheTreeToWhereNothingWas) {
+TEST(CommitWithoutExchange, MovesTheTreeToAnUnusedPath) {
     for (const bool overwrite : {false, true}) {
         const TempDir dir;
         const fs::path staging = stageNewTree(dir / "out", overwrite);
@@ -112,7 +112,7 @@ TEST(CommitWithoutExchange, ReplacesAReadOnlyTree) {
     EXPECT_EQ(fs::status(dir / "parent/out").permissions(), fs::perms{0555});
 }
 
-TEST(CommitWithoutExchange, KeepsTheOldTreeUnderATellingNameInBetween) {
+TEST(CommitWithoutExchange, KeepsTheOldTreeUnderAClearNameMeanwhile) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
@@ -131,7 +131,7 @@ TEST(CommitWithoutExchange, KeepsTheOldTreeUnderATellingNameInBetween) {
     EXPECT_EQ(moves[1], "moved out");
 }
 
-TEST(CommitWithoutExchange, ReplacesWhatTakesTheFreePlaceInBetween) {
+TEST(CommitWithoutExchange, ReplacesWhatAppearsBetweenTheRenames) {
     for (const KindRow& row : {KindRow{"tree", Kind::tree}, KindRow{"file", Kind::file}}) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
@@ -170,7 +170,7 @@ TEST(CommitWithoutExchange, PutsTheOldTreeBackWhenTheNewOneCannotBeMoved) {
     }
 }
 
-TEST(CommitWithoutExchange, TellsWhereTheOldTreeIsWhenItCannotBePutBack) {
+TEST(CommitWithoutExchange, ReportsWhereAnOldTreeIsThatCannotBePutBack) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
@@ -259,7 +259,7 @@ TEST(CommitFault, KeepsTheOldTreeAndTriesNoOtherWay) {
     }
 }
 
-TEST(CommitFault, LeavesNothingWhereTheTreeCannotBeMovedToAFreePlace) {
+TEST(CommitFault, LeavesNothingWhenTheTreeCannotBeMoved) {
     for (const int error : {EIO, EXDEV, EROFS}) {
         const TempDir dir;
         const fs::path staging = stageNewTree(dir / "made/out", false);
@@ -303,7 +303,7 @@ TEST(CommitRace, ReplacesInOneStep) {
     EXPECT_EQ(faults.renameCalls, 0);
 }
 
-TEST(CommitRace, MovesTheTreeWhenWhatItReplacesGoesAtTheLastMoment) {
+TEST(CommitRace, MovesTheTreeWhenTheOldOneVanishesAtTheLastMoment) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);
@@ -335,7 +335,7 @@ TEST(CommitRace, ReplacesWhatAppearsAtTheLastMoment) {
     }
 }
 
-TEST(CommitRace, GivesUpOnATargetThatComesAndGoesForever) {
+TEST(CommitRace, GivesUpOnATargetThatKeepsChanging) {
     const TempDir dir;
     makeAt(dir / "out", Kind::file);
     const fs::path staging = stageNewTree(dir / "out", true);
@@ -423,7 +423,7 @@ TEST(CommitRace, LeavesWhatIsAddedToTheTreeAtTheLastMoment) {
     EXPECT_EQ(treeAt(dir / "out"), (Tree{{"added", "index"}, {"new", "new"}}));
 }
 
-TEST(CommitRace, TakesBackNothingThatAnotherHasPutInThePlaceOfItsTree) {
+TEST(CommitRace, LeavesAloneWhatReplacedItsTree) {
     for (const Kind existing : {Kind::nothing, Kind::tree}) {
         const TempDir dir;
         makeAt(dir / "out", existing);
@@ -442,7 +442,7 @@ TEST(CommitRace, TakesBackNothingThatAnotherHasPutInThePlaceOfItsTree) {
     }
 }
 
-TEST(CommitWithSync, KeepsAndTellsTheOldTreeWhenItCannotBePutBack) {
+TEST(CommitWithSync, KeepsAndReportsAnOldTreeThatCannotBePutBack) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageWithSync(dir / "out");
@@ -457,7 +457,7 @@ TEST(CommitWithSync, KeepsAndTellsTheOldTreeWhenItCannotBePutBack) {
     EXPECT_EQ(treeAt(left->path), (Tree{{"sub", "/"}, {"sub/old", "old"}}));
 }
 
-TEST(CommitWithoutExchange, TellsOfAnOldTreeThatCouldNotBeMovedToBeDeleted) {
+TEST(CommitWithoutExchange, ReportsAnOldTreeThatCouldNotBeMovedForDeletion) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
     const fs::path staging = stageNewTree(dir / "out", true);

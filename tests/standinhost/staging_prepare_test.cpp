@@ -98,7 +98,7 @@ TEST(Prepare, GivesAPathThatMeansTheSameInItsNormalForm) {
     EXPECT_EQ(treeAt(dir / "else"), (Tree{{"where", "/"}, {"out", "/"}, {"out/new", "new"}}));
 }
 
-TEST(Prepare, GivesSuchAPathAlsoWhereTheSystemHasNoneThroughDescriptors) {
+TEST(Prepare, GivesSuchAPathAlsoWithoutPathsThroughDescriptors) {
     if (!canMount()) GTEST_SKIP() << "this machine lets nobody mount";
     const TempDir dir;
     fs::create_directories(dir / "else/where");
@@ -180,7 +180,7 @@ TEST(Prepare, RefusesWhateverExistsUnlessItMayBeReplaced) {
     }
 }
 
-TEST(Prepare, RefusesWhatIsNoDirectoryAndNoRegularFile) {
+TEST(Prepare, AllowsReplacingOnlyDirectoriesAndRegularFiles) {
     for (const KindRow& row : irreplaceableKinds) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
@@ -213,7 +213,7 @@ TEST(Prepare, RefusesAMountPoint) {
               "Destination cannot be replaced; Destination cannot be replaced");
 }
 
-TEST(Prepare, TakesAnEmptyDirectoryAsIfNothingWasThere) {
+TEST(Prepare, TreatsAnEmptyDirectoryLikeNothing) {
     for (const char* destination : {"out", "out/", "out//", "out/.", "out/../out", "link"}) {
         SCOPED_TRACE(destination);
         const TempDir dir;
@@ -244,7 +244,7 @@ TEST(Prepare, DoesNotFollowAnotherUsersLinkInAStickyDirectory) {
     EXPECT_TRUE(prepare(dir / "foreign", true).ok);
 }
 
-TEST(Prepare, LeavesWhatIsToBeReplacedAsItIs) {
+TEST(Prepare, LeavesTheOldTreeAsItIs) {
     for (const KindRow& row : replaceableKinds) {
         SCOPED_TRACE(row.name);
         const TempDir dir;
@@ -360,7 +360,7 @@ TEST(Prepare, ReportsWhatPermissionsForbid) {
     }
 }
 
-TEST(Prepare, TakesPathsAsLongAsTheSystemDoes) {
+TEST(Prepare, AcceptsPathsAsLongAsTheSystemDoes) {
     const TempDir dir;
     std::string path = dir / "out";
     path.append(PATH_MAX - 1 - path.size(), '/');
@@ -378,7 +378,7 @@ TEST(Prepare, RefusesARootDirectoryThatIsNoMountPoint) {
     EXPECT_EQ(treeAt(dir.path()), (Tree{{"file", "kept"}}));
 }
 
-TEST(Prepare, FollowsALinkInAStickyDirectoryThatIsTheEffectiveUsers) {
+TEST(Prepare, FollowsTheEffectiveUsersLinkInAStickyDirectory) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become another for a while";
     const TempDir dir;
     fs::permissions(dir.path(), fs::perms{01777});
@@ -417,7 +417,7 @@ std::string extractRelative(const fs::path& directory, const std::string& destin
     return committed.ok ? "" : committed.error;
 }
 
-TEST(Prepare, TakesRelativeDestinations) {
+TEST(Prepare, AcceptsRelativeDestinations) {
     struct Row {
         const char* destination;
         Tree expected;

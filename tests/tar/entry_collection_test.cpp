@@ -184,7 +184,7 @@ TEST_F(EntryCollection, SkipsWhatIsNeitherFileNorDirectory) {
     EXPECT_EQ(names(root), (Lines{"a", "z"}));
 }
 
-TEST_F(EntryCollection, DoesNotFindASourceThatIsNotThereOrCannotBeLookedAt) {
+TEST_F(EntryCollection, DoesNotFindAMissingOrUnreachableSource) {
     writeFile(dir / "file", "x");
     fs::create_symlink("nowhere", dir / "dangling");
     fs::create_symlink("loop", dir / "loop");
@@ -205,7 +205,7 @@ TEST_F(EntryCollection, DoesNotFindASourceInADirectoryThatTheUserMayNotSearch) {
     }
 }
 
-TEST_F(EntryCollection, TakesNothingButFilesAndDirectoriesForASource) {
+TEST_F(EntryCollection, AcceptsOnlyFilesAndDirectoriesAsASource) {
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
     ASSERT_EQ(mknod((dir / "socket").c_str(), S_IFSOCK | 0600, 0), 0);
     fs::create_symlink("fifo", dir / "link");
@@ -216,7 +216,7 @@ TEST_F(EntryCollection, TakesNothingButFilesAndDirectoriesForASource) {
     }
 }
 
-TEST_F(EntryCollection, EndsAtALinkThatLeadsNowhereAndGivesUpWhatItHad) {
+TEST_F(EntryCollection, EndsAtADanglingLinkAndReturnsNothing) {
     for (const char* const target : {"nowhere", "link", "file/x"}) {
         for (const char* const place : {"link", "sub/deeper/link"}) {
             SCOPED_TRACE(place + " -> "s + target);
@@ -240,7 +240,7 @@ TEST_F(EntryCollection, EndsAtADirectoryThatTheUserMayNotRead) {
 }
 
 // A directory that may be listed but not searched gives the names of its entries and no more.
-TEST_F(EntryCollection, EndsAtALinkWhoseTargetTheUserMayNotLookAt) {
+TEST_F(EntryCollection, EndsAtALinkWhoseTargetTheUserMayNotExamine) {
     writeFile(dir / "file", "");
     fs::create_directory(dir / "listed");
     fs::create_symlink("../file", dir / "listed" / "link");
@@ -257,7 +257,7 @@ TEST_F(EntryCollection, FindsAnUnreadableFileWithoutOpeningIt) {
     EXPECT_EQ(collectedAsOrdinaryUser("file"), "file < file\n");
 }
 
-TEST(EntryName, HasOneSlashWhereThePathHasSeveralAndIsOtherwiseUnchanged) {
+TEST(EntryName, ReplacesEachRunOfSlashesByOneAndNothingElse) {
     struct Row {
         std::string path;
         std::string name;

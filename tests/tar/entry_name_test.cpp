@@ -111,7 +111,7 @@ TEST(EntryName, RefusesByTheTextAloneBeforeAnyConversion) {
 }
 
 // Two rules refuse the name ".".
-TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
+TEST(EntryName, RefusesTheRootAndWhatLeavesItOnceNormalised) {
     const char* const names[] = {
         ".",
         "./.",
@@ -144,7 +144,7 @@ TEST(EntryName, RefusesWhatIsTheRootOrLeavesItOnceNormalised) {
 
 // A text that does not begin with "/" gives a path without a root, unless the runtime's conversion
 // adds one.
-TEST(EntryName, RefusesARootThatTheConversionGives) {
+TEST(EntryName, RefusesARootThatTheConversionAdds) {
     RecordingHost host;
     for (const char* const path : {"/etc/x", "//etc/x", "/"}) {
         host.runtimeFsPath = path;

@@ -162,7 +162,7 @@ std::vector<Division> divisions() {
     };
 }
 
-TEST(HeaderBlock, DividesALongNameAtTheRightmostSlashThatLeavesAStorablePrefix) {
+TEST(HeaderBlock, SplitsALongNameAtTheRightmostSlashThatLeavesAStorablePrefix) {
     for (const Division& row : divisions()) {
         SCOPED_TRACE(row.title);
         const Built built = build(row.entryName, 5);

@@ -117,7 +117,7 @@ TEST(OctalField, ReadsANumberAmongNulsAndSpaces) {
     }
 }
 
-TEST(OctalField, ReadsNoNumberWhereAnythingElseStands) {
+TEST(OctalField, ReadsNoNumberAmongOtherCharacters) {
     const std::string_view fields[] = {
         "\0\0\0\0\0\0\0\0"sv,  // nothing at all
         "        "sv,

@@ -49,7 +49,7 @@ TEST_F(StagedExtraction, CommitsWhatItExtractedAndLeavesTheErrorTextAlone) {
     EXPECT_EQ(readTree(dir.path()), (Tree{{"out/a", "x"}}));
 }
 
-TEST_F(StagedExtraction, HandsOverwriteAndTheErrorTextOnAsTheyAre) {
+TEST_F(StagedExtraction, PassesOverwriteAndTheErrorTextOnUnchanged) {
     writeFile(destination + "/old", "old");
     EXPECT_TRUE(unpack(tarEnd(), destination.c_str(), true));
     const Calls calls = {
@@ -136,7 +136,7 @@ TEST_F(StagedExtraction, CommitsOnlyTheWholeTree) {
     EXPECT_EQ(staged, (Tree{{"b", "y"}, {"d/a", "x"}}));
 }
 
-TEST_F(StagedExtraction, LeavesTheStagingTreeWhenANativeExceptionPasses) {
+TEST_F(StagedExtraction, LeavesTheStagingTreeWhenAnExceptionPasses) {
     host.beforeRuntimeFsPath = [](const char* text) {
         if (std::string(text) == "b") throw std::bad_alloc();
     };

@@ -134,7 +134,7 @@ TEST_F(StreamBuilder, KeepsTheBytesOfFilesAsTheyAre) {
     EXPECT_EQ(host.calls, quietly(7));
 }
 
-TEST_F(StreamBuilder, TakesNothingButNameAndBytesFromAFile) {
+TEST_F(StreamBuilder, StoresOnlyNameAndBytesOfAFile) {
     writeFile(source / "a", "content");
     const std::string expected = archivedEntry("a", "content") + archivedEnd();
     EXPECT_EQ(built(), expected);

@@ -279,7 +279,7 @@ TEST(StreamExtractor, NoticesEveryFlippedBitOutsideTheChecksumField) {
 }
 
 // Only a block whose bytes are all NUL ends the archive.
-TEST(StreamExtractor, TakesABlockWithOneByteForAHeader) {
+TEST(StreamExtractor, TreatsABlockWithOneByteAsAHeader) {
     const TempDir root;
     for (std::size_t offset = 0; offset < 512; ++offset) {
         EXPECT_EQ(messageOf(patched(tarEnd(), offset, "\1"), root), "Invalid TAR header checksum")
@@ -378,7 +378,7 @@ const Fault faults[] = {
     {7, "TAR archive has no end marker", [](Parts& parts) { parts.end = ""; }},
 };
 
-TEST(StreamExtractor, FindsOfTwoFaultsTheOneWhoseStepComesFirst) {
+TEST(StreamExtractor, ReportsTheFirstOfTwoFaults) {
     for (const Fault& first : faults) {
         Parts once;
         first.apply(once);
@@ -475,7 +475,7 @@ Extraction extractFromHere(const fs::path& root, const std::string& name) {
     return extraction;
 }
 
-TEST(StreamExtractor, TakesItsRootInNormalForm) {
+TEST(StreamExtractor, UsesItsRootInNormalForm) {
     for (const char* const root : {"root", "root/", "root//", "./root", ".//root/.",
                                    "absent/../root", "../here/root", "a/../../here/root"}) {
         SCOPED_TRACE(root);
@@ -610,7 +610,7 @@ TEST(StreamExtractor, ReportsAPathThatTheSystemFindsTooLong) {
     }
 }
 
-TEST(StreamExtractor, LetsANativeExceptionThroughWithTheErrorTextUnchanged) {
+TEST(StreamExtractor, PassesAnExceptionOnWithTheErrorTextUnchanged) {
     const TempDir root;
     RecordingHost host;
     host.beforeRuntimeFsPath = [](const char*) { throw std::bad_alloc(); };
