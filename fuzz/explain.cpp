@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Fuzz target: a file of any bytes is unpacked, and why that failed is explained. What the module
-// says of a file by itself, the explanation finds as well: the very message.
+// Fuzz target: unpacks a file of any bytes, and has the failure explained. The message of the
+// module must be explained by what is in the file, and no other message may be.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -16,7 +16,7 @@ using vesk::explanation::FailedCall;
 
 namespace {
 
-// What the module and the host can say of a file: one of each kind.
+// The messages that the module and the stand-in can raise about a file: one of each kind.
 constexpr auto messages = std::to_array<const char*>({
     "Archive file does not exist",
     "Invalid gzip stream",
@@ -46,7 +46,7 @@ void judge(FailedCall call, const std::string& message) {
     fuzzing::require(!lines.empty(), "a message about a file is explained", message);
 }
 
-// What another message speaks of is not there: nothing is said that explains nothing.
+// Checks that the other messages are not explained: the file does not contain their causes.
 void judgeOthers(FailedCall call, const std::string& message) {
     for (const char* const other : messages) {
         if (message == other) continue;
@@ -59,7 +59,7 @@ void judgeOthers(FailedCall call, const std::string& message) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // The content of a member is up to 1032 times as long.
+    // The content of a member can be up to 1032 times as long.
     if (size > 16384) return 0;
     static fuzzing::UnpackBox box;
     const std::string_view file(reinterpret_cast<const char*>(data), size);
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::filesystem::remove_all(box.destination());
         const FailedCall call{false, isGzip, box.archive(), box.destination(), ""};
         if (!message.empty()) judge(call, message);
-        // Behind an entry that could not be made there may be what another message speaks of.
+        // The file may contain causes of other messages after an entry that could not be made.
         if (!message.starts_with("Cannot ")) judgeOthers(call, message);
     }
     return 0;

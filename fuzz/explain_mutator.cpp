@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The mutator of the target explain: changes a TAR stream and keeps most of its checksums right; a
-// file that is something else is changed anywhere.
+// The mutator of the target explain: changes a TAR stream and usually keeps its checksums right.
+// Changes any other file anywhere.
 #include <algorithm>
 
 #include "fuzz/tar_mutation.h"
