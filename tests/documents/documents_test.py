@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Names of left-overs and exit statuses are the same in the programs, the manuals and the documents.
+"""Lists that stand in several places are the same: names of left-overs, exit statuses, checks, targets.
 
 Usage: documents_test.py SOURCE_ROOT
 """
@@ -24,6 +24,8 @@ PROGRAMS = {
     "commandline/main.cpp": [MANUAL],
     "hostcheck/main.cpp": ["docs/man/vesk-host-check.1.in", "hostcheck/main.cpp"],
 }
+CHECKS = "scripts/check"
+ASSURANCE = "docs/assurance.md"
 
 
 def marks(files, sources):
@@ -51,13 +53,25 @@ def listed_statuses(text):
     return {int(status) for status in re.findall(r"(?:^|; ?)(\d+) ", sentence)}
 
 
+def check_items(text):
+    """Returns the items of scripts/check."""
+    return set(re.search(r"^all=\(([^)]*)\)", text, re.MULTILINE)[1].split())
+
+
+def listed_in(text, heading):
+    """Returns the names in the first column of the table below the heading."""
+    section = text.partition(heading + "\n")[2].partition("\n## ")[0]
+    cells = re.findall(r"^\| ((?:`\w+`(?:, )?)+) \|", section, re.MULTILINE)
+    return {name for cell in cells for name in re.findall(r"`(\w+)`", cell)}
+
+
 def differences(what, expected, found):
     return ([f"{what} lacks: {one}" for one in sorted(expected - found)] +
             [f"{what} has too many: {one}" for one in sorted(found - expected)])
 
 
-def problems(files):
-    """Returns where the texts of `files`, a name-to-text map, disagree."""
+def problems(files, targets):
+    """Returns where the texts of `files`, a name-to-text map, and the fuzz targets disagree."""
     found = []
     for name, sources in MARK_LISTS.items():
         found += differences(name, marks(files, sources), named_marks(files[name]))
@@ -69,6 +83,9 @@ def problems(files):
     for name, lists in PROGRAMS.items():
         for listing in lists:
             found += differences(listing, statuses(files[name]), listed_statuses(files[listing]))
+    found += differences(ASSURANCE, check_items(files[CHECKS]),
+                         listed_in(files[ASSURANCE], "## Platforms and tools"))
+    found += differences("the list of targets", targets, listed_in(files[ASSURANCE], "## Fuzzing"))
     return found
 
 
@@ -94,17 +111,21 @@ CHANGES = [
     ("hostcheck/main.cpp", "; 3 the library", "; 4 the library", "hostcheck/main.cpp lacks: 3"),
     ("docs/man/vesk-host-check.1.in", "\n.B 1\n", "\n.B 5\n",
      "docs/man/vesk-host-check.1.in has too many: 5"),
+    (ASSURANCE, "| `tsan` |", "| `threads` |", f"{ASSURANCE} lacks: tsan"),
+    (CHECKS, " valgrind ", " ", f"{ASSURANCE} has too many: valgrind"),
+    (ASSURANCE, "| `inflate` |", "| `deflate` |", "the list of targets lacks: inflate"),
 ]
 
 
 class Documents(unittest.TestCase):
     def setUp(self):
-        names = {*MARK_SOURCES, *MARK_LISTS, MANUAL, *PROGRAMS,
+        self.targets = {path.name for path in (root / "fuzz/corpus").iterdir()}
+        names = {*MARK_SOURCES, *MARK_LISTS, MANUAL, *PROGRAMS, CHECKS, ASSURANCE,
                  *(listing for lists in PROGRAMS.values() for listing in lists)}
         self.files = {name: (root / name).read_text() for name in names}
 
     def test_programs_and_documents_agree(self):
-        self.assertEqual(problems(self.files), [])
+        self.assertEqual(problems(self.files, self.targets), [])
 
     def test_marks_and_statuses_are_found_at_all(self):
         self.assertLessEqual({".vesk-replaced-", ".vesk-making-"}, marks(self.files, MARK_SOURCES))
@@ -116,7 +137,7 @@ class Documents(unittest.TestCase):
             with self.subTest(name=name, new=new, said=said):
                 self.assertIn(old, self.files[name])
                 changed = {**self.files, name: self.files[name].replace(old, new)}
-                self.assertIn(said, problems(changed))
+                self.assertIn(said, problems(changed, self.targets))
 
 
 if __name__ == "__main__":
