@@ -269,7 +269,9 @@ void takeBack(Staging& staging, bool wasEmptyDirectory) {
 /// Commits staging. Returns the message of a failure, or null on success.
 const char* commit(Staging& staging, const fs::path& path) {
     if (!isInPlace(staging, path) || !completeTree(staging)) return cannotMove;
-    const FileDescriptor parent = openDirectory({staging.destination.parent.number(), "."});
+    // Descriptors may be few: looking again for what was extracted takes as many as the first look.
+    FileDescriptor parent;
+    if (staging.sync) parent = openDirectory({staging.destination.parent.number(), "."});
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;
 
     const Entry target = staging.destination.entry();

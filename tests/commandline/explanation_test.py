@@ -550,7 +550,7 @@ class HelpTest(CommandLineTest):
                 told = self.help(b"unpack", name, b"out " + name)
                 command = told.splitlines()[-1].decode()
                 subprocess.run(["bash", "-c", command], cwd=self.cwd, check=True)
-                self.assertEqual(tree(self.path(b"out " + name)),
+                self.assertEqual(read_tree(self.path(b"out " + name)),
                                  {b"p/a": b"alpha", b"p/b": b"alpha"})
 
     def test_a_name_that_begins_with_a_dash_is_no_option_of_a_command(self):
@@ -623,10 +623,10 @@ class TableTest(CommandLineTest):
             fifo = self.path(name + b"/p/fifo")
             if os.path.exists(fifo):
                 os.remove(fifo)
-            return tree(self.path(name))
+            return read_tree(self.path(name))
         result = self.run_program(b"unpack", name, b"unpacked")
         self.assertEqual(result.status, 0, result.err)
-        return tree(self.path(b"unpacked"))
+        return read_tree(self.path(b"unpacked"))
 
     def check_commands(self, case, help):
         self.run_commands(help)

@@ -39,6 +39,7 @@ class StepsTest(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.root = pathlib.Path(directory.name)
         shutil.copytree(SOURCE / "scripts", self.root / "scripts")
+        shutil.copy(SOURCE / "CMakePresets.json", self.root)
         (self.root / "tools").mkdir()
         for name, text in TOOLS.items():
             tool = self.root / "tools" / name
