@@ -343,6 +343,15 @@ class MistakeTest(CommandLineTest):
                                     b"directory of its own, such as '.*'",
                                     b".", b"unpack", archive, destination, b"--overwrite")
 
+    def test_the_directory_that_is_suggested_has_the_archive_s_name_without_its_format(self):
+        for name, own in [(b"a.tar", b"a"), (b"a.tgz", b"a"), (b"a.tar.gz", b"a"),
+                          (b"a.tar.xz", b"a.tar.xz-unpacked"), (b".tar", b".tar-unpacked")]:
+            with self.subTest(name=name):
+                shutil.copy(self.path(b"outside.tgz"), self.path(b"other/" + name))
+                self.assert_refused(b".*, such as 'other/" + re.escape(own) + b"'", b".", b"unpack",
+                                    b"other/" + name, b"other", b"--overwrite")
+                os.remove(self.path(b"other/" + name))
+
     def test_unpacking_an_archive_onto_itself(self):
         for archive, destination in [(b"project/backup.tar", b"project/backup.tar"),
                                      (b"project/backup.tar", b"link.tar"),
@@ -404,9 +413,10 @@ class MistakeTest(CommandLineTest):
         for words, message in rows:
             self.assert_raised(self.run_program(*words), message)
 
-    def test_what_is_not_there_is_left_to_the_module(self):
+    def test_what_is_not_there_and_what_is_no_archive_is_left_to_the_module(self):
         rows = [((b"unpack", b"none.tar", b"other"), b"Archive file does not exist"),
-                ((b"make", b"none", b"other/none.tar"), b"Archive source does not exist")]
+                ((b"make", b"none", b"other/none.tar"), b"Archive source does not exist"),
+                ((b"make", b"other", b"other", b"--format=tar"), b"Cannot create archive")]
         for words, message in rows:
             self.assert_raised(self.run_program(*words, b"--overwrite"), message)
 

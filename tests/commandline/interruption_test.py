@@ -131,9 +131,25 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish(process), (-signal.SIGINT, b"", UNTOUCHED["unpack"]))
         self.assertEqual(self.listing(), [b"in.tar", b"src"])
 
+    def test_what_another_unpacking_has_made_is_not_named_when_all_is_cleared_away(self):
+        process = self.waiting_unpack()
+        os.mkdir(self.path(b".dest.vesk-unpacking-new-other1"))
+        send_and_await(process, signal.SIGINT)
+        self.assertEqual(finish(process), (-signal.SIGINT, b"", UNTOUCHED["unpack"]))
+
+    def test_a_signal_after_the_last_look_for_one_ends_the_program_at_once(self):
+        for words in [self.MAKE, self.UNPACK]:
+            with self.subTest(words=words):
+                process = start(words + (b"--quiet",), self.cwd,
+                                environment("none", VESK_HOLD_UP="done"))
+                self.assertEqual(process.stdout.read(1), b".")
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
+                self.assertEqual(finish(process).err, b"")
+
     def test_a_second_signal_ends_the_program_at_once_and_what_it_leaves_is_named(self):
         for first, second in [(signal.SIGINT, signal.SIGINT), (signal.SIGTERM, signal.SIGINT),
-                              (signal.SIGINT, signal.SIGRTMAX)]:
+                              (signal.SIGINT, signal.SIGALRM), (signal.SIGINT, signal.SIGRTMAX)]:
             with self.subTest(first=first, second=second):
                 process = self.waiting_unpack()
                 send_and_await(process, first)
@@ -150,7 +166,8 @@ class InterruptionTest(SignalCase):
     def test_a_program_that_is_held_up_ends_all_the_same_and_what_it_leaves_is_named(self):
         stale = b".dest.vesk-unpacking-new-stale1"
         others = [b".destiny.vesk-unpacking-new-other1", b".des.vesk-unpacking-new-other2",
-                  b"dest.vesk-unpacking-new-other3", b".dest.vest"]
+                  b"dest.vesk-unpacking-new-other3", b"xdest.vesk-unpacking-new-other4",
+                  b".dest.vest"]
         self.write(stale, b"of an earlier run")
         time.sleep(0.05)  # longer than the steps of the clock by which files are dated
         for changes in [{}, {"VESK_NO_THREADS": "1"}]:
@@ -259,6 +276,22 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish_waiting(process).err,
                          b"vesk-archive: interrupted; '" + hidden + b"' is left and can be removed\n")
 
+    def test_a_file_of_making_is_named_as_a_terminal_can_show_it(self):
+        terminal, program_end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        process = start((b"make", b"src", b"n\x1b\n.tar"), self.cwd,
+                        environment("wait", MAKING_CALLS, VESK_PATIENCE="ordinary", TERM="dumb"),
+                        stderr=program_end)
+        os.close(program_end)
+        self.assertEqual(process.stdout.read(1), b".")
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        os.remove(self.path(hidden))
+        os.mkdir(self.path(hidden))
+        process.send_signal(signal.SIGTERM)
+        finish_waiting(process)
+        self.assertRegex(os.read(terminal, 4096), rb"\Avesk-archive: interrupted; '\.n\\033\\012\.tar"
+                         rb"\.vesk-making-\w{6}' is left and can be removed\r\n\Z")
+
     def test_an_archive_that_is_in_its_place_is_not_said_to_be_missing(self):
         """As between the renaming and the end, on a system that is slow to say that it is done."""
         process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
@@ -326,6 +359,24 @@ class InterruptionTest(SignalCase):
                 self.assertRegex(finish(process).err.decode(),
                                  rf"\Avesk-archive: interrupted{done}; '\.dest\.vesk-[\w-]+' "
                                  rf"is left and {left}\n\Z")
+
+    def test_where_nothing_is_left_beside_a_new_destination_it_is_not_said_to_be_as_it_was(self):
+        process = self.waiting_unpack(VESK_PATIENCE="ordinary")
+        [staging] = [name for name in self.listing() if name.startswith(b".dest.vesk-")]
+        os.rename(self.path(staging), self.path(b"dest"))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process).err,
+                         b"vesk-archive: interrupted; the archive was unpacked\n")
+
+    def test_a_left_over_is_named_beside_what_a_link_leads_to(self):
+        self.write(b"there/real/old")
+        os.symlink(b"there/real", self.path(b"dest"))
+        process = self.waiting_unpack(VESK_PATIENCE="ordinary")
+        process.send_signal(signal.SIGTERM)
+        said = finish_waiting(process).err
+        [left] = [name for name in os.listdir(self.path(b"there")) if name != b"real"]
+        self.assertEqual(said, b"vesk-archive: interrupted; '" +
+                         os.path.join(os.path.realpath(self.cwd), b"there", left) + REMOVABLE)
 
     def test_the_thread_that_works_receives_no_signals(self):
         """So that no long read of its own can hold them up."""

@@ -179,6 +179,15 @@ class ParentsTest(MakingCase):
         self.assertEqual(finish(process).status, 1)
         self.assertEqual(os.listdir(self.path(b"new")), [b"other"])
 
+    def test_directories_that_somebody_has_put_in_their_place_stay(self):
+        process = self.waiting(b"src", b"new/deep/o.tar", call=4)
+        os.makedirs(self.path(b"elsewhere/deep"))
+        os.rename(self.path(b"new"), self.path(b"taken"))
+        os.symlink(b"elsewhere", self.path(b"new"))
+        os.remove(self.path(b"src/sub/b"))
+        self.assertEqual(finish(process).status, 1)
+        self.assertEqual(os.listdir(self.path(b"elsewhere")), [b"deep"])
+
 
 class FileTest(MakingCase):
     """The file in which the archive is made."""
@@ -253,6 +262,15 @@ class FileTest(MakingCase):
             self.assertEqual(self.read(b"victim"), b"old")
             os.remove(self.path(name))
         self.assert_makes(b"src", b"new.tar", env=env)
+
+    def test_a_directory_that_lets_nobody_write_at_first_gets_the_archive(self):
+        os.mkdir(self.path(b"closed"), 0o555)
+        process = self.waiting(b"src", b"closed/new.tar", preexec_fn=as_ordinary_user)
+        self.assertEqual(os.listdir(self.path(b"closed")), [])
+        os.chmod(self.path(b"closed"), 0o777)
+        self.assertEqual(finish(process).status, 0)
+        self.assertEqual(os.listdir(self.path(b"closed")), [b"new.tar"])
+        self.assertEqual(self.read(b"closed/new.tar"), self.made)
 
     def test_a_file_that_somebody_else_has_put_there_is_neither_written_nor_removed(self):
         """Nobody can know the name before; one who sees the file itself may replace it."""
@@ -458,11 +476,14 @@ class RightsTest(MakingCase):
 
     @unittest.skipUnless(IS_ROOT, "files are given to others by root alone")
     def test_an_ordinary_user_keeps_no_rights_of_another_owner(self):
-        self.write(b"old.tar", b"old")
-        os.chown(self.path(b"old.tar"), SOMEBODY, SOMEBODY)
-        os.chmod(self.path(b"old.tar"), 0o6777)
-        self.assert_makes(b"src", b"old.tar", b"--overwrite", preexec_fn=as_ordinary_user)
-        self.assertEqual(oct(self.mode(b"old.tar")), oct(0o777))
+        for group in [SOMEBODY, NOBODY]:
+            with self.subTest(group=group):
+                self.write(b"old.tar", b"old")
+                os.chown(self.path(b"old.tar"), SOMEBODY, group)
+                os.chmod(self.path(b"old.tar"), 0o6777)
+                self.assert_makes(b"src", b"old.tar", b"--overwrite", preexec_fn=as_ordinary_user)
+                self.assertEqual(oct(self.mode(b"old.tar")), oct(0o777))
+                os.remove(self.path(b"old.tar"))
 
 
 class LinkTest(MakingCase):
@@ -561,6 +582,25 @@ class SystemCallTest(MakingCase):
             self.assertRegex(calls[1], placing + r"\(.*\) = 0")
             self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
             self.assertEqual(len(calls), 3)
+
+    def test_a_file_system_that_has_nothing_to_sync_of_a_directory_is_no_failure(self):
+        for error, status in [("EINVAL", 0), ("EIO", 1)]:
+            with self.subTest(error=error):
+                result = self.run_program("-f", "-o", "/dev/null", "-e",
+                                          f"inject=fsync:error={error}:when=2", PROGRAM, b"make",
+                                          b"src", b"a.tar", b"--sync", b"--overwrite",
+                                          program="strace")
+                self.assertEqual(result.status, status)
+
+    def test_a_system_that_cannot_rename_without_replacing_in_one_step_says_so_in_several_ways(self):
+        for number, error in enumerate(["EINVAL", "ENOSYS", "EOPNOTSUPP"]):
+            with self.subTest(error=error):
+                name = b"%d.tar" % number
+                result = self.run_program("-f", "-o", "/dev/null", "-e",
+                                          f"inject=renameat2:error={error}", PROGRAM, b"make",
+                                          b"src", name, program="strace")
+                self.assertEqual(result.status, 0, result.err)
+                self.assertEqual(self.read(name), self.made)
 
     def test_the_host_is_asked_to_sync_what_is_unpacked(self):
         self.write_archive(b"in.tar", TWO_FILES)
