@@ -49,14 +49,13 @@ MadeParents::~MadeParents() {
         if (below == -1) break;
         directories_.push_back(below);
     }
-    bool isRemoved = true;
     for (; directories_.size() > 1; directories_.pop_back()) {
         const int below = directories_.back();
         const int directory = directories_[directories_.size() - 2];
         const std::string& name = missing_[directories_.size() - 2];
-        isRemoved =
-            isRemoved && (name == ".." || (isIn(directory, name, below) &&
-                                           unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0));
+        // One that holds anything stays, and so does the one above, which holds it.
+        if (name != ".." && isIn(directory, name, below))
+            unlinkat(directory, name.c_str(), AT_REMOVEDIR);
         close(below);
     }
     if (!directories_.empty()) close(directories_.front());

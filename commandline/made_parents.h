@@ -9,8 +9,8 @@
 namespace vesk::commandline {
 
 /// Removes, when it is destroyed, those directories on the way to a file that were missing when it
-/// was created and are empty: the innermost first, until one is not. They are looked for below the
-/// directory that was there, wherever that has been moved, and through no links.
+/// was created and are empty by then, the innermost first. They are looked for below the directory
+/// that was there, wherever that has been moved, and through no links.
 class MadeParents {
 public:
     explicit MadeParents(const std::filesystem::path& file);

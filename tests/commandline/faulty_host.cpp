@@ -18,8 +18,8 @@
 //                    else it never ends, so that no test depends on how fast the machine is
 //   VESK_NO_THREADS  if it is 1, no thread can be started
 //   VESK_NO_TIMER    if it is 1, no timer can be had
-//   VESK_HOLD_UP     if it is "said", the program waits when it has written to standard error; if it
-//                    is "done", when it has nothing more to do
+//   VESK_HOLD_UP     the program waits: if it is "said", when it has written to standard error; if
+//                    it is "done", when it has nothing more to do
 //
 // It can let memory end when the work is done:
 //

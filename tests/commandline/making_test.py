@@ -179,6 +179,13 @@ class ParentsTest(MakingCase):
         self.assertEqual(finish(process).status, 1)
         self.assertEqual(os.listdir(self.path(b"new")), [b"other"])
 
+    def test_directories_that_hold_nothing_go_where_others_on_the_way_stay(self):
+        process = self.waiting(b"src", b"new/../other/o.tar", call=4)
+        self.write(b"other/file")
+        os.remove(self.path(b"src/sub/b"))
+        self.assertEqual(finish(process).status, 1)
+        self.assertEqual(self.listing(), [b"other", b"src"])
+
     def test_directories_that_somebody_has_put_in_their_place_stay(self):
         process = self.waiting(b"src", b"new/deep/o.tar", call=4)
         os.makedirs(self.path(b"elsewhere/deep"))
