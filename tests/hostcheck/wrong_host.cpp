@@ -3,12 +3,18 @@
 // host.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -49,6 +55,9 @@ struct KeptUnread {
 };
 thread_local KeptUnread keptByThread{};
 KeptUnread* volatile keptOnTheHeap = nullptr;
+std::array<KeptUnread, 1U << 20U> largeTable{};
+/// The message's address with all bits turned over, as a compressed pointer is no pointer either.
+std::uintptr_t hiddenMessage = 0;
 
 /// Copies both texts, and stores their addresses at the end of a block that it then frees.
 void copyByWayOfTheHeap(const char* className, const char* message) {
@@ -63,10 +72,22 @@ void copyByWayOfTheHeap(const char* className, const char* message) {
     }
 }
 
+/// Notes the message where other processes can see it, as a tracing runtime does.
+void noteInSharedMemory(const char* message) {
+    static void* const shared =
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) std::abort();
+    static_cast<KeptUnread*>(shared)->text = message;
+}
+
 void keepStrings(const char* className, const char* message) {
     if (has("raise keeps pointers")) keptMessage = message;
     if (has("raise keeps the class unread")) keptByThread.text = className;
     if (has("raise keeps the message unread")) keptOnTheHeap = new KeptUnread{message};
+    if (has("raise keeps the message in a large table")) largeTable.back().text = message;
+    if (has("raise keeps the message hidden"))
+        hiddenMessage = ~reinterpret_cast<std::uintptr_t>(message);
+    if (has("raise notes its strings in shared memory")) noteInSharedMemory(message);
     if (has("raise copies by way of the heap")) copyByWayOfTheHeap(className, message);
 }
 
@@ -85,18 +106,27 @@ void startHelper() {
 }
 
 void doWrongAfterRaise(std::string_view message) {
+    if (has("raise leaves no files to open")) {
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
     if (has("raise prints")) {
         std::puts("FAIL  printed");
         std::fflush(stdout);
     }
     if (has("raise starts a helper process")) startHelper();
     if (has("raise throws")) throw std::runtime_error("IOException");
-    if (has("raise throws control characters")) throw std::runtime_error("\x1B[2J\nIOException");
+    if (has("raise throws control characters"))
+        throw std::runtime_error("\x1B[2J\n\x7FIOException");
+    if (has("raise throws a long text")) throw std::runtime_error(std::string(100000, 'x'));
+    if (has("raise throws what is no exception")) throw 1;
     // Only once, or every requirement would wait for it.
     if (message != "Archive already exists") return;
     if (has("raise aborts beside a helper process")) startHelper();
     if (has("raise aborts") || has("raise aborts beside a helper process")) std::abort();
     if (has("raise exits")) _exit(0);
+    if (has("raise exits with a status")) _exit(7);
+    if (has("raise is interrupted")) std::raise(SIGTERM);
     if (has("raise hangs")) hang();
 }
 
@@ -106,11 +136,22 @@ bool isAscii(std::string_view text) {
                "[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") == std::string_view::npos;
 }
 
+void replaceAll(std::string& text, std::string_view what, std::string_view with) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
+        text.replace(at, what.size(), with);
+}
+
 std::string changedText(std::string text) {
     if (has("paths are cut")) return text.substr(0, 200);
     if (has("paths become absolute")) return "/root/" + text;
     if (has("paths lose their root") && text.front() == '/') return text.substr(1);
+    if (has("paths are trimmed")) text.erase(0, text.find_first_not_of(' '));
+    if (has("paths are composed")) replaceAll(text, "e\xCC\x81", "\xC3\xA9");
+    if (has("paths are decoded")) replaceAll(text, "%20", " ");
     for (char& byte : text) {
+        // No UTF-8 has such a byte.
+        if (has("paths are UTF-8") && byte == '\xFF') byte = '?';
+        if (has("paths lose control characters") && byte == '\a') byte = '?';
         if (has("backslashes become slashes") && byte == '\\') byte = '/';
         if (has("paths are ASCII") && static_cast<unsigned char>(byte) >= 0x80) byte = '?';
     }
@@ -134,7 +175,7 @@ class DescriptorName {
 public:
     static void give(fs::path& staging) {
         const fs::path real = fs::canonical(staging);
-        descriptor() = open(real.parent_path().c_str(), O_PATH | O_CLOEXEC);
+        descriptor() = ::open(real.parent_path().c_str(), O_PATH | O_CLOEXEC);
         const std::string link = "/proc/self/fd/" + std::to_string(descriptor());
         const fs::path name = link / real.filename();
         renamed()[name.native()] = staging.native();
@@ -156,6 +197,12 @@ bool goesUp(const fs::path& path) {
     return std::find(path.begin(), path.end(), "..") != path.end();
 }
 
+/// Tells whether a name before the last one is a symbolic link's.
+bool goesByALink(const fs::path& path) {
+    const fs::path parent = path.parent_path();
+    return parent != path && (fs::is_symlink(parent) || goesByALink(parent));
+}
+
 /// Tells whether the destination is given by its own name, without dots or a link. A defect for
 /// these destinations only is not found by the requirements for the others.
 bool isPlain(const fs::path& destination) {
@@ -167,6 +214,10 @@ fs::path misread(const fs::path& destination) {
     std::string text = destination.native();
     const std::size_t dots = text.find("/./..");
     if (has("dots cancel each other") && dots != std::string::npos) return text.erase(dots, 5);
+    if (has("dots cancel links") && goesUp(destination) && goesByALink(destination))
+        return destination.lexically_normal();
+    if (has("relative destinations lie elsewhere") && destination.is_relative())
+        return fs::absolute("elsewhere" / destination);
     if (has("slashes add a level") && text.ends_with('/'))
         return destination / destination.parent_path().filename();
     return destination;
@@ -180,19 +231,33 @@ void spellLikeTheDestination(const fs::path& destination, fs::path& staging) {
     staging = name;
 }
 
-/// Lets everybody into the staging directory and into all directories between it and the
+/// Lets others into the staging directory and into all directories between it and the
 /// destination's directory.
-void openToEverybody(const fs::path& destination, const fs::path& staging) {
+void open(const fs::path& destination, const fs::path& staging, fs::perms permissions) {
     fs::path directory = fs::canonical(destination.parent_path());
     for (const fs::path& name : fs::canonical(staging).lexically_relative(directory)) {
         if (name == "..") std::abort();
         directory /= name;
-        fs::permissions(directory, fs::perms::all);
+        fs::permissions(directory, permissions);
     }
 }
 
+void openToOthers(const fs::path& destination, const fs::path& staging) {
+    const fs::perms parent = fs::status(destination.parent_path()).permissions();
+    const bool isSticky = (parent & fs::perms::sticky_bit) != fs::perms::none;
+    if (has("staging is open to everybody") ||
+        has(isSticky ? "staging is open in a sticky directory"
+                     : "staging is open where names are anybody's"))
+        open(destination, staging, fs::perms::all);
+    if (has("staging is open to a group")) open(destination, staging, fs::perms{0750});
+}
+
+bool isCopied() {
+    return has("staging is copied from elsewhere") || has("staging is copied and stays");
+}
+
 bool isStagedElsewhere() {
-    return has("staging is copied from elsewhere") || has("staging is renamed from elsewhere");
+    return isCopied() || has("staging is renamed from elsewhere");
 }
 
 void stageElsewhere(fs::path& staging) {
@@ -205,9 +270,9 @@ void stageElsewhere(fs::path& staging) {
 bool bringBack(const fs::path& staging, fs::path& back, std::string& error) {
     back = standInsName(staging);
     std::error_code failure;
-    if (has("staging is copied from elsewhere")) {
+    if (isCopied()) {
         fs::copy(staging, back, fs::copy_options::recursive, failure);
-        fs::remove_all(staging);
+        if (!has("staging is copied and stays")) fs::remove_all(staging);
     } else {
         // The stand-in commits only the directory that it made.
         for (const auto& entry : fs::directory_iterator(staging, failure))
@@ -226,6 +291,8 @@ bool mayReplace(const fs::path& destination, bool overwrite) {
     const bool acceptsEmpty =
         has("empty destinations are accepted") || has("empty destinations are accepted in vain");
     return overwrite || has("everything may be replaced") ||
+           (has("files may be replaced") && fs::is_regular_file(destination)) ||
+           (has("directories may be replaced") && fs::is_directory(destination)) ||
            (acceptsEmpty && isEmptyDirectory(destination));
 }
 
@@ -278,6 +345,8 @@ void doWrongBeforeCommit(const fs::path& staging, const fs::path& destination) {
     // Not in every tree, or other requirements would find it, too.
     if (has("commit adds a file") && fs::exists(staging / "hollow"))
         std::ofstream(staging / ".index");
+    if (has("commit adds a file to nothing") && fs::is_empty(staging))
+        std::ofstream(staging / ".index");
     if (has("commit drops empty directories")) dropEmptyDirectories(staging);
     if (lastMayReplace && isPlain(destination)) followLinks("commit", destination);
     if (has("commit merges")) keepOldFiles(destination, staging);
@@ -328,19 +397,29 @@ std::optional<std::string> decodedByZlib(const std::string& packed, std::size_t&
     return result == Z_STREAM_END ? std::optional(content) : std::nullopt;
 }
 
+bool ignoresSize() {
+    return has("inflate ignores the size") || has("inflate fills up to the declared size") ||
+           has("inflate checks the declared size only");
+}
+
 bool inflateByZlib(const std::string& packed, std::uint64_t size, std::ostream& out,
                    std::uint32_t& crc, std::string& error) {
     std::size_t rest = 0;
     const auto content = decodedByZlib(packed, rest);
     const bool isRefused = !content || (rest != 0 && !has("inflate ignores what follows")) ||
-                           (content->size() != size && !has("inflate ignores the size"));
+                           (content->size() != size && !ignoresSize());
     if (isRefused) {
         error = "refused";
         return false;
     }
     out << *content;
+    if (has("inflate fills up to the declared size") && size > content->size())
+        out << std::string(size - content->size(), '\0');
+    const std::size_t checked = has("inflate checks the declared size only")
+                                    ? std::min<std::size_t>(size, content->size())
+                                    : content->size();
     crc = static_cast<std::uint32_t>(
-        crc32_z(0, reinterpret_cast<const Bytef*>(content->data()), content->size()));
+        crc32_z(0, reinterpret_cast<const Bytef*>(content->data()), checked));
     return true;
 }
 
@@ -366,6 +445,8 @@ bool acceptsAllTheSame(const std::string& error) {
 void Vesk_raise(const char* className, const char* message) {
     if (has("raise drops empty messages") && *message == '\0') return;
     if (has("raise drops odd messages") && !isAscii(message)) return;
+    if (has("raise drops other than UTF-8") && std::strchr(message, 0xFF) != nullptr) return;
+    if (has("raise drops long messages") && std::string_view(message).size() > 4096) return;
     keepStrings(className, message);
     hasRaised = true;
     standIn (&Vesk_raise)(className, message);
@@ -379,6 +460,7 @@ int Vesk_hasPendingError(void) {
     if (has("pending is global")) return hasRaised ? 1 : 0;
     if (has("pending once") && ++asked > 1) return 0;
     if (keptMessage != nullptr && *keptMessage == '!') return 2;
+    if (hiddenMessage != 0 && *reinterpret_cast<const char*>(~hiddenMessage) == '!') return 2;
     return standIn(&Vesk_hasPendingError)();
 }
 
@@ -413,8 +495,7 @@ bool prepareExtractionStaging(const fs::path& destination, bool overwrite, fs::p
         fs::create_directory(destination.native() + ".staging");
     if (prepared && isStagedElsewhere()) stageElsewhere(staging);
     if (prepared && has("staging is named through a descriptor")) DescriptorName::give(staging);
-    if (prepared && has("staging is open to everybody") && isPlain(destination))
-        openToEverybody(fs::absolute(destination), staging);
+    if (prepared && isPlain(destination)) openToOthers(fs::absolute(destination), staging);
     if (prepared && has("staging is spelled like the destination") && goesUp(destination))
         spellLikeTheDestination(destination, staging);
     if (prepared && has("staging holds a lock file")) std::ofstream(staging / ".lock");
@@ -433,6 +514,7 @@ bool commitExtractionStaging(const fs::path& staging, const fs::path& destinatio
         return false;
     if (has("empty destinations are accepted in vain") && isEmptyDirectory(destination))
         return false;
+    if (has("empty destinations stay empty") && isEmptyDirectory(destination)) return true;
     if (has("commit deletes before it renames") && lastMayReplace && isPlain(destination))
         fs::remove_all(destination);
     doWrongBeforeCommit(source, destination);
@@ -474,7 +556,7 @@ bool inflateRaw(std::istream& in, std::uint64_t compressedSize, std::uint64_t un
     const std::string before = error;
     std::string packed(compressedSize, '\0');
     in.read(packed.data(), static_cast<std::streamsize>(compressedSize));
-    if (has("inflate ignores the size") || has("inflate ignores what follows"))
+    if (ignoresSize() || has("inflate ignores what follows"))
         return inflateByZlib(packed, uncompressedSize, out, crc, error);
     if (refusesKind(packed, uncompressedSize)) {
         error = "refused";
