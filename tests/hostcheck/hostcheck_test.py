@@ -229,6 +229,7 @@ EXPLANATIONS = [
                       f'"{120 * "n"}..."; came "{120 * "n"}..."\n'),
     ("paths are normalised", '; expected a relative path of ".", "a", "..", "b", "." '
                              'from "./a/../b/."; came "b", ""'),
+    ("paths lose control characters", r'; came "tab\011line\012bell?"' + "\n"),
     ("paths are ASCII",
      r'; expected a relative path of "caf\303\251" from "caf\303\251"; came "caf??"'),
     ("staging holds a lock file", '; expected an empty directory; came ".lock" in it'),
@@ -239,6 +240,7 @@ EXPLANATIONS = [
     ("commit appends to the error text", '; expected a message instead of "an earlier text"; came '
      '"an earlier textCannot move extracted files to destination"'),
     ("crc inverts", '; expected 0xe8b7be43 as the inverted register after "a"; came 0x3ab551ce'),
+    ("crc of nothing is 0", "; expected 0xffffffff for no bytes at a null pointer; came 0x00000000"),
     ("crc counts in 32 bits", '; expected 0xce7745fe as the inverted register after 4294967296 '
      'zeros and "123456789"; came 0xe60914ae'),
     ("inflate gives the register", "; expected 0x3610a686 after a stored block; came 0xc9ef5979"),
