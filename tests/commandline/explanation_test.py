@@ -582,6 +582,15 @@ class HelpOnTerminalTest(TerminalTest):
         self.assertEqual(self.rest_shown(process, -signal.SIGINT), b"")
 
 
+class WidthTest(unittest.TestCase):
+    def test_no_line_is_wider_than_a_terminal_where_names_allow(self):
+        for key, help in rows():
+            for line in help:
+                with self.subTest(row=key, line=line):
+                    has_long_name = max(map(len, re.split(r"[ /]", line))) > 50
+                    self.assertTrue(has_long_name or len("  " + line) <= 80)
+
+
 class TableTest(CommandLineTest):
     def give_away(self):
         """Leaves the directory to an ordinary user, where this one is not."""
