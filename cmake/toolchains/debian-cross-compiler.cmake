@@ -1,11 +1,17 @@
 # SPDX-License-Identifier: MIT
-# What the toolchains of this folder share: `machine` is Debian's name of the architecture and
-# `triplet` that of its compiler. The libraries of that machine are looked for in
-# build/MACHINE-libraries, which scripts/check fills.
+# What the toolchains of this folder share: `machine` is Debian's name of the architecture, `triplet`
+# that of its compiler, `loader` the file that loads programs there. The libraries of that machine are
+# looked for in build/MACHINE-libraries, which scripts/check fills.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_STRIP ${triplet}-strip)
+set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
+
+# The programs themselves say where the libraries of the language are. An emulator that is told to
+# look below another root does so for the programs' own files, too: "/.." is then another directory.
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-Wl,--dynamic-linker=/usr/${triplet}/lib/${loader} -Wl,-rpath,/usr/${triplet}/lib")
 
 set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/../../build/${machine}-libraries)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -7,14 +7,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -142,6 +143,8 @@ TEST_F(WholeFile, AllocatesExactlyTheSizeOfTheFile) {
     }
 }
 
+#if SIZE_MAX > UINT32_MAX
+
 bool isZero(const ByteBuffer& bytes) {
     return *bytes.data() == 0 &&
            std::memcmp(bytes.begin(), bytes.begin() + 1, bytes.size() - 1) == 0;
@@ -156,6 +159,19 @@ TEST_F(WholeFile, AcceptsAFileOf4294967295Bytes) {
     ASSERT_EQ(bytes.size(), 4294967295U);
     EXPECT_TRUE(isZero(bytes));
 }
+
+#else
+
+TEST_F(WholeFile, ThrowsLengthErrorForAFileThatNoMemoryOf32BitsCanHold) {
+    writeFile(file, "");
+    for (const std::uintmax_t size : {2147483648U, 4294967295U}) {
+        fs::resize_file(file, size);
+        EXPECT_THROW(zipReadFileBytes(file), std::length_error) << size;
+        EXPECT_EQ(host.calls, Calls());
+    }
+}
+
+#endif
 
 TEST_F(WholeFile, RefusesLargerFilesAndThoseWithoutASize) {
     writeFile(file, "");

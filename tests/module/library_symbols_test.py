@@ -94,7 +94,8 @@ def imports(library):
         if section == "UND" and not start_up:
             if not re.search(r"@(GLIBC|GLIBCXX|CXXABI|GCC)_", name):
                 names.add(unversioned(name))
-    return demangled(names)
+    # Integers of 64 bits are "unsigned long" where that has so many, and else "unsigned long long".
+    return {name.replace("long long", "long") for name in demangled(names)}
 
 
 def data_objects(library):

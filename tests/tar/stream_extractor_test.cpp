@@ -3,11 +3,14 @@
 #include "tar/stream_extractor.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -167,8 +170,8 @@ TEST(StreamExtractor, ReplacesTheErrorTextByTheFirstProblemAndKeepsWhatItHasMade
          {{"a", "x"}, {"b", "y"}}},
     };
     // Two messages have no row. "Cannot finalize TAR entry" needs a full disk: see below. "TAR
-    // entry is too large for this platform" is unreachable where sizes have 64 bits: twelve octal
-    // digits are 36 bits.
+    // entry is too large for this platform" is unreachable where sizes have 64 bits, since twelve
+    // octal digits are 36 bits: see below, too.
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         expectFailure(extract(row.archive), row.message, row.tree);
@@ -526,6 +529,27 @@ TEST(StreamExtractor, CannotWriteAFileWithoutADescriptor) {
         EXPECT_EQ(fs::is_directory(root / "p"), name == "p/a"s);
     }
 }
+#endif
+
+#if SIZE_MAX == UINT32_MAX
+
+TEST(StreamExtractor, RefusesAnEntryThatIsTooLargeForStreamsOf32Bits) {
+    constexpr std::size_t dataSize = 2147483648;
+    constexpr std::size_t size = 512 + dataSize;
+    void* const zeros = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(zeros, MAP_FAILED);
+    std::memcpy(zeros, tarHeader("a", dataSize).data(), 512);
+    const TempDir root;
+    Extraction extraction;
+    RecordingHost host;
+    extraction.done = tarExtractArchiveBytes({static_cast<const std::uint8_t*>(zeros), size},
+                                             root.path(), extraction.errorText);
+    munmap(zeros, size);
+    extraction.tree = readTree(root.path());
+    expectFailure(extraction, "TAR entry is too large for this platform", {{"a", ""}});
+}
+
 #endif
 
 TEST(StreamExtractor, CannotFinalizeAFileThatOutgrowsTheDisk) {
