@@ -8,10 +8,11 @@ set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_STRIP ${triplet}-strip)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 
-# The programs themselves say where the libraries of the language are. An emulator that is told to
-# look below another root does so for the programs' own files, too: "/.." is then another directory.
-set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "-Wl,--dynamic-linker=/usr/${triplet}/lib/${loader} -Wl,-rpath,/usr/${triplet}/lib")
+# The programs themselves say where the libraries of the language are, and those of the libraries. An
+# emulator that is told to look below another root does so for the programs' own files, too: "/.." is
+# then another directory.
+string(JOIN , CMAKE_EXE_LINKER_FLAGS_INIT -Wl --dynamic-linker=/usr/${triplet}/lib/${loader}
+    --disable-new-dtags -rpath /usr/${triplet}/lib)
 
 set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/../../build/${machine}-libraries)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
