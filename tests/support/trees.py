@@ -20,10 +20,12 @@ def write_tree(root, tree):
 
 
 def read_tree(root):
-    """Reads what is below the root; nothing when there is no such directory."""
+    """Reads what is below the root, itself "./" when empty; nothing when there is none."""
     root = os.fsencode(root)
     tree = {}
     for directory, directories, files in os.walk(root):
+        if not directories and not files:
+            tree[os.path.relpath(directory, root) + b"/"] = b""
         for path in [os.path.join(directory, name) for name in directories + files]:
             name = os.path.relpath(path, root)
             mode = os.lstat(path).st_mode
@@ -32,6 +34,4 @@ def read_tree(root):
                     tree[name] = file.read()
             elif not stat.S_ISDIR(mode):
                 tree[name + b"?"] = b""
-            elif not os.listdir(path):
-                tree[name + b"/"] = b""
     return tree
