@@ -3,10 +3,12 @@
 //
 // The exit statuses are listed in vesk-host-check(1). SIGINT, SIGTERM and SIGHUP end the program as
 // usual, but it first removes what it made for trials.
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <string_view>
+#include <sstream>
+#include <string>
 
 #include "hostcheck/output.h"
 #include "hostcheck/report.h"
@@ -22,24 +24,9 @@ constexpr int someFail = 1;
 constexpr int wrongUsage = 2;
 constexpr int cannotCheck = 3;
 
-constexpr const char* help =
-    "Checks that a runtime library meets the requirements of the archive module.\n"
-    "Usage: vesk-host-check LIBRARY\n"
-    "       vesk-host-check --help | --version\n"
-    "\n"
-    "  LIBRARY    The shared library with the nine functions of host_runtime.h\n"
-    "\n"
-    "Prints one line for each requirement: pass, or FAIL with what was expected and what\n"
-    "came. Lines with note are advice. Exit status: 0 every requirement holds; 1 one does\n"
-    "not; 2 wrong usage; 3 the library cannot be loaded or lacks a function, or the\n"
-    "report cannot be written.";
+constexpr const char* programName = "vesk-host-check";
 
-int complainOfUsage() {
-    std::fputs("vesk-host-check: name one library\nTry 'vesk-host-check --help'.\n", stderr);
-    return wrongUsage;
-}
-
-int check(const char* library) {
+int check(const std::string& library) {
     // Made absolute, since a name without a slash is searched for among the system's libraries.
     switch (reportOn(std::filesystem::absolute(library))) {
         case Finding::allHold:
@@ -52,11 +39,40 @@ int check(const char* library) {
     return cannotCheck;
 }
 
-int run(std::string_view word) {
-    if (word == "--help") return printLine(help), allHold;
-    if (word == "--version") return printLine("vesk-host-check " VESK_HOST_CHECK_VERSION), allHold;
-    if (word.empty() || word.front() == '-') return complainOfUsage();
-    return check(word.data());
+int complainOfUsage(const std::string& message) {
+    std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", programName, printable(message).c_str(),
+                 programName);
+    return wrongUsage;
+}
+
+int run(int argc, const char* const* argv) {
+    CLI::App program("Checks that a runtime library meets the requirements of the archive module.",
+                     programName);
+    program.set_version_flag("--version", std::string(programName) + " " VESK_HOST_CHECK_VERSION);
+    std::string library;
+    program.add_option("LIBRARY", library, "The shared library with the functions to check")
+        ->required()
+        ->option_text(" ")
+        ->check([](const std::string& name) { return name.empty() ? "it is empty" : ""; });
+    program.footer(
+        "Prints one line for each requirement: pass, or FAIL with what was expected and what\n"
+        "came. Lines with note are advice. Exit status: 0 every requirement holds; 1 one does\n"
+        "not; 2 wrong usage; 3 the library cannot be loaded or lacks a function, or the\n"
+        "report cannot be written.");
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& wanted) {
+        std::ostringstream text;
+        program.exit(wanted, text, text);
+        std::string lines = text.str();
+        lines.pop_back();
+        printLine(lines);
+        return allHold;
+    } catch (const CLI::ParseError& error) {
+        return complainOfUsage(error.what());
+    }
+    return check(library);
 }
 
 }  // namespace
@@ -65,7 +81,7 @@ int main(int argc, char** argv) {
     try {
         occupyStandardDescriptors();
         signalQueue();
-        return argc == 2 ? run(argv[1]) : complainOfUsage();
+        return run(argc, argv);
     } catch (const Interrupted& interrupted) {
         endBy(interrupted.signal);
     } catch (const std::exception& failure) {

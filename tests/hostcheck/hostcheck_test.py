@@ -472,15 +472,25 @@ class UnwrittenReports(unittest.TestCase):
 
 class Usage(unittest.TestCase):
     def test_wrong_usage_is_said(self):
-        for words in [(), (STANDIN_HOST, STANDIN_HOST), ("--unknown",), ("",), ("-x",)]:
+        for words, mistake in [((), "LIBRARY is required"), (("--unknown",), "LIBRARY is required"),
+                               (("-x",), "LIBRARY is required"), (("--",), "LIBRARY is required"),
+                               (("",), "LIBRARY: it is empty"),
+                               ((STANDIN_HOST, "\x1B\n"),
+                                r"The following argument was not expected: \033\012")]:
             with self.subTest(words=words):
                 self.assertEqual(run(*words), Result(
-                    2, "", "vesk-host-check: name one library\nTry 'vesk-host-check --help'.\n"))
+                    2, "", f"vesk-host-check: {mistake}\nTry 'vesk-host-check --help'.\n"))
+
+    def test_a_name_after_two_dashes_may_begin_with_one(self):
+        result = run("--", "-library.so")
+        self.assertEqual(result.status, 3)
+        self.assertIn("/-library.so: cannot open shared object file", result.err)
 
     def test_help_and_version_go_to_standard_output(self):
         result = run("--help")
         self.assertEqual((result.status, result.err), (0, ""))
-        self.assertIn("\nUsage: vesk-host-check LIBRARY\n", result.out)
+        self.assertIn("\nUsage: vesk-host-check [OPTIONS] LIBRARY\n", result.out)
+        self.assertTrue(result.out.endswith("\nreport cannot be written.\n"), result.out)
         self.assertEqual(run("--version"),
                          Result(0, f"vesk-host-check {os.environ['VESK_VERSION']}\n", ""))
 
