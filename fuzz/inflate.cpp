@@ -15,8 +15,10 @@
 #include "fuzz/inflate_model.h"
 #include "fuzz/require.h"
 #include "module/host/host_runtime.h"
+#include "tests/support/gzip_bytes.h"
 
 namespace fuzzing = vesk::fuzzing;
+using vesk::testing::littleEndian;
 
 namespace {
 
@@ -24,11 +26,8 @@ namespace {
 constexpr std::size_t pieceSize = 256 * 1024;
 
 void appendStored(std::string& packed, std::size_t count) {
-    packed += '\0';
-    packed += static_cast<char>(count & 0xFF);
-    packed += static_cast<char>(count >> 8);
-    packed += static_cast<char>(~count & 0xFF);
-    packed += static_cast<char>(~count >> 8 & 0xFF);
+    const auto length = static_cast<std::uint32_t>(count);
+    packed += '\0' + littleEndian(length, 2) + littleEndian(~length, 2);
     packed.append(count, 'f');
 }
 

@@ -17,10 +17,12 @@
 
 #include "module/host/host_runtime.h"
 #include "tests/standinhost/allocation_record.h"
+#include "tests/support/gzip_bytes.h"
 
 namespace {
 
 using namespace std::literals;
+using vesk::testing::rawDeflate;
 
 constexpr const char* invalid = "Invalid DEFLATE data";
 constexpr const char* truncated = "Truncated DEFLATE data";
@@ -78,36 +80,6 @@ std::string text(std::size_t count) {
     return words.substr(0, count);
 }
 
-std::string deflate(const std::string& content, int level, int strategy = Z_DEFAULT_STRATEGY) {
-    z_stream stream{};
-    deflateInit2(&stream, level, Z_DEFLATED, -15, 8, strategy);
-    std::string data(deflateBound(&stream, content.size()), '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
-    stream.avail_in = static_cast<uInt>(content.size());
-    stream.next_out = reinterpret_cast<Bytef*>(data.data());
-    stream.avail_out = static_cast<uInt>(data.size());
-    EXPECT_EQ(::deflate(&stream, Z_FINISH), Z_STREAM_END);
-    data.resize(stream.total_out);
-    deflateEnd(&stream);
-    return data;
-}
-
-/// Returns stored blocks of 65535 bytes and one with the rest.
-std::string store(const std::string& content) {
-    std::string data;
-    for (std::size_t position = 0; data.empty() || position < content.size();) {
-        const std::size_t count = std::min<std::size_t>(65535, content.size() - position);
-        data.push_back(position + count == content.size() ? '\1' : '\0');
-        data.push_back(static_cast<char>(count & 0xFF));
-        data.push_back(static_cast<char>(count >> 8));
-        data.push_back(static_cast<char>(~count & 0xFF));
-        data.push_back(static_cast<char>(~count >> 8 & 0xFF));
-        data.append(content, position, count);
-        position += count;
-    }
-    return data;
-}
-
 void expectDecodes(const std::string& data, const std::string& content) {
     const Result result = inflate(data, content.size());
     EXPECT_TRUE(result.ok);
@@ -152,7 +124,7 @@ TEST(Inflate, DecodesWhatZlibWrites) {
             for (const std::string& content : contents) {
                 SCOPED_TRACE("level " + std::to_string(level) + ", strategy " +
                              std::to_string(strategy) + ", " + std::to_string(content.size()));
-                expectDecodes(deflate(content, level, strategy), content);
+                expectDecodes(rawDeflate(content, level, strategy), content);
             }
         }
     }
@@ -163,8 +135,8 @@ TEST(Inflate, DecodesOutputsThatEndAtAnyPlaceOfAPiece) {
         for (std::size_t size = edge - 3; size <= edge + 3; ++size) {
             SCOPED_TRACE(size);
             const std::string content = text(size);
-            expectDecodes(deflate(content, 6), content);
-            expectDecodes(store(content), content);
+            expectDecodes(rawDeflate(content, 6), content);
+            expectDecodes(rawDeflate(content, 0), content);
         }
     }
 }
@@ -174,7 +146,7 @@ TEST(Inflate, JudgesInputsThatEndAtAnyPlaceOfAPiece) {
     for (std::size_t size = edge - 40; size <= edge + 10; ++size) {
         SCOPED_TRACE(size);
         const std::string content = randomBytes(size);
-        const std::string data = store(content);
+        const std::string data = rawDeflate(content, 0);
         expectDecodes(data, content);
         expectFailure(inflate(data + "x", size), leftOver);
         expectFailure(inflate(data.substr(0, data.size() - 1), size), truncated);
@@ -203,12 +175,12 @@ TEST(Inflate, RefusesAnOutputOfAnotherSize) {
     }
     expectFailure(inflate(emptyFixed, 1), tooShort);
     const std::string content = text(600000);
-    expectFailure(inflate(deflate(content, 6), 599999), tooLong);
-    expectFailure(inflate(deflate(content, 6), 600001), tooShort);
+    expectFailure(inflate(rawDeflate(content, 6), 599999), tooLong);
+    expectFailure(inflate(rawDeflate(content, 6), 600001), tooShort);
 }
 
 TEST(Inflate, WritesNoMoreThanTheDeclaredSize) {
-    const std::string bomb = deflate(std::string(16 << 20, '\0'), 9);
+    const std::string bomb = rawDeflate(std::string(16 << 20, '\0'), 9);
     const std::uint64_t declaredSizes[] = {0, 1, 1000, 262143, 262144, 262145};
     for (const std::uint64_t declared : declaredSizes) {
         SCOPED_TRACE(declared);
@@ -219,7 +191,7 @@ TEST(Inflate, WritesNoMoreThanTheDeclaredSize) {
 }
 
 TEST(Inflate, StopsReadingOnceTheOutputIsTooLong) {
-    const std::string data = store(randomBytes(4 << 20));
+    const std::string data = rawDeflate(randomBytes(4 << 20), 0);
     std::istringstream in(data, std::ios::binary);
     std::ostringstream out;
     std::uint32_t crc = 0;
@@ -239,9 +211,9 @@ TEST(Inflate, RefusesEachTruncation) {
     const Row rows[] = {
         {"fixed codes", helloFixed, 17},
         {"stored", abcStored, 3},
-        {"dynamic codes", deflate(content, 9), 2000},
-        {"codes without references", deflate(content, 9, Z_HUFFMAN_ONLY), 2000},
-        {"run lengths", deflate(std::string(2000, 'a'), 9), 2000},
+        {"dynamic codes", rawDeflate(content, 9), 2000},
+        {"codes without references", rawDeflate(content, 9, Z_HUFFMAN_ONLY), 2000},
+        {"run lengths", rawDeflate(std::string(2000, 'a'), 9), 2000},
     };
     for (const Row& row : rows) {
         for (std::size_t length = 1; length < row.data.size(); ++length) {
@@ -327,7 +299,7 @@ TEST(Inflate, RefusesBytesAfterTheFinalBlock) {
         {"nothing, stored", emptyStored, 0},
         {"fixed codes", helloFixed, 17},
         {"stored", abcStored, 3},
-        {"dynamic codes", deflate(content, 6), 300000},
+        {"dynamic codes", rawDeflate(content, 6), 300000},
     };
     for (const Row& row : rows) {
         for (std::size_t count = 1; count <= 20; ++count) {
@@ -381,7 +353,7 @@ private:
 
 TEST(Inflate, ReadsAStreamThatComesInSmallPortions) {
     const std::string content = text(300000);
-    const std::string data = deflate(content, 6);
+    const std::string data = rawDeflate(content, 6);
     ByteByByte buffer(data);
     std::istream in(&buffer);
     std::ostringstream out;
@@ -410,7 +382,7 @@ private:
 
 TEST(Inflate, ReportsAnOutputThatCannotGrow) {
     const std::string content = text(600000);
-    const std::string data = deflate(content, 6);
+    const std::string data = rawDeflate(content, 6);
     for (const std::streamsize limit : {0, 1, 262144, 599999}) {
         SCOPED_TRACE(limit);
         std::istringstream in(data);

@@ -26,10 +26,12 @@ inline std::uint32_t zlibCrc32(std::string_view content) {
     return static_cast<std::uint32_t>(crc32_z(0, bytes, content.size()));
 }
 
-/// Returns `content` as raw DEFLATE data (RFC 1951), compressed by zlib.
-inline std::string rawDeflate(std::string_view content) {
+/// Returns `content` as raw DEFLATE data (RFC 1951), compressed by zlib; with the level 0, stored in
+/// blocks of 65535 bytes and one of the rest.
+inline std::string rawDeflate(std::string_view content, int level = 6,
+                              int strategy = Z_DEFAULT_STRATEGY) {
     z_stream stream{};
-    if (deflateInit2(&stream, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    if (deflateInit2(&stream, level, Z_DEFLATED, -15, 8, strategy) != Z_OK)
         throw std::runtime_error("deflateInit2 failed");
     std::string packed(deflateBound(&stream, content.size()), '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
