@@ -22,8 +22,8 @@
 
 #include "tests/faults/allocation_faults.h"
 #include "tests/faults/archive_calls.h"
-#include "tests/faults/in_child.h"
 #include "tests/faults/raise_count.h"
+#include "tests/support/in_child.h"
 #include "tests/support/memory_dir.h"
 #include "tests/support/open_files.h"
 

@@ -14,7 +14,7 @@
 #include <fstream>
 
 #include "tests/faults/archive_calls.h"
-#include "tests/faults/in_child.h"
+#include "tests/support/in_child.h"
 #include "tests/support/memory_dir.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include "tests/faults/archive_calls.h"
 #include "tests/faults/file_faults.h"
 #include "tests/faults/file_steps.h"
-#include "tests/faults/in_child.h"
+#include "tests/support/in_child.h"
 #include "tests/support/temp_dir.h"
 
 namespace vesk::testing {

@@ -2,13 +2,12 @@
 // Running a piece of a test in a child process, as a user to whom file permissions apply.
 #pragma once
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <exception>
 #include <functional>
 #include <string>
+
+#include "tests/support/in_child.h"
 
 namespace vesk::testing {
 
@@ -16,33 +15,8 @@ namespace vesk::testing {
 /// or a text that begins with "child failed" when either failed, threw or died.
 inline std::string inChildThatBecame(const std::function<bool()>& become,
                                      const std::function<std::string()>& body) {
-    int ends[2];
-    if (pipe(ends) != 0) return "child failed: pipe";
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        close(ends[0]);
-        std::string result;
-        try {
-            result = become() ? body() : "child failed: it cannot become that";
-        } catch (const std::exception& exception) {
-            result = std::string("child failed: ") + exception.what();
-        }
-        const bool written =
-            write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size());
-        _exit(written ? 0 : 1);
-    }
-    close(ends[1]);
-    std::string result;
-    char piece[4096];
-    for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;) {
-        result.append(piece, static_cast<std::size_t>(n));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "child failed: it died";
-    return result;
+    return inChild(
+        [&] { return become() ? body() : std::string("child failed: it cannot become that"); });
 }
 
 /// Runs `body` in a child process as an ordinary user: as the user 65534 when this process is root,
