@@ -52,22 +52,6 @@ const std::string_view badDeflate = "Invalid DEFLATE data";
 const std::string_view tooShort = "DEFLATE output is shorter than its declared size";
 const std::string_view tooLong = "DEFLATE output is longer than its declared size";
 
-// Returns what zlib reads from a gzip member that is all of `member`, or nothing when it refuses
-// it.
-std::optional<std::string> readByZlib(std::string_view member) {
-    z_stream stream{};
-    EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
-    std::array<Bytef, 8192> content;
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(member.data()));
-    stream.avail_in = static_cast<uInt>(member.size());
-    stream.next_out = content.data();
-    stream.avail_out = content.size();
-    const bool whole = inflate(&stream, Z_FINISH) == Z_STREAM_END && stream.avail_in == 0;
-    inflateEnd(&stream);
-    if (!whole) return std::nullopt;
-    return std::string(content.begin(), content.end() - stream.avail_out);
-}
-
 }  // namespace
 
 TEST(BitFlips, OfAHeaderBlockBreakItsChecksum) {
@@ -161,7 +145,7 @@ TEST(BitFlips, OfACompressedMemberAreRefusedUnlessTheSameBytesComeOut) {
             const std::string outcome = workshop.unpacked(Container::tgz, damaged);
             std::string_view expected = outcomeIn(header, offset, bit, "");
             // A copy from another distance can copy the same bytes.
-            if (expected.empty() && readByZlib(damaged) == archive) expected = unpackedWhole;
+            if (expected.empty() && gunzip(damaged, 8192) == archive) expected = unpackedWhole;
             if (expected.empty() && refusals.contains(outcome)) expected = outcome;
             EXPECT_EQ(outcome, expected) << placed(offset, bit);
         }

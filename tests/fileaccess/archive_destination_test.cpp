@@ -27,12 +27,6 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
-Calls raised(const std::string& message) {
-    return {"Vesk_raise(IOException, " + message + ")"};
-}
-
 class ArchiveDestination : public ::testing::Test {
 protected:
     const TempDir dir;
@@ -49,7 +43,7 @@ protected:
     void expectRefused(const fs::path& path, bool overwrite, const std::string& message) {
         host.calls.clear();
         EXPECT_FALSE(archivePrepareArchivePath(path, overwrite));
-        EXPECT_EQ(host.calls, raised(message));
+        EXPECT_EQ(host.calls, Calls{raised(message)});
     }
 
     void expectWritten(const fs::path& path, const std::string& content) {
@@ -66,7 +60,7 @@ protected:
         host.calls.clear();
         const auto filesBefore = openFileCount();
         archiveWriteFileBytes(path, asBuffer(content));
-        EXPECT_EQ(host.calls, raised(message));
+        EXPECT_EQ(host.calls, Calls{raised(message)});
         EXPECT_EQ(openFileCount(), filesBefore);
     }
 

@@ -59,8 +59,6 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
 /// Sets the hook for seeks, for as long as it lives.
 class SeekHook {
 public:

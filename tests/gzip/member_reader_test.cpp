@@ -27,8 +27,6 @@ struct Reading {
     std::vector<std::string> calls;
 };
 
-using Calls = std::vector<std::string>;
-
 Reading readMember(const std::string& member, RecordingHost& host, std::string errorText = "") {
     // Exactly as large as the member, so that a sanitizer notices a byte read beyond it.
     ByteBuffer bytes;

@@ -25,8 +25,6 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
 std::span<const std::uint8_t> asBytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
@@ -130,29 +128,12 @@ TEST(GzipMemberWriter, NeverOutgrowsTheReservedBuffer) {
     }
 }
 
-/// Returns the content that zlib decodes from the gzip member `member`, which it must use up; zlib
-/// checks CRC32 and ISIZE.
-std::string decoded(std::string member, std::size_t contentSize) {
-    z_stream stream{};
-    if (inflateInit2(&stream, 15 + 16) != Z_OK) throw std::runtime_error("inflateInit2 failed");
-    std::string content(contentSize + 1, '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(member.data());
-    stream.avail_in = static_cast<uInt>(member.size());
-    stream.next_out = reinterpret_cast<Bytef*>(content.data());
-    stream.avail_out = static_cast<uInt>(content.size());
-    const int result = inflate(&stream, Z_FINISH);
-    content.resize(stream.total_out);
-    inflateEnd(&stream);
-    if (result != Z_STREAM_END || stream.avail_in != 0) throw std::runtime_error("inflate failed");
-    return content;
-}
-
 TEST(GzipMemberWriter, IsUnderstoodByAnotherDecoder) {
     RecordingHost host;
     for (const std::size_t size : {0U, 1U, 1536U, 65535U, 65536U, 131070U, 1000000U}) {
         SCOPED_TRACE(size);
         const std::string content = exampleContent(size);
-        EXPECT_TRUE(decoded(memberOf(content), size) == content);
+        EXPECT_TRUE(gunzip(memberOf(content), size + 1) == content);
     }
 }
 

@@ -27,24 +27,9 @@ namespace fs = std::filesystem;
 using namespace std::literals;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
 const char* const noPath = nullptr;
 const std::string notPending = "Vesk_hasPendingError() = 0";
 const std::string pending = "Vesk_hasPendingError() = 1";
-
-Calls operator+(Calls calls, const Calls& more) {
-    calls.insert(calls.end(), more.begin(), more.end());
-    return calls;
-}
-
-std::string raised(const std::string& message) {
-    return "Vesk_raise(IOException, " + message + ")";
-}
-
-std::string converted(const std::string& path) {
-    return "Vesk_runtimeFsPath(" + path + ")";
-}
 
 std::string lines(const Calls& calls) {
     std::string text;

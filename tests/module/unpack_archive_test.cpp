@@ -28,22 +28,7 @@ namespace fs = std::filesystem;
 using namespace std::literals;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
 const char* const noPath = nullptr;
-
-Calls operator+(Calls calls, const Calls& more) {
-    calls.insert(calls.end(), more.begin(), more.end());
-    return calls;
-}
-
-std::string raised(const std::string& message) {
-    return "Vesk_raise(IOException, " + message + ")";
-}
-
-std::string converted(const std::string& path) {
-    return "Vesk_runtimeFsPath(" + path + ")";
-}
 
 class UnpackArchive : public ::testing::TestWithParam<Container> {
 protected:

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -26,8 +27,8 @@ inline std::uint32_t zlibCrc32(std::string_view content) {
     return static_cast<std::uint32_t>(crc32_z(0, bytes, content.size()));
 }
 
-/// Returns `content` as raw DEFLATE data (RFC 1951), compressed by zlib; with the level 0, stored in
-/// blocks of 65535 bytes and one of the rest.
+/// Returns `content` as raw DEFLATE data (RFC 1951), compressed by zlib; with the level 0, stored
+/// in blocks of 65535 bytes and one of the rest.
 inline std::string rawDeflate(std::string_view content, int level = 6,
                               int strategy = Z_DEFAULT_STRATEGY) {
     z_stream stream{};
@@ -60,6 +61,23 @@ inline std::string gzipTrailer(std::string_view content) {
 /// Returns a member with the header `header` around the compressed `content`.
 inline std::string gzipMember(std::string_view content, const std::string& header = gzipHeader()) {
     return header + rawDeflate(content) + gzipTrailer(content);
+}
+
+/// Returns what zlib decodes from a gzip member that is all of `member`, of which it checks CRC32
+/// and ISIZE; nothing when it refuses it, or when that is more than `most` bytes.
+inline std::optional<std::string> gunzip(std::string_view member, std::size_t most) {
+    z_stream stream{};
+    if (inflateInit2(&stream, 15 + 16) != Z_OK) throw std::runtime_error("inflateInit2 failed");
+    std::string content(most, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(member.data()));
+    stream.avail_in = static_cast<uInt>(member.size());
+    stream.next_out = reinterpret_cast<Bytef*>(content.data());
+    stream.avail_out = static_cast<uInt>(content.size());
+    const bool isWhole = inflate(&stream, Z_FINISH) == Z_STREAM_END && stream.avail_in == 0;
+    content.resize(stream.total_out);
+    inflateEnd(&stream);
+    if (!isWhole) return std::nullopt;
+    return content;
 }
 
 /// Returns `header` with the field of FHCRC after it: the low half of the CRC-32 of the header.

@@ -15,6 +15,24 @@
 
 namespace vesk::testing {
 
+/// Lines of a log of host calls; see RecordingHost::calls.
+using Calls = std::vector<std::string>;
+
+inline Calls operator+(Calls calls, const Calls& more) {
+    calls.insert(calls.end(), more.begin(), more.end());
+    return calls;
+}
+
+/// The call that raises `message`.
+inline std::string raised(const std::string& message) {
+    return "Vesk_raise(IOException, " + message + ")";
+}
+
+/// The call that converts `path`.
+inline std::string converted(const std::string& path) {
+    return "Vesk_runtimeFsPath(" + path + ")";
+}
+
 /// Receives the calls of its thread from construction to destruction. A thread has one at a time.
 class RecordingHost {
 public:
@@ -34,7 +52,7 @@ public:
     ///     crc32Update(ffffffff, 1536)
     ///     inflateRaw(compressed=12, uncompressed=1024, crc=0, error=) = 1
     /// STAGING stands for the path that prepareExtractionStaging returned last.
-    std::vector<std::string> calls;
+    Calls calls;
 
     /// The exception that was raised first and is pending; empty when none is.
     std::optional<std::string> pendingClass;

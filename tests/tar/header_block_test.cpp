@@ -19,8 +19,6 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
 /// The block of an entry, and the calls that its construction made.
 struct Built {
     std::string block;

@@ -33,8 +33,6 @@ protected:
     std::string errorText = "word";
 };
 
-using Calls = std::vector<std::string>;
-
 TEST_F(StagedExtraction, CommitsWhatItExtractedAndLeavesTheErrorTextAlone) {
     EXPECT_TRUE(unpack(tarEntry("a", "x") + tarEnd(), destination.c_str()));
     EXPECT_EQ(errorText, "word");

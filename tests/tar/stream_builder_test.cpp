@@ -26,17 +26,6 @@ using namespace std::literals;
 using namespace vesk::io::archives;
 using namespace vesk::testing;
 
-using Calls = std::vector<std::string>;
-
-Calls operator+(Calls calls, const Calls& more) {
-    calls.insert(calls.end(), more.begin(), more.end());
-    return calls;
-}
-
-std::string raised(const std::string& message) {
-    return "Vesk_raise(IOException, " + message + ")";
-}
-
 class StreamBuilder : public ::testing::Test {
 protected:
     const TempDir dir;
