@@ -15,11 +15,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using vesk::testing::asOrdinaryUser;
-using vesk::testing::commit;
-using vesk::testing::prepare;
-using vesk::testing::TempDir;
-using vesk::testing::writeFile;
+using namespace vesk::testing;
 
 constexpr const char* cannotMove = "Cannot move extracted files to destination";
 

@@ -17,18 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using vesk::runtime::archives::removeExtractionTree;
 using vesk::standin::takeLeftover;
-using vesk::testing::canMount;
-using vesk::testing::commit;
-using vesk::testing::directoryOf;
-using vesk::testing::mountMemory;
-using vesk::testing::prepare;
-using vesk::testing::stageNewTree;
-using vesk::testing::StagingResult;
-using vesk::testing::TempDir;
-using vesk::testing::Tree;
-using vesk::testing::treeAt;
-using vesk::testing::withMounts;
-using vesk::testing::writeFile;
+using namespace vesk::testing;
 
 TEST(Between, LeavesAloneWhatReplacedTheStagingDirectory) {
     struct Row {

@@ -17,21 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using vesk::runtime::archives::removeExtractionTree;
 using vesk::standin::takeLeftover;
-using vesk::testing::asOrdinaryUser;
-using vesk::testing::commit;
-using vesk::testing::directoryOf;
-using vesk::testing::existingKinds;
-using vesk::testing::Kind;
-using vesk::testing::KindRow;
-using vesk::testing::makeAt;
-using vesk::testing::replaceableKinds;
-using vesk::testing::stageNewTree;
-using vesk::testing::StagingResult;
-using vesk::testing::TempDir;
-using vesk::testing::Tree;
-using vesk::testing::treeAfterReplacing;
-using vesk::testing::treeAt;
-using vesk::testing::writeFile;
+using namespace vesk::testing;
 
 struct ErrorRow {
     const char* name;

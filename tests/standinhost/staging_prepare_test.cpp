@@ -12,28 +12,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using vesk::testing::asOrdinaryUser;
-using vesk::testing::bindMount;
-using vesk::testing::canMount;
-using vesk::testing::commit;
-using vesk::testing::directoryOf;
-using vesk::testing::existingKinds;
-using vesk::testing::inChildThatBecame;
-using vesk::testing::irreplaceableKinds;
-using vesk::testing::Kind;
-using vesk::testing::KindRow;
-using vesk::testing::makeAt;
-using vesk::testing::mountMemory;
-using vesk::testing::prepare;
-using vesk::testing::readFile;
-using vesk::testing::replaceableKinds;
-using vesk::testing::stageNewTree;
-using vesk::testing::StagingResult;
-using vesk::testing::TempDir;
-using vesk::testing::Tree;
-using vesk::testing::treeAt;
-using vesk::testing::withMounts;
-using vesk::testing::writeFile;
+using namespace vesk::testing;
 
 TEST(Prepare, MakesAnEmptyTreeInADirectoryBesideTheDestinationForItsOwnerOnly) {
     for (const bool overwrite : {false, true}) {
