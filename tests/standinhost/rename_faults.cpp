@@ -49,7 +49,7 @@ extern "C" int syncfs(int descriptor) noexcept {
                                                                : syscall(SYS_syncfs, descriptor));
 }
 
-extern "C" int fsync(int descriptor) noexcept {
+extern "C" int fsync(int descriptor) {
     return static_cast<int>(active != nullptr && active->flush ? active->flush("directory")
                                                                : syscall(SYS_fsync, descriptor));
 }
