@@ -158,7 +158,7 @@ TEST(Between, RemovesMadeParentsOnlyFromTheirOwnParents) {
     const fs::path staging = stageNewTree(dir / "a/b/out", false);
     InBetween between;
     between.beforeRemoving = [&](const std::string& name) {
-        if (!name.ends_with("b")) return;
+        if (fs::path(name).filename() != "b") return;
         between.beforeRemoving = nullptr;
         fs::rename(dir / "a", dir / "gone");
         fs::create_directory_symlink("kept", dir / "a");
