@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tells the calling thread's observers of a host call that is about to be answered, and of
-// decoding.
+// Announces the module's calls, and decoded pieces, to the calling thread's observers.
 #pragma once
 
 #include "standinhost/standin_host.h"
@@ -11,7 +10,7 @@ namespace vesk::standin {
 /// pass through.
 void announceCall(HostCall call);
 
-/// The same for a decoded piece.
+/// Does the same for a decoded piece.
 void announcePiece(const DecodedPiece& piece);
 
 }  // namespace vesk::standin

@@ -92,7 +92,7 @@ bool makeDirectory(Staging& staging) {
 FileDescriptor openOwnersDirectory(Entry entry) {
     FileDescriptor directory = openDirectory(entry);
     if (directory || errno != EACCES) return directory;
-    // Whether that helped, opening tells.
+    // Opening shows whether that has helped.
     [[maybe_unused]] const int result =
         fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
     return openDirectory(entry);

@@ -68,17 +68,17 @@ using CallObserver = void (*)(void* context, HostCall call);
 /// unread and must be valid as long as the observer is set.
 void observeCalls(CallObserver observer, void* context);
 
-/// A piece of what inflateRaw decodes.
+/// A piece of the output of inflateRaw.
 struct DecodedPiece {
-    std::span<const std::uint8_t> bytes;  ///< what follows the last piece; gone after the call
-    std::uint64_t inputUsed;              ///< bytes of compressed data that have been taken so far
+    std::span<const std::uint8_t> bytes;  ///< after the last piece; valid only in the call
+    std::uint64_t inputUsed;              ///< bytes of compressed data that have been read so far
 };
 
 /// Called on the calling thread for each piece that has been written to the output stream. It may
 /// throw, as an observer of calls may.
 using DecodingObserver = void (*)(void* context, const DecodedPiece& piece);
 
-/// The same as observeCalls, for the pieces.
+/// Like observeCalls, for decoded pieces.
 void observeDecoding(DecodingObserver observer, void* context);
 
 /// Removes the staging directory that the calling thread prepared last, if it has neither been

@@ -79,8 +79,8 @@ void moveStagingElsewhere(const Place& place, TreeRemover& /*remover*/) {
         fs::rename(staging, place.elsewhere / "moved", error);
 }
 
-/// In one step: what is put into the staging directory when the program has looked through that to
-/// remove it stays there.
+/// Replaces the tree in one step. In two steps, the program might look through the staging
+/// directory in between to remove it, and the new tree would stay there.
 void replaceTree(const Place& place, TreeRemover& /*remover*/) {
     const fs::path staging = place.staging();
     if (staging.empty()) return;
@@ -89,7 +89,7 @@ void replaceTree(const Place& place, TreeRemover& /*remover*/) {
               RENAME_EXCHANGE);
 }
 
-void makeTheParentAnew(const Place& place, TreeRemover& /*remover*/) {
+void recreateTheParent(const Place& place, TreeRemover& /*remover*/) {
     fs::rename(place.parent, place.root / "moved");
     fs::create_directory(place.parent);
 }
@@ -115,7 +115,7 @@ const Disturbance disturbances[] = {
     {"StagingIsRenamed", renameStaging},
     {"StagingIsMovedElsewhere", moveStagingElsewhere},
     {"TreeIsReplaced", replaceTree},
-    {"ParentIsMadeAnew", makeTheParentAnew},
+    {"ParentIsRecreated", recreateTheParent},
     {"ParentIsReplacedByALink", replaceTheParentByALink},
 };
 
@@ -180,7 +180,7 @@ Tree below(const std::string& directory, const Tree& tree) {
     return result;
 }
 
-/// Returns `tree` without what was removed; a directory that has lost all that it held stays.
+/// Returns `tree` without what was removed. A directory that has lost all its content stays.
 Tree without(const std::set<std::string>& removed, const Tree& tree) {
     Tree rest;
     std::set<std::string> directories = {""};
@@ -190,7 +190,7 @@ Tree without(const std::set<std::string>& removed, const Tree& tree) {
              slash = name.find('/', slash + 1))
             directories.insert(name.substr(0, slash));
     }
-    // Those within a directory come after it in their order.
+    // The names within a directory come after its own.
     for (auto name = directories.rbegin(); name != directories.rend(); ++name) {
         const std::string start = name->empty() ? "" : *name + "/";
         const auto inside = rest.lower_bound(start);
@@ -200,8 +200,8 @@ Tree without(const std::set<std::string>& removed, const Tree& tree) {
     return rest;
 }
 
-/// Waits for the tree in the program's staging directory and opens it; -1 when the program has
-/// ended before.
+/// Waits for the tree in the program's staging directory and opens it. Returns -1 when the program
+/// has ended before.
 int Disturbed::openTreeOf(const RunningProgram& program) const {
     int tree = -1;
     while ((tree = place_.openTree()) == -1 && program.isRunning())
@@ -211,7 +211,7 @@ int Disturbed::openTreeOf(const RunningProgram& program) const {
 
 void Disturbed::judge(const ProgramEnd& end, const RemovedNames& removed) {
     ++ends_[end.status];
-    // What the disturbance has taken is nobody's any more.
+    // What the disturbance has moved away belongs to nobody any more.
     fs::remove_all(place_.elsewhere / "taken");
     const Tree all = everythingIn(place_);
     const bool succeeded = end.status == 0;

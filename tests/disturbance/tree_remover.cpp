@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Removing by open directories, with a look after each file whether the tree is in its place.
+// Removing through open directories. After each file, checks whether the tree is in its place.
 #include "tests/disturbance/tree_remover.h"
 
 #include <dirent.h>
@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-/// An open directory that is closed at the end of its life; false as a condition when it could not
-/// be opened.
+/// An open directory, closed by the destructor. As a condition it is false when it could not be
+/// opened.
 using OpenDirectory = std::unique_ptr<DIR, decltype([](DIR* stream) { closedir(stream); })>;
 
 OpenDirectory openDirectory(int parent, const char* name) {

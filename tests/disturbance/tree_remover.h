@@ -8,19 +8,19 @@
 
 namespace vesk::testing {
 
-/// What was removed, files and directories alike, by names that are relative to the tree's root.
-/// The root's own is empty.
+/// The removed files and directories, by their names relative to the tree's root. The name of the
+/// root is empty.
 struct RemovedNames {
-    bool fileBeforePlaced = false;     ///< a file of the new tree, before that was in its place
-    std::set<std::string> fromPlaced;  ///< of the new tree, which was in its place by then
+    bool fileBeforePlaced = false;  ///< a file of the new tree, before that tree was in its place
+    std::set<std::string> fromPlaced;  ///< of the new tree, after it was in its place
     std::set<std::string> fromOld;     ///< of the tree that the new one replaces
 };
 
-/// Removes as rm -r does: by open directories, wherever these have been moved meanwhile.
+/// Removes as rm -r does: through open directories, wherever these have been moved meanwhile.
 class TreeRemover {
 public:
-    /// `tree` is the new tree's root, open by whatever flags, which this closes at its end, or -1
-    /// when there is none any more; `destination` is the path of its place.
+    /// `tree` is the new tree's root, open with any flags, or -1 when there is none any more; the
+    /// destructor closes it. `destination` is the path of the tree's place.
     TreeRemover(int tree, std::filesystem::path destination);
     TreeRemover(const TreeRemover&) = delete;
     TreeRemover& operator=(const TreeRemover&) = delete;

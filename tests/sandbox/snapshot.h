@@ -20,7 +20,7 @@ struct Thing {
     mode_t mode = 0;
     uid_t uid = 0;
     gid_t gid = 0;
-    ino_t inode = 0;      // 0 in an expectation: any, as what is made anew has an unknown one
+    ino_t inode = 0;      // 0 in an expectation: any, as that of a new object is unknown
     std::string content;  // a file's bytes or a link's target
 
     mode_t type() const { return mode & S_IFMT; }
