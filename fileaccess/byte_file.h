@@ -21,7 +21,7 @@ public:
         // The classic locale converts nothing. Only the buffer's locale matters for bytes.
         stream_.rdbuf()->pubimbue(std::locale::classic());
         // Otherwise each call of open() allocates a buffer.
-        stream_.rdbuf()->pubsetbuf(buffer_.data(), buffer_.size());
+        stream_.rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     }
 
     ByteFile(const ByteFile&) = delete;
