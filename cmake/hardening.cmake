@@ -6,14 +6,22 @@ if(VESK_INSTRUMENTATION)
 endif()
 include(CheckCXXCompilerFlag)
 
-foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection
-        -mbranch-protection=standard)
-    string(MAKE_C_IDENTIFIER VESK_HAS${flag} has)
-    check_cxx_compiler_flag(${flag} ${has})
-    if(${has})
-        target_compile_options(vesk_project INTERFACE ${flag})
-    endif()
-endforeach()
+# vesk_harden(FLAG...): compiles with the first of the flags that the compiler has.
+function(vesk_harden)
+    foreach(flag ${ARGN})
+        string(MAKE_C_IDENTIFIER VESK_HAS${flag} has)
+        check_cxx_compiler_flag(${flag} ${has})
+        if(${has})
+            target_compile_options(vesk_project INTERFACE ${flag})
+            return()
+        endif()
+    endforeach()
+endfunction()
+
+vesk_harden(-fstack-protector-strong)
+vesk_harden(-fstack-clash-protection)
+# Control-flow protection, of x86 and of ARM.
+vesk_harden(-fcf-protection -mbranch-protection=standard)
 
 # The C library checks sizes that optimising finds out.
 target_compile_options(vesk_project INTERFACE
