@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
-# What Debian hardens its programs with, as far as the compiler has it for the machine. Instrumented
-# code does without, as it notices more itself.
+# What Debian hardens its programs with, as far as the compiler has it for the machine: for all that is
+# installed. Tests do without, since some of them stand in for the C library's functions, and so does
+# instrumented code, as it notices more itself.
+add_library(vesk_hardening INTERFACE)
 if(VESK_INSTRUMENTATION)
     return()
 endif()
@@ -12,7 +14,7 @@ function(vesk_harden)
         string(MAKE_C_IDENTIFIER VESK_HAS${flag} has)
         check_cxx_compiler_flag(${flag} ${has})
         if(${has})
-            target_compile_options(vesk_project INTERFACE ${flag})
+            target_compile_options(vesk_hardening INTERFACE ${flag})
             return()
         endif()
     endforeach()
@@ -24,6 +26,6 @@ vesk_harden(-fstack-clash-protection)
 vesk_harden(-fcf-protection -mbranch-protection=standard)
 
 # The C library checks sizes that optimising finds out.
-target_compile_options(vesk_project INTERFACE
+target_compile_options(vesk_hardening INTERFACE
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
-target_link_options(vesk_project INTERFACE LINKER:-z,relro,-z,now)
+target_link_options(vesk_hardening INTERFACE LINKER:-z,relro,-z,now)
