@@ -206,6 +206,10 @@ HARMLESS = [
     "staging is named through a descriptor",
 ]
 
+# Sanitizers need files of their own to find these, and end the process in their own way.
+SANITIZED = os.environ["VESK_SANITIZED"] == "ON"
+UNLIKE_WHEN_SANITIZED = {"raise keeps the message hidden", "raise leaves no files to open"}
+
 # The end of the line: what was expected and what came.
 EXPLANATIONS = [
     ("raise throws", "; expected that the call returns; came an exception: IOException"),
@@ -294,7 +298,8 @@ class Reports(unittest.TestCase):
             with self.subTest(defect=defect):
                 report = self.reports[defect]
                 self.assertEqual(lines(report, "FAIL"), failing)
-                self.assertEqual(lines(report, "note"), notes)
+                if not (SANITIZED and defect in UNLIKE_WHEN_SANITIZED):
+                    self.assertEqual(lines(report, "note"), notes)
                 self.assertEqual(report.status, 1 if failing else 0)
                 self.assertIn(f"{REQUIREMENTS} requirements, {len(failing)} failed\n", report.out)
 
@@ -311,6 +316,8 @@ class Reports(unittest.TestCase):
 
     def test_a_line_says_what_was_expected_and_what_came(self):
         for defect, explanation in EXPLANATIONS:
+            if SANITIZED and defect in UNLIKE_WHEN_SANITIZED:
+                continue
             with self.subTest(defect=defect):
                 self.assertIn(explanation, self.reports[defect].out)
 
