@@ -38,7 +38,7 @@ std::string endingOf(const std::string& archive) {
     return "";
 }
 
-/// The name of an archive in a format that is read here.
+/// The name for an archive converted to a format that the module reads.
 std::string convertedArchive(const FailedCall& call) {
     const bool isKnown = !endingOf(call.archive).empty();
     return shellWord(freshArchive(call.archive, "-ustar",
@@ -84,7 +84,7 @@ std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
                         shellWord(freshDirectory(call.tree)) + " " + convertedArchive(call)};
         case Remedy::unpackElsewhere:
             return {"no conversion keeps it; to unpack it all the same:", unpackingElsewhere(call)};
-        case Remedy::mend:
+        case Remedy::complete:
             return {"it was cut off: fetch it again; if nothing else is missing, mend a copy:",
                     ended(call)};
         case Remedy::fetchAgain:

@@ -9,31 +9,30 @@
 
 namespace vesk::explanation {
 
-/// What helps, from the least to the most trouble: an archive that needs two of them needs the
-/// later.
+/// What helps, in order of effort. An archive that needs two of these needs the later one.
 enum class Remedy {
     nothing,
     /// It can be written in ustar format as it is.
     convert,
     /// It can be unpacked by another program and packed again here.
     repack,
-    /// It can be unpacked by another program, but holds what no ustar archive of files can.
+    /// It can be unpacked by another program, but no ustar archive of files can hold its content.
     unpackElsewhere,
-    /// Nothing but what stands after the last file is missing.
-    mend,
+    /// Only what follows the data of the last file is missing.
+    complete,
     fetchAgain,
     distrust,
 };
 
-/// Returns at most two lines that say what to do. The commands take names that nothing has yet.
+/// Returns at most two lines that say what to do. The commands use names that are not taken yet.
 std::vector<std::string> advice(Remedy remedy, const FailedCall& call);
 
-/// Returns the commands that make a directory, which is not there yet, and have the system's tar
-/// unpack the archive to it.
+/// Returns the commands that create a directory, under a name not taken yet, and unpack the archive
+/// into it with the system's tar.
 std::string unpackingElsewhere(const FailedCall& call);
 
-/// Returns `archive` with `mark` before its ending, and another ending if one is given; with a
-/// number as well where something has that name.
+/// Returns `archive` with `mark` before its file name ending. `ending` replaces that ending if it
+/// is not empty. If the name is taken, a number is added.
 std::string freshArchive(const std::string& archive, const std::string& mark,
                          const std::string& ending = "");
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a regular file in order, through a buffer, with hops.
+// Reading a regular file in order, through a buffer; skipping only moves the position.
 #include "explanation/byte_source.h"
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ std::unique_ptr<FileSource> FileSource::open(const std::string& path) {
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (descriptor == -1) return nullptr;
-    // By now something else may be there.
+    // The path may name another file by now.
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         close(descriptor);
         return nullptr;
@@ -36,7 +36,7 @@ FileSource::~FileSource() {
     close(descriptor_);
 }
 
-/// Makes the buffer begin at the position, with no byte where none can be read.
+/// Fills the buffer from the position on. It stays empty if nothing can be read there.
 void FileSource::fill() {
     buffer_.resize(bufferSize);
     bufferBegin_ = position_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Making the entries of an archive in the mind.
+// Creating the entries of an archive in memory only.
 #include "explanation/entry_conflict.h"
 
 #include <filesystem>
@@ -12,14 +12,14 @@ namespace vesk::explanation {
 
 namespace {
 
-/// So that memory is bounded: beyond it nothing is told from what is not remembered.
+/// Limits the memory. Conflicts with later names are not found.
 constexpr std::size_t mostNames = 1'000'000;
 
-/// What usual file systems hand out at once, in bytes.
+/// The unit in which usual file systems allocate space, in bytes.
 constexpr std::uint64_t diskBlock = 4096;
 
 struct Made {
-    std::uint64_t number = 0;  ///< of the first entry that made it
+    std::uint64_t number = 0;  ///< of the first entry that created it
     bool isDirectory = false;
 };
 
@@ -62,7 +62,7 @@ bool Maker::makeOne(const TarEntry& entry, const std::string& name, bool isDirec
     const auto [place, isNew] = names_.try_emplace(name, Made{entry.number, isDirectory});
     const Made& there = place->second;
     if (isNew || there.isDirectory == isDirectory) return true;
-    const bool isInWay = !there.isDirectory;  // a file where a directory is due
+    const bool isInWay = !there.isDirectory;  // a file where a directory is needed
     made_.message = !isInWay            ? "Cannot write TAR entry"
                     : entry.isDirectory ? "Cannot create TAR directory"
                                         : "Cannot create TAR entry directory";

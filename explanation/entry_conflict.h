@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which entry of an archive could not be made.
+// Finds which entry of an archive could not be created.
 #pragma once
 
 #include <cstdint>
@@ -9,22 +9,20 @@
 
 namespace vesk::explanation {
 
-/// What an archive asks of the place that it is unpacked to.
+/// What an archive needs where it is unpacked.
 struct MadeEntries {
-    /// The module's message for the first entry that others before it are in the way of; empty
-    /// where there is none.
+    /// The module's message for the first entry that an earlier one blocks; empty if there is none.
     std::string message;
-    /// Which entry that is and what is in its way, in one line.
+    /// That entry and what blocks it, in one line.
     std::string conflict;
-    /// What the files take on a disk, in bytes.
+    /// The disk space that the files take, in bytes.
     std::uint64_t room = 0;
-    /// The largest file.
+    /// The size of the largest file, in bytes.
     std::uint64_t largest = 0;
     std::string largestWhere;
 };
 
-/// Reads all entries of the stream before its first trouble. Remembers their names, up to a
-/// million.
+/// Reads the entries of the stream up to the first fault. Remembers up to a million of their names.
 MadeEntries readMadeEntries(ByteSource& stream);
 
 }  // namespace vesk::explanation

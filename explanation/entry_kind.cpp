@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an entry is that is refused, in words.
+// Describing an entry that is refused.
 #include "explanation/entry_kind.h"
 
 #include <algorithm>

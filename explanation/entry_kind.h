@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an entry is that is refused, in words, and what can be done about it.
+// Describes an entry that is refused, and what can be done about it.
 #pragma once
 
 #include <cstdint>
@@ -10,21 +10,21 @@
 
 namespace vesk::explanation {
 
-/// One line's words on what is wrong, and what helps.
+/// What is wrong, in the words for one line, and what helps.
 struct Trouble {
     std::string words;
     Remedy remedy = Remedy::nothing;
 };
 
-/// Says what an entry is whose typeflag is neither that of a file nor that of a directory. `block`
-/// is its header, `tarBlockSize` bytes.
+/// Describes an entry whose typeflag is neither that of a file nor that of a directory. `block` is
+/// its header, `tarBlockSize` bytes.
 Trouble kindTrouble(const std::uint8_t* block);
 
-/// Says why the name is unsafe, `name` being as the module takes it from a header, without slashes
-/// at its end. No words for a safe one.
+/// Says why a name is unsafe; the words are empty for a safe one. `name` is as the module takes it
+/// from a header: without slashes at its end.
 Trouble nameTrouble(const std::string& name);
 
-/// Says whether the name fits an ustar header.
+/// Returns whether the name fits into a ustar header.
 bool fitsHeader(const std::string& name);
 
 }  // namespace vesk::explanation

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which explanation a message calls for.
+// Choosing the explanation for a message.
 #include "explanation/explanation.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Why a call of the module failed: found afterwards, by looking at what lies on the disk.
+// Finds out afterwards why a call of the module failed, from what is on the disk.
 //
 // The module's messages are fixed texts without names. Here the archive, the source or the paths
-// are read once more by the module's own rules, and what its message speaks of is named.
+// are read again by the module's own rules, to name what the message is about.
 #pragma once
 
 #include <string>
@@ -18,14 +18,14 @@ struct FailedCall {
     std::string archive;
     /// The source of a new archive or the destination of an unpacked one.
     std::string tree;
-    /// The exception's.
+    /// The message of the exception.
     std::string message;
 };
 
-/// Returns at most three lines, without their ends: where the trouble is and what it is, then what
-/// to do. Nothing where nothing is found that leads to this very message, as when the files have
-/// changed since. Changes nothing, waits for nobody, and takes a few MiB of memory besides what it
-/// takes to remember the names of an archive that contradicts itself. Throws std::bad_alloc alone.
+/// Returns at most three lines, without line ends: where the fault is and what it is, then what to
+/// do. Returns nothing if it finds no cause for exactly this message, such as when the files have
+/// changed since. Changes nothing and never waits. Takes a few MiB of memory, and more only to
+/// remember the names of an archive that contradicts itself. Throws only std::bad_alloc.
 std::vector<std::string> explain(const FailedCall& call);
 
 }  // namespace vesk::explanation

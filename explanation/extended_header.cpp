@@ -10,7 +10,7 @@ namespace vesk::explanation {
 
 namespace {
 
-/// Reads the digits at the front of `text`; nothing when there are none or too many.
+/// Reads the digits at the front of `text`. Returns nothing if there are none or too many.
 std::optional<std::uint64_t> numberAt(std::string_view text) {
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -32,7 +32,7 @@ void take(ExtendedHeader& header, std::string_view key, std::string_view value) 
     const bool isOwner = key == "uid" || key == "gid";
     if (key == "path") header.name = value;
     if (key == "size") header.size = numberAt(value);
-    // Other programs take a name that is not ASCII apart by their locale.
+    // Other programs interpret a name that is not ASCII by their locale.
     if ((key == "path" && !isAscii(value)) || (isOwner && isBeyond(value, largestOwner)) ||
         (key == "mtime" && isBeyond(value, largestTime)) || key.starts_with("GNU.sparse."))
         header.goesBeyondUstar = true;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a file is, by the bytes that it begins with.
+// The kinds of files and the bytes that they begin with.
 #include "explanation/file_kind.h"
 
 #include <algorithm>

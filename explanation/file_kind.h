@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a file is that is no TAR archive, by the bytes that it begins with.
+// Recognises a file that is no TAR archive by its first bytes.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,9 @@
 namespace vesk::explanation {
 
 struct FileKind {
-    /// With its article, as "a zip archive"; empty when the bytes tell nothing.
+    /// With its article, such as "a zip archive"; empty if the kind is unknown.
     std::string name;
-    /// Archive readers that know many formats can make a TAR archive of it.
+    /// Programs that read many formats can convert it to a TAR archive.
     bool isConvertible = false;
 };
 

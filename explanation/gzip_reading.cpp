@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a gzip member: what the module makes of the last eight bytes, and what is there really.
+// Reading a gzip member: what the module takes for the trailer, and what is really there.
 #include "explanation/gzip_reading.h"
 
 #include <algorithm>
@@ -46,7 +46,7 @@ bool beginsAsGzip(FileSource& file) {
     return magic[0] == gzipId1 && magic[1] == gzipId2;
 }
 
-/// For a file that is too short or does not begin as gzip does.
+/// For a file that is too short or does not begin like gzip.
 GzipReading readForeign(FileSource& file, const std::string& name) {
     std::array<std::uint8_t, tarBlockSize> beginning{};
     const std::size_t length = file.read(beginning.data(), beginning.size());
@@ -72,7 +72,7 @@ void decode(Inflation& inflation, std::uint64_t atMost) {
     }
 }
 
-/// Decodes up to the trailer and returns what the host says of it.
+/// Decodes up to the trailer. Returns the message for the first fault; empty if there is none.
 std::string readAsHost(Inflation& inflation, const Trailer& trailer, std::uint64_t payloadEnd) {
     decode(inflation, trailer.length);
     if (inflation.decoded() > trailer.length)
@@ -85,7 +85,7 @@ std::string readAsHost(Inflation& inflation, const Trailer& trailer, std::uint64
     return inflation.crc() == trailer.crc ? "" : "Invalid gzip checksum";
 }
 
-/// What follows the member that ends at the file's position.
+/// Finds out what follows the member that ends at the file's position.
 Cause causeBehind(FileSource& file) {
     std::array<std::uint8_t, 4096> piece{};
     const std::uint64_t begin = file.position();
@@ -163,7 +163,7 @@ GzipReading readGzip(FileSource& file, const std::string& name) {
     found.message = readAsHost(inflation, trailer, payloadEnd);
     if (found.message.empty()) return found;
 
-    // What the trailer says may be no trailer's: this is what there is really.
+    // The last eight bytes may be no trailer. This decodes what is really there.
     inflation.extendTo(file.size());
     decode(inflation, mostDecoded - 1);
     describeData(file, inflation, trailer, name, found);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a gzip member by the module's and the stand-in host's rules, in their order.
+// Reads a gzip member by the rules of the module and the stand-in host, in the same order.
 #pragma once
 
 #include <cstdint>
@@ -14,25 +14,25 @@ struct GzipReading {
     enum class Cause {
         nothing,
         damaged,
-        plainTar,     ///< it begins as a TAR archive does
-        convertible,  ///< it begins as a format that can be converted does
-        noGzip,       ///< it begins as something else does
+        plainTar,     ///< it begins like a TAR archive
+        convertible,  ///< it begins like a format that can be converted
+        noGzip,       ///< it begins like something else
         members,      ///< another member follows
-        padding,      ///< nothing but NULs follow
+        padding,      ///< only NULs follow
         appendage,    ///< something else follows
-        tooLarge,     ///< it decodes to more than can be taken
+        tooLarge,     ///< it decodes to more than the module accepts
     };
 
     Cause cause = Cause::nothing;
-    /// The message of the module or the host; empty where they find nothing wrong.
+    /// The message of the module or the stand-in host; empty if they find nothing wrong.
     std::string message;
-    /// Where that is and what it is, in one line.
+    /// Where the fault is and what it is, in one line.
     std::string finding;
-    /// Where the first member ends.
+    /// The offset of the first member's end, in bytes.
     std::uint64_t end = 0;
 };
 
-/// Reads the file. `name` is what it is called in a sentence.
+/// Reads the file. `name` stands for it in the findings.
 GzipReading readGzip(FileSource& file, const std::string& name);
 
 }  // namespace vesk::explanation

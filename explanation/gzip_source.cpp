@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Decoding a gzip file piece by piece.
+// Decoding a gzip file in pieces.
 #include "explanation/gzip_source.h"
 
 #include <isa-l/igzip_lib.h>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace vesk::io::archives;
 
-/// Reads a header byte by byte, and keeps its checksum.
+/// Reads a header byte by byte and computes its checksum.
 class HeaderReader {
 public:
     HeaderReader(FileSource& file, std::uint64_t end) : file_(file), end_(end) {}
@@ -103,7 +103,7 @@ GzipHeader readOptionalFields(HeaderReader& header, std::uint8_t flags) {
     return read;
 }
 
-/// As the stand-in host's.
+/// As in the stand-in host.
 constexpr std::uint32_t pieceSize = 256 * 1024;
 
 }  // namespace
@@ -194,7 +194,7 @@ bool GzipSource::openMember() {
     return true;
 }
 
-/// Makes sure that the piece is not empty; false at the end.
+/// Provides a piece that is not empty. Returns false at the end.
 bool GzipSource::provide() {
     while (piece_.empty() && left_ > 0) {
         if (member_) piece_ = member_->next();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The bytes that are decoded of a gzip file.
+// The bytes decoded from a gzip file.
 #pragma once
 
 #include <array>
@@ -15,46 +15,45 @@ struct inflate_state;
 
 namespace vesk::explanation {
 
-/// What is decoded of one archive at most, in bytes: more than the module takes, so that a small
-/// file that decodes to very much is given up in time.
+/// How much is decoded of one archive, in bytes: more than the module accepts. So a small file that
+/// expands enormously is given up in time.
 constexpr std::uint64_t mostDecoded = 0x100000000;
 
 /// The header of a member.
 struct GzipHeader {
-    /// The module's message, and where and what it speaks of; both empty for a header that is
-    /// right.
+    /// The module's message, and where and what the fault is. Both are empty if the header is
+    /// valid.
     std::string message;
     std::string finding;
 };
 
-/// Reads the header that begins at the file's position and is to end before `payloadEnd`. The
-/// file's position is then behind it, or anywhere when it is not right.
+/// Reads the header that begins at the file's position and must end before `payloadEnd`. Leaves the
+/// file's position behind the header; anywhere if the header is invalid.
 GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd);
 
-/// A DEFLATE stream that begins at the file's position. It is decoded as the stand-in host does, in
-/// pieces of the same sizes, so that what is found first is the same.
+/// A DEFLATE stream that begins at the file's position. It is decoded in pieces of the same sizes
+/// as in the stand-in host, so that the same fault is found first.
 class Inflation {
 public:
     enum class State { going, finished, invalid, cutOff };
 
-    /// The stream has no byte at or behind `limit`.
+    /// The stream ends before the offset `limit`.
     Inflation(FileSource& file, std::uint64_t limit);
     ~Inflation();
     Inflation(const Inflation&) = delete;
     Inflation& operator=(const Inflation&) = delete;
 
-    /// Decodes the next piece, which stays as it is until the next call; empty when there is no
-    /// more.
+    /// Decodes the next piece. It is valid until the next call, and empty at the end.
     std::span<const std::uint8_t> next();
 
-    /// Goes on to another limit where the stream was cut off at the first.
+    /// Continues up to a new limit after the stream was cut off at the old one.
     void extendTo(std::uint64_t limit);
 
     State state() const { return state_; }
-    /// How many bytes have been decoded, and their CRC-32.
+    /// The number of bytes decoded so far, and their CRC-32.
     std::uint64_t decoded() const { return decoded_; }
     std::uint32_t crc() const;
-    /// Where in the file the next byte is that has not been used.
+    /// The offset of the first byte in the file that has not been used.
     std::uint64_t end() const;
 
 private:
@@ -70,7 +69,8 @@ private:
     std::uint64_t decoded_ = 0;
 };
 
-/// What all members of a gzip file decode to, up to what is no member or cannot be decoded.
+/// The decoded content of all members of a gzip file. It ends at the first bytes that are no member
+/// or cannot be decoded.
 class GzipSource : public ByteSource {
 public:
     explicit GzipSource(std::unique_ptr<FileSource> file) : file_(std::move(file)) {}

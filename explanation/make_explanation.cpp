@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Why an archive was not made: by its message, in the order in which the checks are made.
+// Why an archive was not made. The messages are in the order of the module's checks.
 #include "explanation/make_explanation.h"
 
 #include <sys/stat.h>
@@ -44,7 +44,7 @@ Lines explainInspection(const FailedCall& call) {
     return {found.words, elsewhere};
 }
 
-/// A name for the archive in the directory that was named in its place.
+/// Suggests a name for the archive inside the directory that was given as its path.
 std::string nameIn(const std::string& directory, const FailedCall& call) {
     const std::string source = std::filesystem::path(call.tree).filename();
     return shellWord((std::filesystem::path(directory) / source).native() +
@@ -108,7 +108,7 @@ Lines explainSize(const FailedCall& call) {
             "move it out of the source, or put its parts in its place: split -b 2G"};
 }
 
-/// Says where the name would be split, and by how much it is too long.
+/// Says where the name would be split, and which part is too long.
 std::string splitOf(const std::string& name) {
     const std::size_t slash = name.rfind('/', TarPrefix::width);
     if (slash == std::string::npos || slash == 0) {
@@ -136,7 +136,7 @@ bool isForeignLink(const std::string& path) {
            status.st_uid != geteuid() && status.st_uid != above.st_uid;
 }
 
-/// Why no file can be made where the link leads that stands at the archive's path.
+/// The archive's path is a link: says why no file can be created where it leads.
 std::string linkTrouble(const std::string& link) {
     std::error_code error;
     const std::filesystem::path target = std::filesystem::read_symlink(link, error);
@@ -164,7 +164,7 @@ Lines explainCreation(const FailedCall& call) {
     return unless(makingTrouble(directoryOf(call.archive)), elsewhere);
 }
 
-/// The gzip member of a TAR stream of that many bytes.
+/// The size of the gzip member for a TAR stream of that many bytes.
 std::uint64_t memberSize(std::uint64_t streamSize) {
     constexpr std::uint64_t block = 65535;
     return streamSize + 5 * std::max<std::uint64_t>(1, (streamSize + block - 1) / block) + 18;

@@ -9,7 +9,7 @@
 
 namespace vesk::explanation {
 
-/// As explain, for a failed making.
+/// Like `explain`, for a failed call that makes an archive.
 std::vector<std::string> explainMaking(const FailedCall& call);
 
 }  // namespace vesk::explanation

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Asking the system about paths, without changing anything.
+// Asking the system about paths. Nothing is changed.
 #include "explanation/path_state.h"
 
 #include <fcntl.h>
@@ -34,7 +34,7 @@ std::string linkTarget(const std::string& path) {
     return std::filesystem::read_symlink(path, error).native();
 }
 
-/// Returns the part of the path up to the name behind the first `begin` bytes, or to its end.
+/// Returns the path up to the end of the name that follows its first `begin` bytes.
 std::string partOf(const std::string& path, std::size_t begin) {
     const std::size_t name = path.find_first_not_of('/', begin);
     return path.substr(0, name == std::string::npos ? name : path.find('/', name));
@@ -48,7 +48,7 @@ std::string tooLong(const std::string& part) {
            std::to_string(PATH_MAX - 1);
 }
 
-/// Says why the last name of `part` is not found, when the directory that it is in is.
+/// Says why the last name of `part` is not found, although its directory is.
 std::string partTrouble(const std::string& part, int error) {
     struct stat status {};
     const bool isLink = lstat(part.c_str(), &status) == 0 && S_ISLNK(status.st_mode);

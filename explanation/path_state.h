@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is at a path, why the system does not find it, and what room there is.
+// What is at a path, why the system does not find it, and how much space is free there.
 #pragma once
 
 #include <cstdint>
@@ -11,38 +11,38 @@ namespace vesk::explanation {
 /// Returns the directory that `path` is in; "." for a bare name.
 std::string directoryOf(const std::string& path);
 
-/// Returns what is at the path, the end of links: "a directory", "a regular file of 3 bytes", "a
-/// FIFO". Empty where nothing is found.
+/// Returns what is at the path, with links followed: "a directory", "a regular file of 3 bytes", "a
+/// FIFO". Empty if nothing is found.
 std::string kindAt(const std::string& path);
 
-/// Why something is not found.
+/// Why a path is not found.
 struct Lookup {
-    /// The system's number; 0 where all is found.
+    /// The system's error number; 0 if the whole path is found.
     int error = 0;
-    /// Which part of the path it is, and the reason.
+    /// The part of the path that is not found, and the reason.
     std::string words;
-    /// The directory that it is looked for in.
+    /// The directory in which that part should be.
     std::string directory;
 };
 
-/// Looks for one part of the path after the other.
+/// Looks up the path, one component at a time.
 Lookup lookUp(const std::string& path);
 
-/// Says why the directory is not there and cannot be made, or what is there in its place; empty
-/// where nothing is against it.
+/// Says why the directory does not exist and cannot be created, or what is in its place. Empty if
+/// it exists or can be created.
 std::string directoryTrouble(const std::string& directory);
 
-/// Says why no file can be made in the directory; empty where nothing is against it.
+/// Says why no file can be created in the directory; empty if one can.
 std::string makingTrouble(const std::string& directory);
 
-/// Says why the file cannot be read or, for `isWriting`, written; empty where it can.
+/// Says why the file cannot be read or, with `isWriting`, written; empty if it can.
 std::string accessTrouble(const std::string& path, bool isWriting);
 
-/// Says that the file system of `path`, or where that is missing of the next directory above it,
-/// has not the room for files that take `needed` bytes; empty where it has.
+/// Says that the file system lacks the space for files that take `needed` bytes; empty if it has
+/// it. The file system is that of `path` or, if that is missing, of the next directory above it.
 std::string roomTrouble(const std::string& path, std::uint64_t needed);
 
-/// Returns the most bytes that a file of this process may have, if there is such a limit.
+/// Returns the limit of this process on the size of a file, in bytes, if there is one.
 std::optional<std::uint64_t> fileSizeLimit();
 
 }  // namespace vesk::explanation

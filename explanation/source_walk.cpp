@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Walking a source as the module does: the same iterator, the same files.
+// Walking a source with the module's own kind of iterator, over the same files.
 #include "explanation/source_walk.h"
 
 #include <sys/stat.h>
@@ -33,7 +33,7 @@ void meet(SourceWalk& walk, const std::string& path, const std::string& name) {
     walk.archiveSize += tarBlockSize + file.size + tarPaddingAfter(file.size);
 }
 
-/// What follows the source's path in that of something below it.
+/// The part of the path below the source.
 std::string nameBelow(const fs::path& source, const fs::path& path) {
     const std::string rest = path.native().substr(source.native().size());
     return zipNormalizeEntryName(rest.substr(rest.find_first_not_of('/')));
@@ -48,7 +48,7 @@ void walkDirectory(SourceWalk& walk, const fs::path& source) {
         const bool isStored = place->is_regular_file(error);
         if (error) break;
         if (isStored) meet(walk, reached.native(), nameBelow(source, reached));
-        // Goes into a directory, so that an error is that of what was reached.
+        // Enters a directory here, so that an error is attributed to the path that was reached.
         place.increment(error);
     }
     if (error) walk.stopped = {reached.native(), error.value()};

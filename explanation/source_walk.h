@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Walking a source as the module does, for what it did not get over.
+// Walks a source as the module does, to find where the module failed.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +9,27 @@ namespace vesk::explanation {
 
 /// Where a walk stopped.
 struct StoppedWalk {
-    /// The path that was not got over; empty where the walk came to its end.
+    /// The path at which it stopped; empty if the walk was completed.
     std::string path;
-    /// The system's number.
+    /// The system's error number.
     int error = 0;
 };
 
 /// A file that the module would store.
 struct SourceFile {
-    std::string path;  ///< empty for none
+    std::string path;  ///< empty if there is none
     std::string name;  ///< in the archive
     std::uint64_t size = 0;
 };
 
-/// What a walk has met.
+/// What a walk has found.
 struct SourceWalk {
     StoppedWalk stopped;
-    /// The first in the order of names that is too large to be read, and whose name does not fit.
+    /// In the order of names: the first file that is too large, and the first whose name does not
+    /// fit.
     SourceFile tooLarge;
     SourceFile tooLong;
-    /// What the archive takes, in bytes.
+    /// The size of the archive, in bytes.
     std::uint64_t archiveSize = 0;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Why the stand-in host did not take an unpacked tree.
+// Why the stand-in host could not put an unpacked tree in its place.
 #include "explanation/staging_explanation.h"
 
 #include <linux/magic.h>
@@ -27,7 +27,7 @@ bool isMountPoint(const std::string& path) {
            (status.st_dev != above.st_dev || status.st_ino == above.st_ino);
 }
 
-/// Another user's link, or directory, in a directory where all may put what they like.
+/// Whether it is another user's link or directory, in a directory where everybody may create files.
 bool isForeign(const std::string& path) {
     struct stat status {};
     struct stat above {};

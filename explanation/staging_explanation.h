@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Why the stand-in host did not take an unpacked tree.
+// Why the stand-in host could not put an unpacked tree in its place.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace vesk::explanation {
 
-/// As explain, for the messages of the host's about the destination.
+/// Like `explain`, for the stand-in host's messages about the destination.
 std::vector<std::string> explainStaging(const FailedCall& call);
 
 }  // namespace vesk::explanation

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Reading a TAR stream by the module's rules, and behind the first broken one as readers do that
-// know more formats, so as to tell what helps.
+// Reading a TAR stream by the module's rules. Behind the first fault it is read as programs do that
+// know more formats, to find out what helps.
 #include "explanation/tar_reading.h"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ using namespace vesk::io::archives;
 
 using Block = std::array<std::uint8_t, tarBlockSize>;
 
-/// More than any header of another format holds that is meant well.
+/// More than any genuine header of another format holds.
 constexpr std::uint64_t longestExtension = 1024UL * 1024;
 
 bool isZero(const Block& block) {
@@ -39,7 +39,7 @@ std::optional<std::uint64_t> octal(const Block& block) {
     return tarParseOctal(Field::in(block.data()), Field::width);
 }
 
-/// The sum that some old archivers wrote: of signed bytes.
+/// The checksum of signed bytes, which some old programs wrote.
 std::int64_t signedChecksum(const Block& block) {
     std::int64_t sum = tarHeaderChecksum(block);
     for (std::size_t at = 0; at < block.size(); ++at) {
@@ -55,7 +55,7 @@ std::string inOctal(std::uint64_t number) {
     return text.data();
 }
 
-/// The number in a field that is read by the rules of other programs, and how it stands there.
+/// A numeric field read by the rules of other programs, and what to say about its content.
 struct ForeignNumber {
     std::optional<std::uint64_t> value;
     std::string words;
@@ -83,7 +83,7 @@ bool isMade(std::uint8_t typeflag) {
     return typeflag == tarOldRegularFile || typeflag == tarRegularFile || typeflag == tarDirectory;
 }
 
-/// Whether not every writer of ustar takes the owner and the time of the header.
+/// Whether some writers of ustar cannot store the header's owner or time.
 bool goesBeyondUstar(const Block& block) {
     return octal<TarUid>(block).value_or(largestOwner + 1) > largestOwner ||
            octal<TarGid>(block).value_or(largestOwner + 1) > largestOwner ||
@@ -127,9 +127,9 @@ private:
     const TarVisitor& visit_;
     Block block_{};
     std::uint64_t number_ = 0;    ///< of the entry whose header the block is
-    std::uint64_t position_ = 0;  ///< in the stream, behind what has been read
-    ExtendedHeader pending_;      ///< holds for the entry that is read
-    ExtendedHeader next_;         ///< holds for the entry behind it
+    std::uint64_t position_ = 0;  ///< in the stream, after the bytes read so far
+    ExtendedHeader pending_;      ///< applies to the entry that is being read
+    ExtendedHeader next_;         ///< applies to the entry after it
     TarReading found_;
 };
 
@@ -141,7 +141,7 @@ void TarReader::note(const char* message, const std::string& finding, Remedy rem
     worsen(remedy);
 }
 
-/// For what does not begin as a TAR archive does.
+/// For a stream that does not begin like a TAR archive.
 void TarReader::noteNoArchive(std::size_t length) {
     const char* const message =
         length < tarBlockSize ? "TAR archive has no end marker" : "Invalid TAR header checksum";
@@ -157,13 +157,13 @@ void TarReader::noteNoArchive(std::size_t length) {
 
 void TarReader::noteEnd(std::size_t length) {
     if (number_ == 0) return noteNoArchive(length);
-    // Other programs do without the marker.
+    // Other programs do not need the marker.
     const bool isCut = length != 0;
     if (!isClean() && !isCut) return;
     note("TAR archive has no end marker",
          subject_ + ": ends at byte " + std::to_string(position_) + ", " +
              (isCut ? "inside a header" : "without an end marker"),
-         isCut ? Remedy::fetchAgain : Remedy::mend);
+         isCut ? Remedy::fetchAgain : Remedy::complete);
 }
 
 bool TarReader::isChecksumRight() {
@@ -193,7 +193,7 @@ bool TarReader::isChecksumRight() {
 }
 
 void TarReader::checkName() {
-    // The names of headers of other formats are nobody's.
+    // In headers of other formats the name means nothing.
     if (!isClean() && isExtension(typeflag())) return;
     std::string name = pending_.name.value_or(tarReadEntryName(block_));
     name.erase(name.find_last_not_of('/') + 1);
@@ -215,7 +215,7 @@ std::optional<std::uint64_t> TarReader::readSize() {
     return size.value;
 }
 
-/// Passes the blocks that follow the header of a GNU sparse file, if there are any.
+/// Skips the blocks that follow the header of a GNU sparse file, if there are any.
 bool TarReader::passSparseMap() {
     constexpr std::size_t headerGoesOn = 482;
     constexpr std::size_t mapGoesOn = 504;
@@ -278,7 +278,7 @@ bool TarReader::passPadding(std::uint64_t size) {
     const bool isFirst = isClean();
     note("Truncated TAR entry padding",
          where() + "all of its " + bytes(size) + ", but not the padding behind",
-         isFirst ? Remedy::mend : Remedy::fetchAgain);
+         isFirst ? Remedy::complete : Remedy::fetchAgain);
     return false;
 }
 

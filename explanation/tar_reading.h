@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a TAR stream by the module's rules, in their order, and beyond the first that is broken.
+// Reads a TAR stream by the module's rules, in their order, and on beyond the first fault.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +13,15 @@ namespace vesk::explanation {
 
 /// What is wrong with a stream.
 struct TarReading {
-    /// The module's message; empty where it finds nothing wrong with the stream.
+    /// The module's message; empty if it finds nothing wrong with the stream.
     std::string message;
-    /// Where that is and what it is, in one line.
+    /// Where the fault is and what it is, in one line.
     std::string finding;
-    /// What helps, all that stands behind it considered as well.
+    /// What helps. Later entries are taken into account, too.
     Remedy remedy = Remedy::nothing;
 };
 
-/// A file or a directory that the module makes.
+/// A file or directory that the module creates.
 struct TarEntry {
     std::uint64_t number = 0;  ///< from 1
     std::string name;          ///< safe, but not normalised
@@ -31,8 +31,8 @@ struct TarEntry {
 
 using TarVisitor = std::function<void(const TarEntry&)>;
 
-/// Reads the stream to its end, hopping over what entries hold. `subject` is what it is called in a
-/// sentence. Calls `visit`, if there is one, for every entry before the first trouble.
+/// Reads the stream to its end and skips the entries' data. `subject` stands for the stream in the
+/// findings. Calls `visit`, if there is one, for every entry before the first fault.
 TarReading readTar(ByteSource& stream, const std::string& subject, const TarVisitor& visit = {});
 
 }  // namespace vesk::explanation

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Names and numbers in sentences, and names in commands.
+// Names and numbers for sentences, and names for commands.
 #include "explanation/text.h"
 
 #include <array>
@@ -15,7 +15,7 @@ std::string inQuotes(std::string_view name) {
 std::string shellWord(const std::string& path) {
     constexpr std::string_view plain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/-+,@%";
-    // A dash begins an option, and what stands before a colon is a machine's name to some programs.
+    // A dash begins an option. Some programs take what precedes a colon for the name of a machine.
     const bool isMistakable = path.starts_with('-') || path.find(':') < path.find('/');
     std::string word = isMistakable ? "./" + path : path;
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;

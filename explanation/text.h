@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Names and numbers in sentences, and names in commands.
+// Names and numbers for sentences, and names for commands.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,13 @@ namespace vesk::explanation {
 /// Returns `name` between single quotes, for people.
 std::string inQuotes(std::string_view name);
 
-/// Returns `path` as a word of a shell's command that names the same file, whatever it begins with.
+/// Returns `path` as a word for a shell command. It names the same file, whatever it begins with.
 std::string shellWord(const std::string& path);
 
 /// Returns "1 byte", "2 bytes".
 std::string bytes(std::uint64_t count);
 
-/// Returns "0x" and as many hexadecimal digits, or more.
+/// Returns "0x" and at least that many hexadecimal digits.
 std::string hexadecimal(std::uint32_t number, int digits);
 
 }  // namespace vesk::explanation

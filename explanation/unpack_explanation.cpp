@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Why an archive was not unpacked: by its message, in the order in which the checks are made.
+// Why an archive was not unpacked. The messages are in the order of the module's checks.
 #include "explanation/unpack_explanation.h"
 
 #include <algorithm>
@@ -23,13 +23,13 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// What the members of the archive decode to, whatever is wrong with it.
+/// The decoded content of all members of the archive, even if it is faulty.
 std::unique_ptr<ByteSource> openContent(const FailedCall& call) {
     std::unique_ptr<FileSource> file = FileSource::open(call.archive);
     return file ? std::make_unique<GzipSource>(std::move(file)) : nullptr;
 }
 
-/// The TAR stream that the module has come to; null where it could not come to one by now.
+/// The TAR stream that the module read; null if the archive can no longer be decoded.
 std::unique_ptr<ByteSource> openStream(const FailedCall& call) {
     std::unique_ptr<FileSource> file = FileSource::open(call.archive);
     if (!file || !call.isGzip) return file;
@@ -51,7 +51,7 @@ std::string unpacking(const FailedCall& call, const std::string& options) {
            shellWord(call.tree);
 }
 
-/// For a format that was asked for and is not the archive's.
+/// For an archive whose format is not the requested one.
 bool beginsAsGzip(const FailedCall& call) {
     const auto file = FileSource::open(call.archive);
     std::array<std::uint8_t, 2> magic{};
@@ -78,7 +78,7 @@ std::string joining(const FailedCall& call) {
            shellWord(freshArchive(call.archive, "-joined"));
 }
 
-/// For what is whole, but has something behind it: that may not be all that is wrong.
+/// For a complete archive with something behind it, which may not be the only fault.
 Lines explainBehind(const FailedCall& call, const GzipReading& found) {
     if (found.cause == GzipReading::Cause::appendage)
         return {found.finding, cutting(call, found.end)};
@@ -113,7 +113,7 @@ Lines explainMember(const FailedCall& call) {
     }
 }
 
-/// For an entry that could not be made or written.
+/// For an entry that could not be created or written.
 Lines explainEntry(const FailedCall& call) {
     const auto stream = openStream(call);
     if (!stream) return {};
@@ -153,7 +153,7 @@ Lines explainSize(const FailedCall& call) {
     return {words, "to unpack it: " + unpackingElsewhere(call)};
 }
 
-/// For a member whose content does not fit into the memory.
+/// For a member whose content does not fit into memory.
 Lines explainMemory(const FailedCall& call) {
     const auto content = call.isGzip ? openContent(call) : nullptr;
     if (!content) return {};

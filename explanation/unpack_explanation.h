@@ -9,7 +9,7 @@
 
 namespace vesk::explanation {
 
-/// As explain, for a failed unpacking.
+/// Like `explain`, for a failed call that unpacks an archive.
 std::vector<std::string> explainUnpacking(const FailedCall& call);
 
 }  // namespace vesk::explanation
