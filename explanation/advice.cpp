@@ -83,9 +83,9 @@ std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
                     "to convert it then: vesk-archive make " +
                         shellWord(freshDirectory(call.tree)) + " " + convertedArchive(call)};
         case Remedy::unpackElsewhere:
-            return {"no conversion keeps it; to unpack it all the same:", unpackingElsewhere(call)};
+            return {"a conversion would lose it; to unpack it anyway:", unpackingElsewhere(call)};
         case Remedy::complete:
-            return {"it was cut off: fetch it again; if nothing else is missing, mend a copy:",
+            return {"it was cut off: fetch it again; if nothing else is missing, complete a copy:",
                     ended(call)};
         case Remedy::fetchAgain:
             return {"it is damaged or cut off: fetch it again"};

@@ -23,7 +23,7 @@ namespace {
 using namespace vesk::io::archives;
 using Lines = std::vector<std::string>;
 
-constexpr const char* elsewhere = "mend that, or make the archive in another place";
+constexpr const char* elsewhere = "fix that, or make the archive in another place";
 
 Lines unless(const std::string& nothing, const std::string& advice) {
     if (nothing.empty()) return {};
@@ -82,7 +82,7 @@ Lines explainWalk(const FailedCall& call) {
     const Lookup found = lookUp(stopped.path);
     const std::string path = shellWord(stopped.path);
     if (found.error != 0 && found.error != EACCES)
-        return {found.words, "remove it or mend it; to list all such links: find " +
+        return {found.words, "remove it or fix it; to list all such links: find " +
                                  shellWord(call.tree) + " -xtype l"};
     return {found.error != 0
                 ? found.words

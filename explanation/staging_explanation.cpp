@@ -18,7 +18,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr const char* elsewhere = "mend that, or unpack to another place";
+constexpr const char* elsewhere = "fix that, or unpack to another place";
 
 bool isMountPoint(const std::string& path) {
     struct stat status {};

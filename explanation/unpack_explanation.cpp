@@ -119,7 +119,7 @@ Lines explainEntry(const FailedCall& call) {
     if (!stream) return {};
     const MadeEntries made = readMadeEntries(*stream);
     if (made.message == call.message)
-        return {made.conflict, "no tree can hold both: the archive must be made anew"};
+        return {made.conflict, "no tree can hold both: the archive must be recreated"};
     if (!made.message.empty()) return {};
     const bool isWriting = call.message == "Cannot finalize TAR entry";
     if (const auto limit = fileSizeLimit(); isWriting && limit && *limit < made.largest)
