@@ -19,7 +19,7 @@ struct Ending {
 constexpr std::array<Ending, 3> endings{
     {{".tar", ArchiveFormat::tar}, {".tgz", ArchiveFormat::tgz}, {".tar.gz", ArchiveFormat::tgz}}};
 
-/// ASCII alone, whatever the locale.
+/// ASCII only, whatever the locale.
 bool isSameLetter(char left, char right) {
     const auto lowered = [](char letter) {
         return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
@@ -51,7 +51,7 @@ std::string_view withoutFormatEnding(std::string_view archiveName) {
 }
 
 ArchiveFormat formatOfContents(const std::filesystem::path& archive) {
-    // Opening a FIFO would wait for a writer, opening a device could set it going.
+    // Opening a FIFO would wait for a writer. Opening a device could start it.
     std::error_code error;
     if (!std::filesystem::is_regular_file(archive, error)) return ArchiveFormat::tar;
 

@@ -10,15 +10,15 @@ namespace vesk::commandline {
 
 enum class ArchiveFormat { tar, tgz };
 
-/// Returns the format that a new archive's name asks for: tar for `.tar`, tgz for `.tgz` and
-/// `.tar.gz`, in capital letters too; nothing for any other name.
+/// Returns the format for the name of a new archive: tar for `.tar`, tgz for `.tgz` and `.tar.gz`,
+/// in capital letters, too. Returns nothing for any other name.
 std::optional<ArchiveFormat> formatOfName(std::string_view archiveName);
 
-/// Returns the name without that ending; all of it where it has none or nothing else.
+/// Returns the name without that ending. Returns the whole name if it has none, or nothing else.
 std::string_view withoutFormatEnding(std::string_view archiveName);
 
-/// Returns tgz for a regular file that begins like a gzip member and tar for everything else,
-/// files that cannot be read included: the module has the message for those. Never blocks.
+/// Returns tgz for a regular file that begins like a gzip member, and tar for everything else. That
+/// includes files that cannot be read: the module has the message for those. Never blocks.
 ArchiveFormat formatOfContents(const std::filesystem::path& archive);
 
 }  // namespace vesk::commandline

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Looking at the new archive's path before anything is done.
+// Examining the new archive's path before anything is done.
 #include "commandline/archive_target.h"
 
 #include <fcntl.h>
@@ -20,20 +20,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The module is never to find at the path what was just found there to be in its way, only for
-/// that to be gone: it is handed this instead, which always exists and can never be written to.
+/// The module gets this path when the check here found something in the way. What was found could
+/// be gone by the time the module looks; this path always exists and can never be written to.
 constexpr const char* alwaysInTheWay = "/";
 
 ArchiveTarget written(const std::string& directly, bool overwrite) {
     return {directly, overwrite, std::nullopt};
 }
 
-/// The module says that the archive exists already.
+/// Makes the module say that the archive exists already.
 ArchiveTarget refusedAsExisting() {
     return {alwaysInTheWay, false, std::nullopt};
 }
 
-/// The module says, once it has come to the writing, that the archive cannot be created.
+/// Makes the module say, when it comes to the writing, that the archive cannot be created.
 ArchiveTarget refusedAtTheEnd() {
     return {alwaysInTheWay, true, std::nullopt};
 }
@@ -46,14 +46,14 @@ bool isNamed(const fs::path& path) {
     return path.has_filename() && path.filename() != "." && path.filename() != "..";
 }
 
-/// Whether the link leads to an open file, as that behind /dev/stdout does: such a file is written
-/// to, never replaced, since whoever has opened it waits for it.
+/// Whether the link leads to an open file, like the one behind /dev/stdout. Such a file is written
+/// to and never replaced, since whoever opened it waits for the data.
 bool leadsToOpenFile(const fs::path& link) {
     struct statfs system {};
     return statfs(directoryOf(link).c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
-/// Whether somebody else may have put the link there, for what it points at to be replaced.
+/// Whether somebody else may have put the link there to have its target replaced.
 bool isTrap(const fs::path& link, const struct stat& status) {
     struct stat directory {};
     if (stat(directoryOf(link).c_str(), &directory) != 0) return true;
@@ -67,9 +67,9 @@ struct LinkEnd {
     fs::path path;
 };
 
-/// Follows `path` to something that is no link, or to nothing.
+/// Follows the links from `path` to something that is no link, or to a missing file.
 LinkEnd followed(fs::path path) {
-    constexpr int longestChain = 40;  // as the kernel has it
+    constexpr int longestChain = 40;  // the kernel's limit
     for (int links = 0; links <= longestChain; ++links) {
         struct stat status {};
         const bool exists = lstat(path.c_str(), &status) == 0;
@@ -84,8 +84,8 @@ LinkEnd followed(fs::path path) {
     return {LinkEnd::Kind::refused, {}};
 }
 
-/// Whether the file may be written to, if it is there: it is no right of the directory alone that
-/// it be replaced.
+/// Whether the file is missing or may be written to. The right to write to its directory alone does
+/// not permit replacing it.
 bool mayBeWritten(const fs::path& file) {
     const int descriptor =
         open(file.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
@@ -94,15 +94,15 @@ bool mayBeWritten(const fs::path& file) {
     return true;
 }
 
-/// The same path through an open directory, for one that is longer than the kernel takes.
+/// The same file, named through its open directory: for a path longer than the kernel accepts.
 std::optional<std::string> withoutItsDirectories(const fs::path& path) {
     const int directory = open(directoryOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (directory == -1) return std::nullopt;
     return "/proc/self/fd/" + std::to_string(directory) + "/" + path.filename().native();
 }
 
-/// The target at the end of the links: the module writes beside it. It makes missing directories of
-/// the path that was named, but none of a path that a link names.
+/// The module writes beside the target at the end of the links. It creates missing directories of
+/// the path given by the user, but not those of a path that a link names.
 ArchiveTarget besideEnd(const std::string& archive, const fs::path& end) {
     std::error_code error;
     const bool isLinked = end != fs::path(archive);
@@ -119,8 +119,8 @@ bool canBeArchived(const std::string& source) {
     return fs::is_regular_file(source, error) || fs::is_directory(source, error);
 }
 
-/// For a source that there is not: a path where the module finds no directory to make before it
-/// says so. Nothing where it would fail to make one, which it is to say first.
+/// For a missing source: a path for which the module creates no directory before it reports that.
+/// Nothing if it would fail to create one, since it reports that failure first.
 std::optional<ArchiveTarget> withoutNewDirectories(const fs::path& archive) {
     std::error_code error;
     fs::path directory = archive.parent_path();
@@ -131,7 +131,7 @@ std::optional<ArchiveTarget> withoutNewDirectories(const fs::path& archive) {
     const bool canBeMadeIn = canBeNamed && fs::is_directory(directory, error) &&
                              faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
     if (!canBeMadeIn) return std::nullopt;
-    // Should the source come there meanwhile, it fails when the file is to take its place.
+    // If the source appears meanwhile, moving the file into place fails.
     return ArchiveTarget{makingPath(directory / archive.filename()), true, archive};
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a new archive is to be, and where the module is to write it so that it comes there whole.
+// Where a new archive belongs, and where the module writes it so that it appears there complete.
 #pragma once
 
 #include <filesystem>
@@ -8,18 +8,18 @@
 
 namespace vesk::commandline {
 
-/// What the module is called with in the place of what the user named. The module's checks come out
-/// as they would for the user's name.
+/// What the module is called with instead of the name given by the user. Its checks give the same
+/// result as for that name.
 struct ArchiveTarget {
     std::string modulePath;
     bool moduleOverwrites;
-    /// The regular file that `modulePath` is to become, with no link in its last place; nothing
-    /// where the module writes, or is refused, directly: it is no regular file.
+    /// The regular file that `modulePath` is to become; its last component is no link. Nothing if
+    /// the module writes to, or refuses, `modulePath` itself, which is then no regular file.
     std::optional<std::filesystem::path> file;
 };
 
-/// Looks at what the new archive's name stands for. A symbolic link stands for what it points at,
-/// but no other user's link in a directory where everybody may put one. Nothing is created.
+/// Finds what the new archive's name refers to. Symbolic links are followed, except another user's
+/// link in a directory where everybody may create files. Creates nothing.
 ArchiveTarget findArchiveTarget(const std::string& archive, const std::string& source,
                                 bool overwrite);
 

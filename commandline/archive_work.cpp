@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Calling the module, and putting in its place what it has made.
+// Calling the module, and moving what it made into place.
 #include "commandline/archive_work.h"
 
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ namespace {
 
 using Failure = std::optional<standin::PendingError>;
 
-/// Names the module's method and what it is called with.
+/// A method of the module and its arguments.
 struct Call {
     NativeMethod method;
     std::string from;
@@ -33,7 +33,7 @@ Failure callModule(Call call) {
     try {
         call.method(nullptr, call.from.c_str(), call.to.c_str(), &call.mode);
     } catch (...) {
-        // The module removes the staging directory after failures of its own only.
+        // The module removes the staging directory only after failures of its own.
         standin::abandonStaging();
         throw;
     }
@@ -66,14 +66,14 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, MakingWatch
     return std::nullopt;
 }
 
-/// Takes no memory: it must not fail when the archive is there.
+/// Allocates no memory: it must not fail once the archive exists.
 std::optional<std::uintmax_t> sizeOf(const std::string& archive) {
     struct stat status {};
     if (stat(archive.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
     return static_cast<std::uintmax_t>(status.st_size);
 }
 
-/// Shows how far the work is, on a terminal that can be redrawn.
+/// Shows the progress on a terminal that can be redrawn.
 class ShownProgress {
 public:
     ShownProgress(const Arguments& arguments, WorkWatch& watch) {
@@ -100,7 +100,7 @@ Result make(NativeMethod method, const Arguments& arguments) {
 
 Result unpack(NativeMethod method, ArchiveFormat format, const Arguments& arguments) {
     const auto start = Clock::now();
-    // The archive that was unpacked may be another file by the time it has been.
+    // By now the path may name another file than the archive that was unpacked.
     const auto archiveBytes = sizeOf(arguments.archive);
     UnpackingWatch watch(arguments.archive, format == ArchiveFormat::tgz, !arguments.quiet);
     {

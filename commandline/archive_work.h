@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One request carried out: one call of the module, watched from the host's side.
+// Carries out one request: one call of the module, watched through its calls of the runtime.
 #pragma once
 
 #include <chrono>
@@ -13,20 +13,19 @@
 
 namespace vesk::commandline {
 
-/// What was done, when it succeeded.
+/// What was done by a request that succeeded.
 struct Outcome {
     Verb verb;
     std::uint64_t entries;
-    /// The archive's size; nothing where it has none, as /dev/null.
+    /// The archive's size in bytes; nothing if it has none, such as /dev/null.
     std::optional<std::uintmax_t> archiveBytes;
     std::chrono::duration<double> time;
-    /// Nothing was looked for where the user wants nothing said. After an unpacking, the
-    /// executables alone.
+    /// Empty if the user wants nothing said. After unpacking, only the executables are set.
     SourceFindings findings;
 };
 
-/// Carries out the request. Returns the host exception that the module raised, if it raised one.
-/// Throws ModuleError, Interruption and what leaves the module; no staging directory is left then.
+/// Carries out the request. Returns the exception that the module raised, if it raised one. Throws
+/// ModuleError, Interruption and whatever leaves the module; no staging directory is left then.
 std::variant<Outcome, vesk::standin::PendingError> carryOut(const Arguments& arguments);
 
 }  // namespace vesk::commandline

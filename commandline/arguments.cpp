@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* programName = "vesk-archive";
 
-/// The options of both verbs, as they were given.
+/// The options of both verbs, as given.
 struct Options {
     std::string archive;
     std::string tree;
@@ -28,7 +28,7 @@ struct Options {
     bool quiet = false;
 };
 
-/// Empty for a format that there is.
+/// Returns what is wrong with the format's name; empty if it is known.
 std::string formatProblem(const std::string& name) {
     return name == "tar" || name == "tgz" ? "" : "'" + name + "' is neither tar nor tgz";
 }
@@ -98,8 +98,8 @@ std::variant<Arguments, Information, UsageError> request(const CLI::App& program
                      format, options.overwrite, options.sync, options.quiet};
 }
 
-/// The parser takes the word `++` for the end of a verb. It is shown another in its place, one that
-/// occurs nowhere in the words.
+/// The parser takes the word `++` for the end of a verb. So it gets another word instead, one that
+/// does not occur on the command line.
 class PlusSigns {
 public:
     explicit PlusSigns(std::vector<std::string>& words) {
@@ -140,7 +140,7 @@ std::variant<Arguments, Information, UsageError> parseArguments(int argc, const 
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     const PlusSigns plusSigns(words);
     try {
-        // The parser wants the last word first.
+        // The parser expects the words in reverse order.
         program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success& wanted) {
         std::ostringstream text;

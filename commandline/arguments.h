@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The command line's words, turned into a request.
+// Turns the words of the command line into a request.
 #pragma once
 
 #include <filesystem>
@@ -19,17 +19,18 @@ struct Arguments {
     std::string archive;
     /// The source of a new archive or the destination of an unpacked one.
     std::string tree;
-    /// The module's file; empty where the user has named none.
+    /// The module's file; empty if the user named none.
     std::filesystem::path module;
-    /// Always set when making; nothing when unpacking by what the archive holds.
+    /// Always set for making. When unpacking, nothing means to recognise it by the archive's
+    /// content.
     std::optional<ArchiveFormat> format;
     bool overwrite = false;
-    /// What is made or unpacked is to be on the disk before success is told.
+    /// Write the result to the disk before reporting success.
     bool sync = false;
     bool quiet = false;
 };
 
-/// A help or version text that was asked for; goes to standard output.
+/// A help or version text that the user asked for; goes to standard output.
 struct Information {
     std::string text;
 };
@@ -40,7 +41,7 @@ struct UsageError {
     std::string hint;
 };
 
-/// Reads the words that main was given. Names are taken as they are: any bytes, converted nowhere.
+/// Reads the words that main was given. Names may hold any bytes and are never converted.
 std::variant<Arguments, Information, UsageError> parseArguments(int argc, const char* const* argv);
 
 }  // namespace vesk::commandline

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A text of bounded length that can be put together in a signal handler.
+// A text of bounded length that a signal handler can put together.
 #pragma once
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace vesk::commandline {
 
-/// Text in a buffer of its own: nothing is allocated. What no longer fits is cut off.
+/// Text in its own buffer: nothing is allocated. What does not fit is cut off.
 class FixedText {
 public:
     FixedText& operator<<(std::string_view text) {
@@ -21,7 +21,7 @@ public:
     std::string_view view() const { return {bytes_.data(), size_}; }
 
 private:
-    // What a pipe that has room at all takes in one piece.
+    // A pipe accepts this many bytes at once or none.
     std::array<char, 4096> bytes_{};
     std::size_t size_ = 0;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Entries that have something in common, of which a user is told.
+// Entries with a common property that the user is told about.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace vesk::commandline {
 
-/// How many there are, and the name of the first of them in the archive's order.
+/// The number of these entries, and the name of the first one in the archive's order.
 struct Group {
     std::uint64_t count = 0;
     std::string first;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Hopping from header to header.
+// Skipping from header to header.
 #include "commandline/header_tally.h"
 
 #include <unistd.h>
@@ -21,7 +21,7 @@ std::string_view textAt(std::span<const std::uint8_t> header, std::size_t offset
     return text.substr(0, text.find('\0'));
 }
 
-/// The octal digits of a field, with any of NULs and spaces around them; nothing for other bytes.
+/// Reads the octal digits of a field, between any NULs and spaces. Nothing if it holds other bytes.
 std::optional<std::uint64_t> numberAt(std::span<const std::uint8_t> header, std::size_t offset,
                                       std::size_t width) {
     const auto field = header.subspan(offset, width);
@@ -84,7 +84,7 @@ std::uint64_t HeaderTally::leaveOut() {
     return std::exchange(toLeaveOut_, 0);
 }
 
-// A read costs as much as copying some thousand bytes, so that small entries are read many at once.
+// A read costs as much as copying some thousand bytes, so one read covers many small entries.
 void HeaderTally::takeFile(int descriptor) {
     constexpr std::uint64_t smallEntry = 4096;
     std::array<std::uint8_t, 4 * smallEntry> buffer{};

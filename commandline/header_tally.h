@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Counting the entries of a TAR stream by hopping from header to header.
+// Counts the entries of a TAR stream, reading its headers only.
 #pragma once
 
 #include <array>
@@ -11,23 +11,23 @@
 
 namespace vesk::commandline {
 
-/// Counts the entries of a TAR stream that is taken piece by piece. It checks nothing: what it
-/// counts is right for a stream that the module accepts.
+/// Counts the entries of a TAR stream that arrives in pieces. It checks nothing: the count is right
+/// for a stream that the module accepts.
 class HeaderTally {
 public:
-    /// Takes the bytes that follow what has been taken or left out.
+    /// Takes the bytes that follow those taken or skipped so far.
     void take(std::span<const std::uint8_t> bytes);
 
-    /// Leaves out what lies before the next header. Returns how many bytes that is.
+    /// Skips the bytes before the next header. Returns how many they are.
     std::uint64_t leaveOut();
 
-    /// Takes the stream that is in the file from its beginning on.
+    /// Takes the whole stream from the file.
     void takeFile(int descriptor);
 
-    /// Returns how many entries there are; 0 as long as the end of the stream has not been taken.
+    /// Returns the number of entries; 0 until the end of the stream has been taken.
     std::uint64_t entries() const { return hasEnded_ ? entries_ : 0; }
 
-    /// Returns the regular files whose mode lets somebody execute them. Once.
+    /// Returns the regular files that somebody may execute. To be called once.
     Group takeExecutables() noexcept { return std::move(executables_); }
 
 private:
@@ -36,7 +36,7 @@ private:
 
     void takeHeader(Block header);
 
-    std::array<std::uint8_t, blockSize> begun_{};  ///< a header whose end is yet to come
+    std::array<std::uint8_t, blockSize> begun_{};  ///< a header whose end has not arrived
     std::size_t begunSize_ = 0;
     std::uint64_t toLeaveOut_ = 0;
     std::uint64_t entries_ = 0;

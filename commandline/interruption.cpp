@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Noting signals, and ending by them. All that handlers do is allowed in handlers.
+// Noting signals, and ending by them. The handlers use only async-signal-safe functions.
 #include "commandline/interruption.h"
 
 #include <pthread.h>
@@ -17,8 +17,7 @@ namespace vesk::commandline {
 
 namespace {
 
-// Rather less than half a second, so that the process has ended by then: it may have to give back
-// much memory.
+// Well below half a second, so that the process has ended by then: freeing much memory takes time.
 constexpr timespec patience{0, 300'000'000};
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
@@ -42,7 +41,7 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
     sigaddset(&only, number);
     pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
     pthread_kill(pthread_self(), number);
-    _exit(128 + number);  // the first process of a container outlives a signal's default
+    _exit(128 + number);  // the default action does not end a container's first process
 }
 
 [[noreturn]] void endAtOnceBy(int number) {
@@ -50,7 +49,7 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
     endBy(number);
 }
 
-/// Returns whether the process will hear of it when its patience is at an end.
+/// Returns whether a signal will tell the process when its time to clean up is over.
 bool startPatience() {
     const itimerspec once{{0, 0}, patience};
     return hasTimer && timer_settime(patienceTimer, 0, &once, nullptr) == 0;
@@ -70,8 +69,8 @@ extern "C" void heedSignal(int number, siginfo_t* information, void* /*context*/
     errno = error;
 }
 
-/// Every signal that ends a process unless it is handled; not those by which the process itself
-/// goes wrong, nor those that are ignored for good reason (see prepareStandardStreams).
+/// Every signal that ends a process unless it is handled. Excluded are those for the process's own
+/// errors, and those that are ignored for good reason (see prepareStandardStreams).
 sigset_t endingSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -99,7 +98,7 @@ void chooseSignals() {
     handledSignals = endingSignals();
     alarmsAreHeeded = !isUnheard(SIGALRM, blocked);
     for (int number = 1; number <= SIGRTMAX; ++number) {
-        // The timer's own signal is needed in any case.
+        // The timer needs its signal in any case.
         if (number != SIGALRM && isUnheard(number, blocked)) sigdelset(&handledSignals, number);
     }
 }
@@ -108,7 +107,7 @@ void installHandler() {
     struct sigaction action {};
     action.sa_sigaction = heedSignal;
     action.sa_mask = handledSignals;
-    // Without SA_RESTART the module's reads and writes could fail before it can be stopped.
+    // Without SA_RESTART the module's reads and writes could fail before the work is stopped.
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     for (int number = 1; number <= SIGRTMAX; ++number) {
         if (sigismember(&handledSignals, number) == 1) sigaction(number, &action, nullptr);
@@ -132,8 +131,8 @@ bool startReceiver() {
     return error == 0;
 }
 
-/// Asking the system at each of a million calls would take longer than some of the work: after the
-/// first it is asked once in a millisecond.
+/// Asking the system at each of a million calls would take longer than some of the work. So after
+/// the first calls it is asked once per millisecond.
 bool isTimeToReceive() {
     using Clock = std::chrono::steady_clock;
     constexpr int firstCalls = 64;
@@ -149,7 +148,7 @@ bool isTimeToReceive() {
     return true;
 }
 
-/// Lets this thread receive what was sent to it and to no other.
+/// Lets this thread receive the signals that were sent to it alone.
 void receiveOwnSignals() {
     sigset_t pending;
     sigpending(&pending);
@@ -168,7 +167,7 @@ void noteInterruptions() {
     atTheEnd.sigev_signo = SIGALRM;
     hasTimer = timer_create(CLOCK_MONOTONIC, &atTheEnd, &patienceTimer) == 0;
     installHandler();
-    // Threads begin with the signals blocked that their maker has blocked.
+    // A new thread inherits the blocked signals of its creator.
     pthread_sigmask(SIG_BLOCK, &handledSignals, nullptr);
     if (!startReceiver()) pthread_sigmask(SIG_UNBLOCK, &handledSignals, nullptr);
 }

@@ -1,28 +1,28 @@
 // SPDX-License-Identifier: MIT
-// Ending on a signal: at a moment when nothing is half done if that comes soon, else without it.
+// Ending on a signal: after the work has been undone if that takes little time, else at once.
 #pragma once
 
 namespace vesk::commandline {
 
-/// Leaves the module's call when a signal asks for the end. Not derived from std::exception, so
-/// that nobody on the way takes it for a failure.
+/// Thrown to leave the module's call when a signal asks the process to end. Not derived from
+/// std::exception, so that nothing on the way handles it as a failure.
 struct Interruption {};
 
 /// From now on the first signal that would end the process is only noted, so that the work can be
-/// given up and cleared away. Where that is not done within a third of a second, and at a second
-/// signal, the process says its last words (see last_words.h) and ends. Signals that are ignored or
+/// given up and cleaned up. The process says its last words (see last_words.h) and ends if that
+/// takes longer than a third of a second, or at a second signal. Signals that are ignored or
 /// blocked already, as under nohup, stay so.
 ///
-/// The signals are received on a thread of their own, since a long read lets the thread that makes
-/// it receive nothing. Where no thread is to be had, the work's own receives them.
+/// A thread of its own receives the signals, since the working thread receives none during a long
+/// read. If no thread is available, the working thread receives them.
 void noteInterruptions();
 
-/// Throws Interruption if a signal has been noted. A signal that comes when the last such look has
-/// been taken does not stop the work: it is completed and said to be.
+/// Throws Interruption if a signal has been noted. A signal after the last of these calls does not
+/// stop the work: it is completed and reported as done.
 void throwIfInterrupted();
 
-/// Ends the process by the signal that has been noted, if there is one, so that whoever started it
-/// sees what has happened; else lets every further signal end it at once.
+/// If a signal has been noted, ends the process by it, so that the caller of the program sees the
+/// cause. Otherwise lets every later signal end the process at once.
 void endIfInterrupted();
 
 }  // namespace vesk::commandline

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The last words, and what they are made of.
+// The last words and their parts.
 #include "commandline/last_words.h"
 
 #include <poll.h>
@@ -20,7 +20,7 @@ namespace {
 
 enum class Stage { making, makingInFile, unpacking };
 
-// A stage is entered when what belongs to it is complete, and nothing is changed or freed after.
+// A stage is entered once its data is complete; after that, the data is neither changed nor freed.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
 std::atomic<Stage> stage = Stage::making;
 std::atomic<bool> isTold = false;
@@ -32,7 +32,7 @@ const StagingPlace* place = nullptr;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<Stage>::is_always_lock_free, "read in a signal handler");
 
-/// Whether the file has taken its place, whatever else has become of its names.
+/// Whether the file has been moved into place, whatever happened to its names since.
 bool archiveIsInPlace() {
     struct stat made {};
     struct stat there {};

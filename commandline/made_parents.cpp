@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Walking down to the directories that were made, and removing them on the way back.
+// Walking down the created directories, and removing them on the way back.
 #include "commandline/made_parents.h"
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ bool isMissing(const fs::path& path) {
     return lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
-/// Whether the directory that is open as `below` is the one of that name in `directory` still.
+/// Whether the directory opened as `below` is still the one of that name in `directory`.
 bool isIn(int directory, const std::string& name, int below) {
     struct stat named {};
     struct stat opened {};
@@ -39,7 +39,7 @@ MadeParents::MadeParents(const fs::path& file) {
         missing_.push_back(directory.filename().native());
     if (missing_.empty()) return;
     std::reverse(missing_.begin(), missing_.end());
-    directories_.reserve(missing_.size() + 1);  // no memory is needed when it is destroyed
+    directories_.reserve(missing_.size() + 1);  // so that the destructor allocates nothing
     directories_.push_back(open(directory.empty() ? "." : directory.c_str(), flags));
 }
 
@@ -53,7 +53,7 @@ MadeParents::~MadeParents() {
         const int below = directories_.back();
         const int directory = directories_[directories_.size() - 2];
         const std::string& name = missing_[directories_.size() - 2];
-        // One that holds anything stays, and so does the one above, which holds it.
+        // A directory that is not empty stays, and with it the one above.
         if (name != ".." && isIn(directory, name, below))
             unlinkat(directory, name.c_str(), AT_REMOVEDIR);
         close(below);

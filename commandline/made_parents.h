@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The missing directories that the module makes on the way to a new archive.
+// The missing directories that the module creates for a new archive.
 #pragma once
 
 #include <filesystem>
@@ -8,9 +8,9 @@
 
 namespace vesk::commandline {
 
-/// Removes, when it is destroyed, those directories on the way to a file that were missing when it
-/// was created and are empty by then, the innermost first. They are looked for below the directory
-/// that was there, wherever that has been moved, and through no links.
+/// On destruction, removes the directories above a file that were missing on construction and are
+/// empty now, innermost first. It looks for them below the directory that existed, even if that has
+/// been moved, and follows no links.
 class MadeParents {
 public:
     explicit MadeParents(const std::filesystem::path& file);
@@ -18,12 +18,12 @@ public:
     MadeParents(const MadeParents&) = delete;
     MadeParents& operator=(const MadeParents&) = delete;
 
-    /// The file is there: its directories stay.
+    /// The file exists now: its directories stay.
     void keep() { missing_.clear(); }
 
 private:
     std::vector<std::string> missing_;  ///< the names, the outermost first
-    std::vector<int> directories_;      ///< the one that is there, then place for those below it
+    std::vector<int> directories_;      ///< the existing one, then space for those below it
 };
 
 }  // namespace vesk::commandline

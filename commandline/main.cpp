@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// vesk-archive: makes and unpacks archives with the archive module, in the place of the runtime.
+// vesk-archive: makes and unpacks archives with the archive module, which it calls as the runtime
+// does.
 //
-// Exit status: 0 done; 1 the module raised an exception; 2 wrong usage; 3 the module cannot be
-// loaded or the memory does not suffice. When it was interrupted it ends by the signal.
+// Exit status: 0 success; 1 the module raised an exception; 2 wrong usage; 3 the module cannot be
+// loaded or memory is insufficient. If a signal interrupts it, it ends by that signal.
 #include <unistd.h>
 
 #include <array>
@@ -33,7 +34,7 @@ constexpr int done = 0;
 constexpr int raised = 1;
 constexpr int wrongUsage = 2;
 constexpr int cannotRun = 3;
-constexpr int interrupted = -1;  // a signal is at hand to end by
+constexpr int interrupted = -1;  // end by the noted signal
 
 void complain(const std::string& message) {
     if (mayTellTheEnd()) say("vesk-archive: " + message);
@@ -65,13 +66,13 @@ const char* adviceOn(const vesk::standin::Leftover& leftover) {
                : "could not be deleted whole: it is of no use and can be removed";
 }
 
-/// Says what the host could not delete or put back, which is no failure of the work.
+/// Reports what the stand-in host could not delete or put back. That is no failure of the work.
 void sayLeftover() {
     const auto leftover = vesk::standin::takeLeftover();
     if (leftover) say("vesk-archive: '" + leftover->path.native() + "' " + adviceOn(*leftover));
 }
 
-/// Says where the trouble is and what to do about it, if that can be found.
+/// Says where the fault is and what to do about it, if that can be found.
 void sayExplanation(const Arguments& arguments, const std::string& message) {
     const ArchiveFormat format =
         arguments.format ? *arguments.format : formatOfContents(arguments.archive);
@@ -82,7 +83,7 @@ void sayExplanation(const Arguments& arguments, const std::string& message) {
         say("  " + line);
 }
 
-/// What is done stays done, and the status says so, also where no memory is left for the words.
+/// Work that is done stays done. The status says so even if no memory is left for the summary.
 template <typename Function>
 void withMemoryAtHand(const Function& sayIt) {
     try {
@@ -123,7 +124,7 @@ int run(const Arguments& arguments) {
     const int status = carryOutAndTell(arguments, message);
     withMemoryAtHand(sayLeftover);
     if (status == raised && !arguments.quiet) {
-        // All has been told but the reason: from now on a signal need not wait for anything.
+        // Everything but the reason has been said: from now on a signal need not wait.
         endIfInterrupted();
         withMemoryAtHand([&] { sayExplanation(arguments, message); });
     }
@@ -144,7 +145,7 @@ int runWords(int argc, char** argv) {
     return run(std::get<Arguments>(parsed));
 }
 
-// A vector that would outgrow its largest size says length_error: that is too little memory, too.
+// A vector beyond its largest size throws length_error: that is a lack of memory, too.
 int notEnoughMemory() {
     complain(
         "not enough memory: archives are held in memory whole; free some or handle less at once");

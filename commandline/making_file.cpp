@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Creating the file beside its target, and putting it in its place.
+// Creating the file beside its target, and moving it into place.
 #include "commandline/making_file.h"
 
 #include <fcntl.h>
@@ -28,11 +28,12 @@ constexpr const char* cannotFinalize = "Cannot finalize archive";
 constexpr std::string_view mark = ".vesk-making-";
 constexpr std::size_t suffixLength = 6;
 
-/// What is left of the 255 bytes of a file name after the dot, the mark and the suffix.
+/// The bytes left for the target's name: a file name has at most 255, and the dot, the mark and the
+/// suffix take some.
 constexpr std::size_t longestName = 255 - 1 - mark.size() - suffixLength;
 
-/// Cuts `name` to the bytes for which there is room, between two UTF-8 characters: some file
-/// systems refuse half of one.
+/// Cuts `name` to the bytes that fit, between two UTF-8 characters: some file systems refuse half a
+/// character.
 std::string_view shortened(std::string_view name) {
     const auto isInsideCharacter = [name](std::size_t at) {
         return at < name.size() && (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80;
@@ -60,12 +61,12 @@ std::string randomSuffix() {
     return suffix;
 }
 
-/// A directory's name may not survive a failure of power before the directory itself is written.
+/// A name may not survive a power failure before its directory is written, too.
 bool syncDirectoryOf(const fs::path& file) {
     const fs::path directory = file.has_parent_path() ? file.parent_path() : fs::path(".");
     const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor == -1) return false;
-    // Some file systems have nothing to do here, and say so.
+    // Some file systems have nothing to do here, and report that as an error.
     const bool isDone = fsync(descriptor) == 0 || errno == EINVAL;
     close(descriptor);
     return isDone;
@@ -77,7 +78,7 @@ std::optional<mode_t> modeOf(int descriptor) {
     return status.st_mode & 07777;
 }
 
-/// Some file systems know one mode only, and refuse even what changes nothing.
+/// Some file systems have a single mode, and refuse to set even that.
 bool giveMode(int descriptor, mode_t mode) {
     return modeOf(descriptor) == mode || fchmod(descriptor, mode) == 0;
 }
@@ -93,11 +94,12 @@ std::string makingPath(const fs::path& target) {
 MakingFile::MakingFile(std::string path, fs::path target, bool overwrite)
     : path_(std::move(path)), target_(std::move(target)), overwrite_(overwrite) {}
 
-// The descriptor stays open: the last words look through it at what has become of the file.
+// The descriptor stays open: through it the last words see what became of the file.
 MakingFile::~MakingFile() {
     if (path_.empty()) return;
     unlink(path_.c_str());
-    // Without a name, it takes room until the end of the process: its descriptor is never closed.
+    // Even without a name, the file takes space until the process ends: its descriptor is never
+    // closed.
     struct stat status {};
     const bool isNameless = fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
     if (isNameless && ftruncate(descriptor_, 0) != 0) return;
@@ -106,17 +108,17 @@ MakingFile::~MakingFile() {
 void MakingFile::create() {
     const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
     if (isCreated) {
-        // Whatever the umask, the module must be able to open it.
+        // The module must be able to open it, whatever the umask.
         const auto mode = modeOf(descriptor_);
         if (!mode || (*mode & 0600) != 0600) fchmod(descriptor_, 0600);
     } else if (errno == EEXIST) {
-        path_.clear();  // not this one's to remove
+        path_.clear();  // it is not ours to remove
         throw NameTaken{};
     }
 }
 
-// Whoever opens a file while its mode allows it can read what is written there later. So the mode
-// that an ordinary file would have is that of another one, which stays empty.
+// Whoever opens a file while its mode permits it can read what is written there later. So another
+// file, which stays empty, shows the mode that an ordinary new file would have.
 bool MakingFile::createPrivate() {
     const int ordinary =
         ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
@@ -141,7 +143,8 @@ bool MakingFile::takeOver(const struct stat& old) const {
     const bool hasOwner =
         fchown(descriptor_, old.st_uid, old.st_gid) == 0 ||
         (fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0 && old.st_uid == geteuid());
-    // What a file does with its owner's rights is not handed to another owner.
+    // Rights that a file grants in its owner's name (such as set-user-ID) must not pass to another
+    // owner.
     return giveMode(descriptor_, old.st_mode & (hasOwner ? 07777 : 0777));
 }
 
@@ -156,7 +159,7 @@ const char* MakingFile::prepare(bool sync, bool& replaces) const {
 }
 
 const char* MakingFile::moveIntoPlace(bool sync) {
-    // What comes there after the look at the target is looked at, too, if it may be replaced.
+    // A file that appears after the look at the target is checked as well, if it may be replaced.
     FilePlacement placed = FilePlacement::targetExists;
     for (int tries = 0; placed == FilePlacement::targetExists && tries < 10; ++tries) {
         bool replaces = false;

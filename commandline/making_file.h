@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The file in which an archive is made, beside the one that it becomes.
+// The file in which an archive is made, beside the file that it becomes.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,10 +13,10 @@ namespace vesk::commandline {
 /// Returns a path beside `target` that nobody else uses: .NAME.vesk-making-XXXXXX.
 std::string makingPath(const std::filesystem::path& target);
 
-/// Somebody has guessed such a path and put something there, which is not to be written to.
+/// Somebody guessed such a path and created something there, which must not be written to.
 struct NameTaken {};
 
-/// The file at such a path. It is removed when this is destroyed, unless it has become the archive.
+/// The file at such a path. The destructor removes it, unless it has become the archive.
 class MakingFile {
 public:
     MakingFile(std::string path, std::filesystem::path target, bool overwrite);
@@ -24,15 +24,15 @@ public:
     MakingFile(const MakingFile&) = delete;
     MakingFile& operator=(const MakingFile&) = delete;
 
-    /// Creates the empty file, which nobody else can open at any moment where it is to replace
-    /// another. Where that fails, the module is left to find out.
+    /// Creates the empty file. If it is to replace another, nobody else can open it at any moment.
+    /// On failure nothing is reported: the module will fail to write it.
     void create();
 
-    /// Makes the file that the module has written the archive. Returns null or the message of a
-    /// failure: the target is then as it was. The archive has the mode and, where the system lets
-    /// it, the owner of the one that it replaces. With `sync` it is on the disk before it takes its
-    /// place; only when that cannot be said of its name can a failure leave it there. Throws
-    /// Interruption before it takes its place.
+    /// Turns the file that the module has written into the archive. Returns null, or the message of
+    /// a failure, after which the target is as it was. The archive gets the mode and, if the system
+    /// permits it, the owner of the file that it replaces. With `sync` it is on the disk before it
+    /// takes its place; the archive stays there after a failure only if its name could not be
+    /// written to the disk. Throws Interruption only before it takes its place.
     const char* publish(bool sync);
 
 private:

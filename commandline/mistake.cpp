@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Recognising files and directories by what they are, not by how they are spelled.
+// Recognising files and directories by their identity, not their spelling.
 #include "commandline/mistake.h"
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ bool isSame(const struct stat& left, const struct stat& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
-/// Whether `directory` is `place`, itself a directory, or above it.
+/// Whether `directory` is `place`, which is a directory, or above it.
 bool isAtOrAbove(const std::string& directory, const fs::path& place) {
     struct stat sought {};
     if (stat(directory.c_str(), &sought) != 0) return false;
@@ -44,7 +44,7 @@ bool isAtOrAbove(const std::string& directory, const fs::path& place) {
     return isFound;
 }
 
-/// Whether the file is in the directory or below it, where it really lies.
+/// Whether the file is really in the directory or below it, with links resolved.
 bool isIn(const std::string& directory, const std::string& file) {
     std::error_code error;
     const fs::path real = fs::canonical(file, error);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Requests that could be carried out, but that nobody means.
+// Requests that could be carried out, but that nobody intends.
 #pragma once
 
 #include <optional>
@@ -9,11 +9,11 @@
 
 namespace vesk::commandline {
 
-/// Returns what is wrong with a request that would destroy what it is to work with, and what to
-/// type instead; nothing for any other request. With `--overwrite`, that is to unpack onto the
-/// working directory, one above it, one that the archive is in or the archive itself, and to make
-/// an archive of itself or over one in its source; without it, to unpack onto a working directory
-/// that is empty. Files are known again by whatever name, through links too.
+/// Returns what is wrong with a request that would destroy the data that it needs, and what to type
+/// instead; nothing for any other request. With `--overwrite` such a request unpacks onto the
+/// working directory, a directory above it, a directory that holds the archive, or the archive
+/// itself; or it makes an archive of itself, or over a file in its source. Without it, it unpacks
+/// onto an empty working directory. Files are recognised under any name and through links.
 std::optional<std::string> mistakeIn(const Arguments& arguments);
 
 }  // namespace vesk::commandline

@@ -20,7 +20,7 @@ constexpr const char* moduleFile = "libvesk_io_archives.so";
 std::filesystem::path moduleBesideProgram() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    // Looked for from nowhere, the module would be found below the working directory.
+    // With an empty program path, the module would be looked for below the working directory.
     if (!program.is_absolute())
         refuse("cannot tell where this program is, to find the archive module");
     const auto programDirectory = program.parent_path();

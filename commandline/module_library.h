@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The archive module, found and loaded as a runtime would do it.
+// Finds the archive module and loads it as a runtime would.
 #pragma once
 
 #include <filesystem>
@@ -24,14 +24,14 @@ struct ModuleLibrary {
     NativeMethod method(Verb verb, ArchiveFormat format) const;
 };
 
-/// The module's file cannot be loaded or lacks a function. The text says what to do.
+/// The module cannot be loaded or lacks a function. The text says what to do.
 struct ModuleError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Loads the module from `chosen` or, if that is empty, from its place beside this program: that of
-/// an installation first, then that of a build tree. It stays loaded until the process ends. Throws
-/// ModuleError.
+/// Loads the module from `chosen` or, if that is empty, from its place beside this program: first
+/// that of an installation, then that of a build tree. It stays loaded until the process ends.
+/// Throws ModuleError.
 ModuleLibrary loadModule(const std::filesystem::path& chosen);
 
 }  // namespace vesk::commandline

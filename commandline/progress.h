@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How far the work is: told by the thread that does it, looked at by the one that shows it.
+// The progress of the work: set by the thread that works, read by the one that shows it.
 #pragma once
 
 #include <array>
@@ -25,7 +25,7 @@ public:
     /// Begins the work with this stage.
     explicit Progress(Stage first) : stage_(first) { enter(first); }
 
-    /// Begins a stage, of which `total` is to be done if that is known.
+    /// Begins a stage. `total` is the amount of work in it, if that is known.
     void enter(Stage stage, std::uint64_t total = 0) {
         State& state = states_[static_cast<std::size_t>(stage)];
         state.total.store(total, std::memory_order_relaxed);
@@ -33,13 +33,14 @@ public:
         stage_.store(stage, std::memory_order_release);
     }
 
-    /// So much of the present stage is done. The cost is that of a store.
+    /// Sets how much of the current stage is done. Costs as much as a store.
     void note(std::uint64_t done) {
         const Stage stage = stage_.load(std::memory_order_relaxed);
         states_[static_cast<std::size_t>(stage)].done.store(done, std::memory_order_relaxed);
     }
 
-    /// May be called on any thread. What was written before the stage began can be read after.
+    /// May be called on any thread. The reader sees everything that was written before the stage
+    /// began.
     Moment moment() const {
         const Stage stage = stage_.load(std::memory_order_acquire);
         const State& state = states_[static_cast<std::size_t>(stage)];
@@ -49,7 +50,7 @@ public:
     }
 
 private:
-    /// Each stage has its own, so that a moment never mixes two.
+    /// Each stage has its own counters, so that a moment never mixes two.
     struct State {
         std::atomic<std::uint64_t> done = 0;
         std::atomic<std::uint64_t> total = 0;

@@ -23,7 +23,7 @@ ProgressLine::ProgressLine(std::function<Moment()> moment) : moment_(std::move(m
     try {
         thread_ = std::thread([this] { redrawUntilEnd(); });
     } catch (const std::system_error&) {
-        // No thread to be had: the work is done all the same, only unseen.
+        // No thread available: continue without progress.
     }
 }
 

@@ -12,12 +12,11 @@
 
 namespace vesk::commandline {
 
-/// Shows on standard error how far the work is, first after half a second and then a few times a
-/// second, always on the same line. Nothing of it is left when it is destroyed. The terminal must
-/// be one that can be redrawn.
+/// Shows the progress on standard error, first after half a second and then a few times a second,
+/// always on the same line. The destructor erases it. The terminal must be one that can be redrawn.
 class ProgressLine {
 public:
-    /// `moment` is called on another thread for as long as the line lives; it may take its time.
+    /// `moment` is called on another thread while the line exists. It may be slow.
     explicit ProgressLine(std::function<Moment()> moment);
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Putting the live line together, as long as the terminal is wide.
+// Putting the live line together for the terminal's width.
 #include "commandline/progress_text.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ using std::chrono::seconds;
 
 enum class Unit { none, names, entries, bytes };
 
-/// What a stage is called and what is counted in it.
+/// A stage's name and the unit that it counts.
 struct StageWords {
     const char* name;
     Unit unit;
@@ -52,7 +52,7 @@ std::string inMegabytes(std::uint64_t bytes) {
     return std::to_string(bytes / 1'000'000);
 }
 
-/// How much is done, of how much if that is known.
+/// How much is done and, if that is known, of how much.
 std::string figures(Unit unit, const Moment& moment) {
     const bool hasTotal = moment.total > 0;
     const std::uint64_t last = hasTotal ? moment.total : moment.done;
@@ -74,7 +74,7 @@ std::string share(const Moment& moment) {
     return std::to_string(moment.done * 100 / moment.total) + " %";
 }
 
-/// Nothing until there is something to judge by.
+/// Empty until there is something to estimate from.
 std::string timeLeft(const Moment& moment, std::chrono::steady_clock::time_point now) {
     const std::chrono::duration<double> taken = now - moment.stageBegan;
     if (moment.done == 0 || taken < 1s) return "";
@@ -88,7 +88,7 @@ std::string bar(const Moment& moment, std::size_t width) {
     return " [" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
 }
 
-/// The first of the texts that fits, or what fits of the last one.
+/// The first text that fits; if none does, the beginning of the last one.
 std::string fitting(std::initializer_list<std::string> texts, std::size_t width) {
     for (const std::string& text : texts) {
         if (text.size() <= width) return text;
@@ -106,7 +106,7 @@ std::string progressText(Moment moment, std::chrono::steady_clock::time_point st
     const std::size_t width = columns - 1;
     const StageWords words = wordsOf(moment.stage);
     const std::string stage = words.name;
-    if (moment.done > moment.total) moment.total = 0;  // it was counted before there was more to do
+    if (moment.done > moment.total) moment.total = 0;  // more was added after the count
     const std::string count = words.unit == Unit::none ? "" : ": " + figures(words.unit, moment);
     if (moment.total == 0) {
         const std::string taken = ", " + inTime(std::chrono::duration_cast<seconds>(now - start));

@@ -10,10 +10,10 @@
 
 namespace vesk::commandline {
 
-/// Returns what the live line says at `now` of work that began at `start`: the stage, how much of
-/// it is done, and, where its total is known, a bar, the share and the time that the stage is
-/// likely to take yet; else the time that the work has taken. It is ASCII and leaves the last of
-/// `columns` free, in which some terminals wrap: what does not fit is left out, the bar first.
+/// Returns the live line's text at `now` for work that began at `start`: the stage and how much of
+/// it is done. If the stage's total is known, a bar, the percentage and the time it will probably
+/// still take follow; otherwise the time taken so far. The text is ASCII. It leaves the last of
+/// `columns` free, because some terminals wrap there. What does not fit is left out, the bar first.
 std::string progressText(Moment moment, std::chrono::steady_clock::time_point start,
                          std::chrono::steady_clock::time_point now, std::size_t columns);
 

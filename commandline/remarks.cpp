@@ -8,7 +8,7 @@ namespace vesk::commandline {
 
 namespace {
 
-/// Appends a line: what has become of entries of one kind, how many there are, and the first.
+/// Appends a line: what happened to entries of one kind, how many there are, and the first.
 void add(std::vector<std::string>& lines, const std::string& fate, const std::string& entries,
          const Group& group) {
     if (group.count > 0)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is said of an archive besides that it was made or unpacked.
+// What is said of an archive beyond the fact that it was made or unpacked.
 #pragma once
 
 #include <string>
@@ -9,8 +9,8 @@
 
 namespace vesk::commandline {
 
-/// Returns a line for everything that is not in the new archive or the unpacked tree as it was in
-/// the source, or that will not be unpacked again. None is the usual case.
+/// Returns a line for everything that the new archive or the unpacked tree does not hold as its
+/// source did, or that will be refused when it is unpacked. Usually there is none.
 std::vector<std::string> remarksOn(const Outcome& outcome);
 
 }  // namespace vesk::commandline

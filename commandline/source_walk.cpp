@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Looking on while directories are read.
+// Observing how directories are read.
 #include "commandline/source_walk.h"
 
 #include <dlfcn.h>
@@ -19,7 +19,7 @@ namespace {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): readdir has no other way
 thread_local SourceWalk* current = nullptr;
 
-/// Unpacking refuses names with these, which mean something else on some systems.
+/// Characters that unpacking refuses in names, since they mean something else on some systems.
 constexpr const char* refusedCharacters = ":\\";
 
 bool isRefused(const char* name) {
@@ -38,14 +38,14 @@ bool isExecutable(const struct stat& status) {
     return S_ISREG(status.st_mode) && (status.st_mode & 0111) != 0;
 }
 
-/// The type of the entry itself, for file systems that do not tell it along with the name.
+/// The type of the entry itself, for file systems that do not give it with the name.
 unsigned char typeOf(DIR* directory, const char* name) {
     struct stat status {};
     if (fstatat(dirfd(directory), name, &status, AT_SYMLINK_NOFOLLOW) != 0) return DT_UNKNOWN;
     return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
 
-/// The mode of what the link leads to; 0 where there is nothing.
+/// The mode of the link's target; 0 if there is none.
 mode_t modeBehind(const std::string& source, const std::string& link) {
     struct stat status {};
     const std::filesystem::path path = std::filesystem::path(source) / link;
@@ -82,7 +82,7 @@ SourceFindings SourceWalk::findings(const std::string& source, std::uint64_t sto
     return std::move(findings_);
 }
 
-// The library's iterators do not expect that reading a directory throws.
+// The standard library's iterators do not expect an exception from reading a directory.
 void SourceWalk::note(DIR* directory, const dirent* entry) noexcept {
     SourceWalk* const walk = current;
     if (walk == nullptr) return;
@@ -145,7 +145,7 @@ void SourceWalk::leave() {
     open_.back().holdsFiles = open_.back().holdsFiles || holdsFiles;
 }
 
-/// Whether one of the links that are in the directory itself leads to a file.
+/// Whether one of the links in the directory itself leads to a file.
 bool SourceWalk::linksToFile(const OpenDirectory& directory) const {
     for (std::size_t i = directory.firstLink; i < links_.size(); ++i) {
         const char* const name = links_[i].c_str() + directory.pathSize;
@@ -157,7 +157,7 @@ bool SourceWalk::linksToFile(const OpenDirectory& directory) const {
     return false;
 }
 
-// A mode takes a system call of its own, a tenth of the time in which a small file is archived.
+// Reading a mode takes a system call, which is a tenth of the time for archiving a small file.
 void SourceWalk::noteMode(const char* name) {
     constexpr std::uint64_t firstFiles = 64;
     constexpr std::uint64_t thenEach = 64;
@@ -179,8 +179,8 @@ void SourceWalk::noteSingleFile(const std::string& source) {
     if (isExecutable(status)) add(findings_.executables, name);
 }
 
-// What a link leads to takes a system call each. It is asked only where the number of entries tells
-// that some lead to no file.
+// Checking a link's target takes a system call. That is done only if the number of entries shows
+// that some links lead to no file.
 void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFiles) {
     const bool allAreStored = files_ + links_.size() == storedFiles;
     for (const std::string& link : links_) {
@@ -197,7 +197,7 @@ void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFile
 
 }  // namespace vesk::commandline
 
-/// In front of the C library's: every reading of a directory comes by here.
+/// Replaces the C library's function: every directory is read through this one.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's is reserved
 extern "C" dirent* readdir(DIR* directory) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread reads one directory

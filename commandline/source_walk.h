@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the module meets on its walk through a source, seen from outside.
+// What the module meets on its walk through a source, as observed from outside.
 #pragma once
 
 #include <dirent.h>
@@ -13,7 +13,7 @@
 
 namespace vesk::commandline {
 
-/// What a source holds that an archive of it does not hold, or not as it was.
+/// What an archive of a source leaves out or changes.
 struct SourceFindings {
     Group directoryLinks;    ///< symbolic links to directories
     Group specialFiles;      ///< FIFOs, sockets, devices, and links to them
@@ -24,12 +24,12 @@ struct SourceFindings {
     bool allModesAreKnown = true;
 };
 
-/// Watches the calling thread read directories, from its creation until `end`, and sees what a
-/// recursive walk through one directory sees, in its own order.
+/// Watches the calling thread read directories, from its construction until `end`. It sees what a
+/// recursive walk through one directory sees, in the same order.
 ///
-/// A walk of its own would cost up to a quarter of the time in which the module makes an archive of
-/// small files. So this looks on at `readdir`, which the standard library's iterators call and
-/// which the program puts itself in front of: that gives names and types for nothing.
+/// A second walk would cost up to a quarter of the time that making an archive of small files
+/// takes. So this program defines `readdir` itself, which the standard library's iterators call.
+/// That gives names and types at no cost.
 class SourceWalk {
 public:
     SourceWalk();
@@ -39,18 +39,18 @@ public:
 
     void end();
 
-    /// Returns how many names have been met. May be called on any thread at any time.
+    /// Returns the number of names met so far. May be called on any thread at any time.
     std::uint64_t namesMet() const { return namesMet_.load(std::memory_order_relaxed); }
 
-    /// Returns how many files of `source` an archive holds; looks at what the links lead to. May be
-    /// called on any thread after `end`. Returns 0 where memory did not suffice.
+    /// Returns how many files of `source` an archive holds; checks what the links lead to. May be
+    /// called on any thread after `end`. Returns 0 if memory ran out.
     std::uint64_t storedFiles(const std::string& source) const;
 
-    /// Returns what was met, for an archive of `storedFiles` entries made of `source`; nothing at
-    /// all where memory did not suffice. To be called after `end`, once.
+    /// Returns what was met, for an archive of `storedFiles` entries made from `source`; empty if
+    /// memory ran out. To be called once, after `end`.
     SourceFindings findings(const std::string& source, std::uint64_t storedFiles) noexcept;
 
-    /// For `readdir`: the calling thread has read `entry`, null at the end, from `directory`.
+    /// Called by `readdir`: the calling thread has read `entry`, null at the end, from `directory`.
     static void note(DIR* directory, const dirent* entry) noexcept;
 
 private:
@@ -59,7 +59,7 @@ private:
         DIR* stream;
         std::size_t pathSize;
         const char* last;  ///< the name that was read last
-        bool isRefused;    ///< its path has a character that is refused in names
+        bool isRefused;    ///< its path has a character that names may not have
         bool holdsFiles;
         std::size_t firstLink;  ///< links_ from here on were met in it or below
     };
@@ -73,15 +73,15 @@ private:
     void settleLinks(const std::string& source, std::uint64_t storedFiles);
 
     std::vector<OpenDirectory> open_;
-    /// Of the directory that is read now: below the source, with a slash at its end; empty for the
-    /// source itself.
+    /// The path below the source of the directory that is being read, with a slash at its end;
+    /// empty for the source itself.
     std::string path_;
     std::vector<std::string> links_;
     SourceFindings findings_;
     std::uint64_t files_ = 0;
     std::atomic<std::uint64_t> namesMet_ = 0;
     bool hasBegun_ = false;   ///< a directory has been read
-    bool hasFailed_ = false;  ///< memory did not suffice
+    bool hasFailed_ = false;  ///< memory ran out
 };
 
 }  // namespace vesk::commandline

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading the destination's directory, by system calls alone where a handler may do it.
+// Reading the destination's directory, using only system calls where a handler may do it.
 #include "commandline/staging_search.h"
 
 #include <dirent.h>
@@ -24,7 +24,8 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view mark = ".vesk-";
 
-/// The directory entry that unpacking replaces: a link's end, and no dots or slashes at the end.
+/// The directory entry that unpacking replaces: links are followed, and dots and slashes at the end
+/// are dropped.
 fs::path entryOf(fs::path path) {
     std::error_code error;
     const auto isNamed = [&] { return path.has_filename() && path.filename() != "."; };
@@ -36,8 +37,8 @@ fs::path entryOf(fs::path path) {
     return path;
 }
 
-/// Whether `name` is what is left of a name that is too long for a mark behind it. Such a name is
-/// cut between two characters, so that the bytes of a character may be missing that begins early.
+/// Whether `name` is a shortened form of `whole`, which is too long for a mark after it. It is cut
+/// between two characters, so up to a character's bytes may be missing at its end.
 bool isCutTo(std::string_view name, std::string_view whole) {
     constexpr std::size_t cutOnlyAbove = 200;
     if (whole.size() <= cutOnlyAbove || !whole.starts_with(name)) return false;
@@ -47,8 +48,8 @@ bool isCutTo(std::string_view name, std::string_view whole) {
                        [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; });
 }
 
-/// What an entry's name begins with after its dot: the destination's name or, where that is too
-/// long, what it is cut to. Nothing when the entry is none of ours.
+/// What an entry's name begins with after its dot: the destination's name, shortened if it is too
+/// long. Nothing if the entry is not from an unpacking to the destination.
 std::optional<std::string_view> nameWithin(const StagingPlace& place, std::string_view entry) {
     const std::size_t end = entry.rfind(mark);
     if (!entry.starts_with('.') || end == std::string_view::npos || end == 0) return std::nullopt;
@@ -76,7 +77,7 @@ Change changeOf(const StagingPlace& place, int directory) {
     return isSame ? Change::none : Change::replaced;
 }
 
-/// Locales cannot be asked in a handler, so that on a terminal all but ASCII is escaped.
+/// A handler cannot ask the locale, so on a terminal everything but ASCII is escaped.
 void tellBytes(std::string_view bytes, bool isEscaped, FixedText& text) {
     for (const char byte : bytes) {
         if (!isEscaped || (byte >= ' ' && byte <= '~')) {
@@ -101,13 +102,13 @@ void tellEntry(const StagingPlace& place, std::string_view entry, std::string_vi
         tellBytes(name, place.isEscaped, text);
     }
     tellBytes(entry.substr(1 + name.size()), place.isEscaped, text);
-    // Its name does not tell which process made it.
+    // The name does not tell which process created it.
     text << (change == Change::gone
                  ? "' is left and may hold the old destination"
                  : "' is left and can be removed unless another unpacking made it");
 }
 
-/// What the system call getdents64 gives.
+/// What the system call getdents64 returns.
 struct DirectoryEntries {
     alignas(dirent64) std::array<char, 8192> bytes{};
     long size = 0;

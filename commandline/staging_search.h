@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Finding what an unpacking has left beside its destination.
+// Finds what an unpacking has left beside its destination.
 #pragma once
 
 #include <sys/types.h>
@@ -12,25 +12,25 @@
 
 namespace vesk::commandline {
 
-/// Where to look for it and how to tell it from what earlier runs have left.
+/// Where to look, and how to tell this unpacking's directories from those of earlier runs.
 struct StagingPlace {
     std::string directory;       ///< that of the destination
     std::string name;            ///< the destination's own
-    std::string shownDirectory;  ///< as standard error is to be shown it, with its slash
+    std::string shownDirectory;  ///< as shown on standard error, with its slash
     std::string shownName;       ///< likewise
-    bool isEscaped;              ///< whether that is any different
-    /// What the destination was, if it was there.
+    bool isEscaped;              ///< whether these two differ from the names
+    /// What was at the destination, if anything was.
     bool destinationExisted;
     dev_t device;
     ino_t inode;
     timespec beginning;
 };
 
-/// Returns the place beside `destination`, for an unpacking that begins now.
+/// Returns the place beside `destination` for an unpacking that begins now.
 StagingPlace stagingPlace(const std::filesystem::path& destination);
 
-/// Appends to `text` how the destination is and what is left beside it, each with what may be done
-/// with it. Can be called in a signal handler.
+/// Appends to `text` the state of the destination and what is left beside it, with what may be done
+/// about each. Can be called in a signal handler.
 void tellStaging(const StagingPlace& place, FixedText& text);
 
 }  // namespace vesk::commandline

@@ -22,15 +22,16 @@ namespace vesk::commandline {
 
 namespace {
 
-/// To the end of the screen: the line may have been wrapped since. The cursor is at its beginning.
+/// Erases to the end of the screen, since the line may have wrapped. The cursor is at its
+/// beginning.
 constexpr std::string_view erasure = "\r\033[J";
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
 std::atomic<bool> liveLineIsShown = false;
 
-/// Characters that count as printable but cannot be seen or told from a space, look different from
-/// font to font, or change the order in which others are shown, so that a name would pass for
-/// another: the first and the last of each range.
+/// Characters that count as printable, yet cannot be seen or told from a space, look different from
+/// font to font, or change the order in which others are shown. With them a name could look like
+/// another. The first and the last of each range.
 struct HiddenRange {
     char32_t first;
     char32_t last;
@@ -62,7 +63,7 @@ constexpr auto hiddenRanges = std::to_array<HiddenRange>({
     {0xFFA0, 0xFFA0},      // the halfwidth Hangul filler
     {0xFFF0, 0xFFFC},      // unassigned ones to be ignored, marks of annotations and of objects
     {0x110BD, 0x110BD},    // Kaithi number signs
-    {0x110CD, 0x110CD},    // the one above
+    {0x110CD, 0x110CD},    // Kaithi number sign above
     {0x13430, 0x1343F},    // Egyptian hieroglyph controls
     {0x16FE4, 0x16FE4},    // the Khitan filler
     {0x1BCA0, 0x1BCA3},    // shorthand controls
@@ -80,7 +81,7 @@ bool isHidden(wchar_t character) {
     });
 }
 
-/// Returns how many bytes the character at the front of `text` has, if it can be seen; else 0.
+/// Returns the length in bytes of the character at the front of `text` if it is visible, else 0.
 std::size_t visibleLength(std::string_view text) {
     wchar_t character = 0;
     std::mbstate_t state{};
@@ -116,8 +117,8 @@ std::string escapedForTerminal(std::string_view text) {
 void prepareStandardStreams() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(descriptor, F_GETFD) != -1) continue;
-        // open takes the lowest free number: this one, since those below are open by now. Where
-        // there is no /dev/null, that on which nothing can be read or written does as well.
+        // open returns the lowest free number: this one, since all below it are open by now.
+        // Without /dev/null, a descriptor that can be neither read nor written serves as well.
         if (open("/dev/null", O_RDWR) == -1) open("/", O_PATH);
     }
     signal(SIGPIPE, SIG_IGN);
@@ -163,7 +164,8 @@ std::size_t terminalColumns() {
 
 void showLiveLine(std::string_view line) {
     liveLineIsShown = true;
-    // Terminals that wrap lines anew when they are resized keep the cursor where it is in its line.
+    // A terminal that rewraps its lines when resized keeps the cursor at the same place in its
+    // line.
     writeText(STDERR_FILENO, std::string(erasure).append(line) + "\r");
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the program writes: to standard error, which may be a terminal, and to standard output.
+// Writes to standard error, which may be a terminal, and to standard output.
 #pragma once
 
 #include <string>
@@ -7,23 +7,23 @@
 
 namespace vesk::commandline {
 
-/// Makes the standard streams safe to use in whatever state the process was started: a closed one
-/// becomes /dev/null, so that no file of ours is opened in its place and written to by accident;
-/// a broken pipe no longer kills, nor does a limit on the size of files. Reads the locale, which
-/// says what a terminal can show.
+/// Makes the standard streams safe to use in whatever state the process was started. A closed one
+/// becomes /dev/null, so that no file opened later takes its number and is written to by accident.
+/// A broken pipe or a limit on the size of files no longer kills the process. Reads the locale,
+/// which tells what a terminal can show.
 void prepareStandardStreams();
 
-/// Returns `text` as standard error is to be shown it. On a terminal every byte that is not part of
-/// a printable character becomes a backslash and three octal digits, so that a file name cannot
-/// drive the terminal, nor pass for another by characters that are not seen or change the order of
-/// others; elsewhere the bytes stay as they are.
+/// Returns `text` as standard error should show it. On a terminal every byte that is not part of a
+/// printable character becomes a backslash and three octal digits. So a file name cannot control
+/// the terminal, nor look like another by invisible characters or ones that change the order of
+/// others. Elsewhere the bytes stay as they are.
 std::string forStandardError(std::string_view text);
 
-/// Writes `line`, as forStandardError gives it, and a newline to standard error. Failure to write
-/// is ignored.
+/// Writes `line`, escaped by forStandardError, and a newline to standard error. Ignores a failure
+/// to write.
 void say(std::string_view line);
 
-/// Writes `text` as it is to the file descriptor. Failure to write is ignored.
+/// Writes `text` unchanged to the file descriptor. Ignores a failure to write.
 void writeText(int descriptor, std::string_view text);
 
 bool standardErrorIsTerminal();
@@ -31,17 +31,17 @@ bool standardErrorIsTerminal();
 /// Returns whether standard error is a terminal on which a line can be redrawn.
 bool canRedraw();
 
-/// Returns how many columns that terminal has at the moment.
+/// Returns the terminal's current number of columns.
 std::size_t terminalColumns();
 
-/// Writes `line`, which fits the terminal, in the place of the live line, the one that is shown
-/// while the work lasts.
+/// Shows `line`, which must fit the terminal, in place of the live line, the one that is shown
+/// during the work.
 void showLiveLine(std::string_view line);
 
-/// Erases the live line, also when it has been wrapped because the terminal has become narrower.
+/// Erases the live line, even if it wrapped because the terminal became narrower.
 void eraseLiveLine();
 
-/// Returns what must be written before another line: nothing unless a live line is shown. Can be
+/// Returns what must be written before another line: empty unless a live line is shown. Can be
 /// called in a signal handler.
 std::string_view liveLineErasure();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Finding the word that is wrong.
+// Finding the wrong word.
 #include "commandline/usage_complaint.h"
 
 #include <algorithm>
@@ -30,7 +30,7 @@ std::string complaintWithoutVerb(const Words& words) {
                : quoted(words.front()) + " is neither make nor unpack";
 }
 
-/// The option that may have been meant: one that begins like the word.
+/// The option that was probably meant: one that begins like the word.
 std::string guess(const CLI::App& verb, const std::string& word) {
     constexpr std::size_t enough = 4;  // the dashes and two letters
     for (const CLI::Option* option : verb.get_options()) {
@@ -47,7 +47,7 @@ std::string complaintOfOption(const CLI::App& verb, const std::string& word) {
     return meant.empty() ? problem : problem + ": is " + meant + " meant?";
 }
 
-/// A flag that was given a value, or an option that was given none or several.
+/// For a flag with a value, or an option with no value or several.
 std::string complaintOfValue(const CLI::App& verb, const Words& words) {
     for (const CLI::Option* option : verb.get_options()) {
         if (option->get_positional()) continue;
@@ -67,7 +67,7 @@ std::string complaintOfValue(const CLI::App& verb, const Words& words) {
     return "";
 }
 
-/// The names that a verb takes, and those of them that were given.
+/// The names that a verb takes, and those that were given.
 struct Names {
     std::string wanted;
     Words given;

@@ -8,8 +8,8 @@
 
 namespace vesk::commandline {
 
-/// Returns what is wrong with `words`, on which `program` has failed with `error`: which word
-/// nothing can be made of, or which one is missing.
+/// Returns what is wrong with `words`, for which `program` has reported `error`: the word that
+/// cannot be used, or the one that is missing.
 std::string complaintOf(const CLI::App& program, const std::vector<std::string>& words,
                         const CLI::ParseError& error);
 

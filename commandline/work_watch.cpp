@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Host calls and decoded pieces, turned into progress and counts.
+// Turning host calls and decoded pieces into progress and counts.
 #include "commandline/work_watch.h"
 
 #include <fcntl.h>
@@ -48,7 +48,7 @@ MakingWatch::MakingWatch(std::string source, bool looksAround)
     if (looksAround) walk_.emplace();
 }
 
-// One call follows the walk, two each entry, and one all of it.
+// Of these calls, one follows the walk, then two each entry, and one comes at the end.
 void MakingWatch::onCall(HostCall call) {
     if (call != HostCall::hasPendingError) return;
     const bool walkHasEnded = calls_ == 0;
@@ -91,7 +91,7 @@ UnpackingWatch::~UnpackingWatch() {
     if (archive_ != -1) close(archive_);
 }
 
-// The archive's path and its destination's are converted once, each entry's name twice.
+// The paths of the archive and the destination are converted once, each entry's name twice.
 void UnpackingWatch::onCall(HostCall call) {
     if (call == HostCall::hasPendingError && isCompressed_)
         progress_.enter(Stage::decoding, archiveSize_);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Following one call of the module by what it asks its host.
+// Follows one call of the module by its calls of the runtime.
 #pragma once
 
 #include <atomic>
@@ -16,21 +16,21 @@ namespace vesk::commandline {
 
 class MakingFile;
 
-/// Observes the calling thread's host calls for as long as it lives, and throws Interruption out of
-/// them when a signal asks for the end.
+/// During its lifetime, observes the host calls of the calling thread. Throws Interruption out of
+/// them when a signal asks the process to end.
 class WorkWatch {
 public:
     virtual ~WorkWatch();
     WorkWatch(const WorkWatch&) = delete;
     WorkWatch& operator=(const WorkWatch&) = delete;
 
-    /// Returns how many entries have been stored or unpacked.
+    /// Returns the number of entries stored or unpacked so far.
     std::uint64_t entries() const { return entries_; }
 
-    /// Returns how far the work is. For the one thread that shows it.
+    /// Returns the progress. Only the thread that shows it may call this.
     virtual Moment moment() { return progress_.moment(); }
 
-    /// The module's work is done; what it has made or unpacked is moved into its place.
+    /// The module is done; its result is now moved into place.
     void noteMoving() { progress_.enter(Stage::moving); }
 
 protected:
@@ -39,7 +39,7 @@ protected:
     virtual void onCall(standin::HostCall call) = 0;
     virtual void onPiece(const standin::DecodedPiece& /*piece*/) {}
 
-    /// An entry takes two of the counted calls, after `before` others.
+    /// Counts a call. Each entry takes two of these calls, after the first `before`.
     void countCall(std::uint64_t before);
 
     // Progress and counts, for derived classes.
@@ -55,15 +55,15 @@ private:
 /// Watches an archive being made.
 class MakingWatch : public WorkWatch {
 public:
-    /// With `looksAround`, it is found what the archive will not hold.
+    /// With `looksAround`, it finds what the archive will leave out.
     MakingWatch(std::string source, bool looksAround);
 
-    /// `file` is created when the module has collected its entries: it becomes none of them.
+    /// `file` is created after the module has collected its entries, so that it is not one of them.
     void createThen(MakingFile& file) { file_ = &file; }
 
     Moment moment() override;
 
-    /// Returns what the finished archive does not hold, or not as it was. Once.
+    /// Returns what the finished archive leaves out or changes. To be called once.
     SourceFindings findings();
 
 private:
@@ -72,17 +72,18 @@ private:
     std::string source_;
     std::optional<SourceWalk> walk_;
     MakingFile* file_ = nullptr;
-    std::optional<std::uint64_t> total_;  ///< entries, once the thread that shows it has asked
+    std::optional<std::uint64_t> total_;  ///< entries; set when the showing thread asks
 };
 
 /// Watches an archive being unpacked.
 class UnpackingWatch : public WorkWatch {
 public:
-    /// `isCompressed` tells whether it is to be decoded. With `looksAround`, its headers are read.
+    /// `isCompressed` says whether the archive is decoded. With `looksAround`, its headers are
+    /// read.
     UnpackingWatch(const std::string& archive, bool isCompressed, bool looksAround);
     ~UnpackingWatch() override;
 
-    /// Returns the files whose mode lets somebody execute them. Once.
+    /// Returns the files that somebody may execute. To be called once.
     Group executables() noexcept { return tally_.takeExecutables(); }
 
 private:
@@ -91,7 +92,8 @@ private:
 
     bool isCompressed_;
     bool looksAround_;
-    /// Opened before the module opens it: the path may name another file later. -1 for none.
+    /// Opened before the module opens the archive, since the path may name another file later. -1
+    /// if it could not be opened.
     int archive_ = -1;
     std::uint64_t archiveSize_ = 0;
     HeaderTally tally_;
