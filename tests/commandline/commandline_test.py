@@ -20,7 +20,7 @@ from program_case import *
 
 
 class SuccessTest(CommandLineTest):
-    def test_made_archive_holds_the_files_and_the_summary_tells_entries_bytes_and_seconds(self):
+    def test_a_made_archive_holds_the_files_and_the_summary_shows_entries_bytes_and_seconds(self):
         self.write_tree(b"src", TWO_FILES)
         result = self.run_program(b"make", b"src", b"out.tar")
         self.assertEqual((result.status, result.out), (0, b""))
@@ -30,7 +30,7 @@ class SuccessTest(CommandLineTest):
             names = [member.name for member in made]
             self.assertEqual([made.extractfile(name).read() for name in names], [b"alpha", b"beta"])
 
-    def test_unpacked_tree_is_the_archive_s_and_the_summary_tells_entries_bytes_and_seconds(self):
+    def test_an_unpacked_tree_holds_the_files_and_the_summary_shows_entries_bytes_and_seconds(self):
         self.write_archive(b"in.tar", TWO_FILES)
         result = self.run_program(b"unpack", b"in.tar", b"dest")
         self.assertEqual((result.status, result.out), (0, b""))
@@ -52,7 +52,7 @@ class SuccessTest(CommandLineTest):
                     unpacked = self.run_program(b"unpack", archive, archive + b".d")
                     self.assertIn(words, unpacked.err)
 
-    def test_an_archive_without_a_size_is_summed_up_without_one(self):
+    def test_the_summary_of_an_archive_without_a_size_shows_none(self):
         self.write(b"file", b"x")
         # Through a link, so that a faulty program that removes its target removes no device.
         os.symlink(b"/dev/null", self.path(b"sink"))
@@ -60,7 +60,7 @@ class SuccessTest(CommandLineTest):
         self.assertEqual(result.status, 0)
         self.assertRegex(result.err, rb"\Amade sink: 1 entry" + SUMMARY)
 
-    def test_quiet_says_nothing_on_success_and_errors_all_the_same(self):
+    def test_quiet_says_nothing_on_success_but_still_reports_errors(self):
         self.write_tree(b"src", TWO_FILES)
         rows = [((b"make", b"src", b"out.tar"), 0, b""),
                 ((b"unpack", b"out.tar", b"dest"), 0, b""),
@@ -73,10 +73,10 @@ class SuccessTest(CommandLineTest):
 
 
 class LeftoverTest(CommandLineTest):
-    """What cannot be deleted is named, and fails nobody."""
+    """A file that cannot be deleted is named and is no failure."""
 
     @unittest.skipUnless(os.geteuid() == 0, "only the superuser can make another user's files")
-    def test_a_rest_of_the_old_tree_is_named_whether_or_not_the_program_is_quiet(self):
+    def test_a_leftover_of_the_old_tree_is_named_even_if_the_program_is_quiet(self):
         self.write_archive(b"in.tar", TWO_FILES)
         for options in [(), (b"--quiet",)]:
             with self.subTest(options=options):
@@ -112,7 +112,7 @@ class FormatTest(CommandLineTest):
                 self.assertEqual(self.run_program(b"make", b"file", name, *options).status, 0)
                 self.assertEqual(self.read(name)[:2], beginning)
 
-    def test_a_name_that_tells_no_format_is_wrong_usage_and_the_message_names_the_option(self):
+    def test_a_name_without_a_known_format_is_wrong_usage_and_the_message_names_the_option(self):
         self.write(b"file")
         for name in [b"a.zip", b"a", b"a.gz", b"tar", b"a.tar.xz", b"a.taR.", b""]:
             with self.subTest(name=name):
@@ -124,7 +124,7 @@ class FormatTest(CommandLineTest):
                                  b"Try 'vesk-archive make --help'.\n")
                 self.assertEqual(self.listing(), [b"file"])
 
-    def test_unpacking_goes_by_what_the_archive_begins_with(self):
+    def test_unpacking_recognises_the_format_by_the_first_bytes(self):
         for name, mode in [(b"gzip.tar", "w:gz"), (b"plain.tgz", "w"), (b"gzip", "w:gz"),
                            (b"plain", "w")]:
             with self.subTest(name=name):
@@ -132,7 +132,7 @@ class FormatTest(CommandLineTest):
                 self.assertEqual(self.run_program(b"unpack", name, name + b".d").status, 0)
                 self.assertEqual(read_tree(self.path(name + b".d")), TWO_FILES)
 
-    def test_a_given_format_wins_over_what_the_archive_begins_with(self):
+    def test_a_given_format_wins_over_the_first_bytes(self):
         self.write_archive(b"plain", TWO_FILES)
         self.write(b"gzip", gzip.compress(bytes(5000), 0))
         for name, format in [(b"plain", b"tgz"), (b"gzip", b"tar")]:
@@ -141,7 +141,7 @@ class FormatTest(CommandLineTest):
                 self.assertEqual(result.status, 1)
                 self.assertEqual(self.run_program(b"unpack", name, name + b".d").status, 0)
 
-    def test_archives_that_cannot_be_looked_into_are_left_to_the_module(self):
+    def test_archives_that_cannot_be_read_are_left_to_the_module(self):
         os.mkfifo(self.path(b"fifo"))
         os.mkdir(self.path(b"directory"))
         self.write(b"empty")
@@ -169,12 +169,12 @@ class NamesTest(CommandLineTest):
         self.assertRegex(result.err, b"\\Aunpacked " + re.escape(name + b".x to " + name + b".d:"))
         self.assertEqual(list(read_tree(self.path(name + b".d")).values()), list(TWO_FILES.values()))
 
-    def test_names_of_any_bytes_are_taken_as_they_are(self):
+    def test_names_may_hold_any_bytes(self):
         for name in self.NAMES:
             with self.subTest(name=name):
                 self.round_trip(name)
 
-    def test_two_plus_signs_are_a_name_wherever_there_may_be_one(self):
+    def test_two_plus_signs_are_a_name_wherever_a_name_may_stand(self):
         self.write(b"file")
         result = self.run_program(b"make", b"file", b"++", b"--format=tar")
         self.assertRegex(result.err, rb"\Amade \+\+: 1 entry")
@@ -195,7 +195,7 @@ class NamesTest(CommandLineTest):
 
 
 class FailureTest(CommandLineTest):
-    def test_the_module_s_exception_is_told_on_standard_error_with_status_1(self):
+    def test_the_module_s_exception_is_printed_on_standard_error_with_status_1(self):
         self.write(b"file")
         self.write(b"old.tar", b"old")
         self.write(b"dest/old")
@@ -238,7 +238,7 @@ class FailureTest(CommandLineTest):
                                   helped + b" --help'.\n"))
         self.assertEqual(self.listing(), [b"file"])
 
-    def test_without_a_verb_the_word_that_is_none_is_named(self):
+    def test_a_first_word_that_is_no_verb_is_named(self):
         self.write(b"file")
         rows = [((), b"say what to do: make or unpack"),
                 ((b"--",), b"say what to do: make or unpack"),
@@ -289,7 +289,7 @@ class FailureTest(CommandLineTest):
 
 
 class MistakeTest(CommandLineTest):
-    """Requests that nobody means are refused with status 2 before anything is touched."""
+    """Requests that nobody intends are refused with status 2 before anything is changed."""
 
     def setUp(self):
         super().setUp()
@@ -385,7 +385,7 @@ class MistakeTest(CommandLineTest):
                                     b"such as '" + re.escape(outside) + b"'",
                                     cwd, b"make", source, archive, b"--overwrite")
 
-    def test_what_only_looks_like_it_is_done(self):
+    def test_requests_that_only_look_like_mistakes_are_carried_out(self):
         rows = [(b"project", (b"unpack", b"backup.tar", b"sub")),
                 (b".", (b"unpack", b"project/backup.tar", b"project/sub")),
                 (b".", (b"unpack", b"other/leading-out.tar", b"other")),
@@ -406,14 +406,14 @@ class MistakeTest(CommandLineTest):
         reader.wait()
         self.assertEqual(result.status, 0, result.err)
 
-    def test_without_leave_to_overwrite_the_messages_are_the_ordinary_ones(self):
+    def test_without_overwrite_the_messages_are_the_ordinary_ones(self):
         rows = [((b"unpack", b"outside.tgz", b"."), b"Destination already exists"),
                 ((b"make", b"project", b"project/backup.tar"), b"Archive already exists"),
                 ((b"make", b"hard.tar", b"hard.tar"), b"Archive already exists")]
         for words, message in rows:
             self.assert_raised(self.run_program(*words), message)
 
-    def test_what_is_not_there_and_what_is_no_archive_is_left_to_the_module(self):
+    def test_missing_files_and_files_that_are_no_archive_are_left_to_the_module(self):
         rows = [((b"unpack", b"none.tar", b"other"), b"Archive file does not exist"),
                 ((b"make", b"none", b"other/none.tar"), b"Archive source does not exist"),
                 ((b"make", b"other", b"other", b"--format=tar"), b"Cannot create archive")]
@@ -458,7 +458,7 @@ class ModuleTest(CommandLineTest):
         self.write(b"file")
         return self.run_program(b"make", b"--overwrite", b"file", b"a.tar", *options, **how)
 
-    def test_a_module_that_cannot_be_used_is_status_3_and_the_message_names_the_way_out(self):
+    def test_a_module_that_cannot_be_used_is_status_3_and_the_message_names_the_option(self):
         self.write(b"garbage", b"no library")
         rows = [(b"none.so", rb"cannot load the archive module: .*none\.so.*"),
                 (b"garbage", rb"cannot load the archive module: .*garbage.*"),
@@ -493,12 +493,12 @@ class ModuleTest(CommandLineTest):
         self.assertEqual(self.make(program=program).status, 0)
 
 
-    # Nor can the loader tell where it is, which has to find the program's library all the same.
+    # The loader does not know the path either, yet it has to find the program's library.
     WITHOUT_PROC = ["unshare", "-rm", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh",
                     "env", b"LD_LIBRARY_PATH=" + os.path.dirname(os.environb[b"VESK_STANDIN_HOST"])]
 
     @unittest.skipUnless(can_mount() and not is_instrumented(), "/proc cannot be hidden here")
-    def test_a_program_that_cannot_tell_its_place_loads_nothing_from_below_the_working_directory(self):
+    def test_a_program_without_a_known_path_loads_nothing_from_below_the_working_directory(self):
         self.write(b"file")
         for directory in [b"../lib", os.environb[b"VESK_MODULE_DIRECTORY"]]:
             target = os.path.normpath(os.path.join(self.cwd, b"work", directory))
@@ -538,12 +538,12 @@ class BrokenStreamTest(CommandLineTest):
                 self.assertEqual(result.status, status)
 
     def streams_of(self, process):
-        """What the streams lead to, once the program waits for the module to be opened."""
+        """The targets of the streams while the program waits to open the module."""
         wait_until(lambda: status_line(process, "State") == "S" and catches(process, signal.SIGTERM)
                    and status_line(process, "Threads") == "2")
         return [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
 
-    def test_no_file_of_the_program_takes_the_place_of_a_closed_stream(self):
+    def test_no_file_of_the_program_takes_the_number_of_a_closed_stream(self):
         self.write(b"file")
         os.mkfifo(self.path(b"fifo"))
         numbers = range(3)
@@ -558,7 +558,7 @@ class BrokenStreamTest(CommandLineTest):
                 process.kill()
                 finish(process)
 
-    def test_an_open_stream_stays_what_it_is(self):
+    def test_an_open_stream_stays_unchanged(self):
         self.write(b"file")
         for words, status in self.ROWS:
             result = self.run_program(*words)
@@ -566,7 +566,7 @@ class BrokenStreamTest(CommandLineTest):
             self.assertNotEqual(result.err, b"")
 
     @unittest.skipUnless(can_mount(), "no file system can be hidden here")
-    def test_without_a_null_device_a_closed_stream_is_taken_all_the_same(self):
+    def test_without_a_null_device_a_closed_stream_is_still_replaced(self):
         self.write(b"file")
         os.mkfifo(self.path(b"fifo"))
         process = subprocess.Popen(
@@ -618,7 +618,7 @@ class LiveLineTest(TerminalTest):
                 self.assertRegex(self.shown_until(self.LINE), rb"unpacking")
                 self.assertRegex(self.rest_shown(process), self.ERASED + rb"unpacked in\.t..? to dest: ")
 
-    def test_the_time_left_is_told_when_there_is_something_to_judge_by(self):
+    def test_the_time_left_is_shown_when_it_can_be_estimated(self):
         process = self.start_slow_making()
         self.shown_until(self.BAR + rb" 50 %, [1-9] s left\r")
         self.rest_shown(process)
@@ -637,7 +637,7 @@ class LiveLineTest(TerminalTest):
                 self.shown_until(self.ERASED + line + rb"\r")
                 self.rest_shown(process)
 
-    def test_links_to_directories_count_for_nothing(self):
+    def test_links_to_directories_are_not_counted(self):
         os.symlink(b".", self.path(b"src/here"))
         os.symlink(b"a", self.path(b"src/link"))
         process = self.start_slow_making()
@@ -647,7 +647,7 @@ class LiveLineTest(TerminalTest):
     def set_columns(self, columns):
         termios.tcsetwinsize(self.terminal, (24, columns))
 
-    def test_the_line_fits_the_terminal_and_follows_it(self):
+    def test_the_line_fits_the_terminal_when_it_is_resized(self):
         rows = [(80, rb"reading: 1 of 2 entries \[#{15}\.{15}\] 50 %" + self.LEFT),
                 (58, rb"reading: 1 of 2 entries \[#{5,8}\.{5,8}\] 50 %" + self.LEFT),
                 (45, rb"reading: 1 of 2 entries, 50 %" + self.LEFT),
@@ -696,7 +696,7 @@ class LiveLineTest(TerminalTest):
         self.assertRegex(self.rest_shown(process, -signal.SIGINT), self.ERASED +
                          rb"vesk-archive: interrupted; the archive was not written\r\n\Z")
 
-    def test_the_line_is_erased_when_the_program_is_held_up(self):
+    def test_the_line_is_erased_when_the_program_is_blocked(self):
         process = self.start_slow_making(VESK_PATIENCE="ordinary")
         self.shown_until(self.LINE)
         process.send_signal(signal.SIGINT)
@@ -729,7 +729,7 @@ class LiveLineTest(TerminalTest):
 
 
 class HostileNameTest(TerminalTest):
-    """What a terminal is shown of names that would drive it."""
+    """How names that would control a terminal are shown on it."""
 
     def setUp(self):
         super().setUp()
@@ -748,7 +748,7 @@ class HostileNameTest(TerminalTest):
     SHOWN = [0xAC, 0xAE, 0x61B, 0x61E, 0x1807, 0x1810, 0x2010, 0x2027, 0x2030, 0x205E, 0x2070,
              0x20, 0x27FF, 0x2801, 0x3001, 0xFEFC, 0xFF01, 0xFFFD, 0x1D158, 0x1F600]
 
-    def test_a_character_that_is_hidden_or_turns_others_round_is_escaped(self):
+    def test_a_character_that_is_invisible_or_reorders_others_is_escaped(self):
         rows = [(code, True) for code in self.HIDDEN + self.formats_and_spaces()]
         rows += [(code, False) for code in self.SHOWN]
         name = "|".join(chr(code) for code, _ in rows)
@@ -762,7 +762,7 @@ class HostileNameTest(TerminalTest):
 
     @staticmethod
     def formats_and_spaces():
-        """All that there are, but for the ordinary space."""
+        """All of them except the ordinary space."""
         return [code for code in range(0x21, sys.maxunicode)
                 if unicodedata.category(chr(code)) in ["Cf", "Zs"]]
 
@@ -790,7 +790,7 @@ class HostileNameTest(TerminalTest):
                                  b"vesk-archive: IOException: Cannot read file: names/" + shown +
                                  b"\r\n")
 
-    def test_in_a_locale_without_them_other_than_ascii_characters_are_escaped(self):
+    def test_in_an_ascii_locale_all_other_characters_are_escaped(self):
         process = self.start_on_terminal(b"make", b"src", "\u00e4.tar".encode(),
                                          env=environment(LC_ALL="C"))
         self.assertIn(rb"made \303\244.tar: ", self.rest_shown(process))

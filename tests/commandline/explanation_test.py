@@ -29,7 +29,7 @@ HEADING = "## The help after a message\n"
 ALPHA = {b"p/a": b"alpha"}
 BOTH = {b"p/a": b"alpha", b"p/b": b"beta"}
 LONG_DIRECTORY, LONG_FILE = "d" * 90, "f" * 90
-# What does not become smaller: what is packed has more bytes than a header.
+# Bytes that do not compress, so that the packed data is longer than a header.
 RANDOM = random.Random(1).randbytes(2000)
 PACKED = {b"p/a": b"alpha", b"p/r": RANDOM}
 LARGE = 0x100000000  # bytes, one more than is read
@@ -38,7 +38,7 @@ LIMIT = 4096  # on the size of files, where there is one
 
 
 def files_in(path):
-    """The files below a directory, and those that links there lead to, as a name-to-bytes map."""
+    """Maps names to bytes for the files below a directory, links followed."""
     files = {}
     for directory, _, names in os.walk(path):
         for name in names:
@@ -48,7 +48,7 @@ def files_in(path):
 
 
 def tar(*members, format=tarfile.USTAR_FORMAT, **options):
-    """A TAR stream by Python's tarfile: of (name, contents) or (name, contents, attributes)."""
+    """A TAR stream by Python's tarfile, from (name, contents) or (name, contents, attributes)."""
     stream = io.BytesIO()
     with tarfile.open(fileobj=stream, mode="w", format=format, **options) as made:
         for name, contents, *attributes in members:
@@ -67,14 +67,14 @@ def of_type(type, **attributes):
 PLAIN = tar(("p/a", b"alpha"), ("p/b", b"beta"))
 END_OF_DATA = 2048  # two headers, two blocks of data
 MEMBER = gzip.compress(PLAIN, mtime=0)
-# A member without fields but the ten bytes, whose size is known: stored by hand.
+# A member with only the ten header bytes and a known size: stored by hand.
 STORED = (bytes.fromhex("1f8b08000000000000ff") + b"\1" + (1024).to_bytes(2, "little") +
           (1024 ^ 0xFFFF).to_bytes(2, "little") + bytes(1024) + bytes.fromhex("8d70b5ef") +
           (1024).to_bytes(4, "little"))
 
 
 def changed(stream, at, replacement, signed=False):
-    """The stream with other bytes in its first header, which gets the checksum for them."""
+    """The stream with other bytes in its first header, and the checksum for them."""
     stream = bytearray(stream)
     stream[at:at + len(replacement)] = replacement
     stream[148:156] = b" " * 8
@@ -84,7 +84,7 @@ def changed(stream, at, replacement, signed=False):
 
 
 def by_program(test, command, files=BOTH):
-    """What a shell's command writes that is run where the files are."""
+    """The output of a shell command that is run in the directory of the files."""
     test.write_tree(b"made", files)
     done = subprocess.run(command, shell=True, cwd=test.path(b"made"), capture_output=True,
                           check=True)
@@ -97,7 +97,7 @@ def bounded(resource_, limit):
 
 
 class Case:
-    """How to come to one row: what to write, the words, and what the commands of the help make."""
+    """How to get one row: files to write, the words, and the result of the help's commands."""
 
     def __init__(self, prepare, *words, made=None, ordinary=False, foreign=False, mounts=False,
                  instrumented=True, **options):
@@ -134,7 +134,7 @@ def a_tree(test):
 
 
 def on_small_disk(prepare, *words):
-    """The program where the directory "disk" has room for 64 KiB."""
+    """The program where the directory "disk" has space for 64 KiB."""
     script = 'mount -t tmpfs -o size=64k none disk && exec "$@"'
     return Case(all_of(prepare, call(os.mkdir, b"disk")), b"-rm", b"sh", b"-c", script, b"sh",
                 PROGRAM, *words, program="unshare", mounts=True)
@@ -153,7 +153,7 @@ def on_overlay(prepare, *words):
 
 
 def among_others(test):
-    """A directory where all may put what they like, and one in it."""
+    """A directory in which everybody may create files, and one in it."""
     test.write(b"common/out/old")
     for directory, mode in [(b".", 0o755), (b"common", 0o1777)]:
         os.chmod(test.path(directory), mode)
@@ -200,7 +200,7 @@ def good_archive(test):
 
 CONVERTED = lambda files, name=b"a-ustar.tar": (name, files)
 IN_PLACE = lambda files: (b"out", files)
-# By message and cause, as in the table.
+# Keyed by message and cause, as in the table.
 CASES = {
     # Making
     ("Archive path is required", "an empty word, when making"):
@@ -529,7 +529,7 @@ def rows():
 
 
 class HelpTest(CommandLineTest):
-    """What holds for the help whatever the message."""
+    """What holds for the help after any message."""
 
     PAX = tar(("p/a", b"alpha"), format=tarfile.PAX_FORMAT, pax_headers={"comment": "x"})
 
@@ -538,12 +538,12 @@ class HelpTest(CommandLineTest):
         self.assertEqual(result.status, 1, result.err)
         return result.err.partition(b"\n")[2]
 
-    def test_quiet_leaves_the_message_alone(self):
+    def test_quiet_prints_the_message_without_help(self):
         self.write(b"a.tar", self.PAX)
         result = self.run_program(b"unpack", b"a.tar", b"out", b"--quiet")
         self.assertEqual(result, (1, b"", b"vesk-archive: IOException: Unsupported TAR entry type\n"))
 
-    def test_a_recommended_name_is_one_that_nothing_has(self):
+    def test_a_recommended_name_is_not_taken(self):
         self.write(b"a.tar", self.PAX)
         self.write(b"a-ustar.tar", b"dear")
         self.write(b"a-ustar2.tar", b"dear")
@@ -553,7 +553,7 @@ class HelpTest(CommandLineTest):
         self.assertIn(b"mkdir -p out-new && tar -xf l.tar -C out-new\n",
                       self.help(b"unpack", b"l.tar", b"out", b"--overwrite"))
 
-    def test_a_command_takes_names_as_a_shell_does(self):
+    def test_names_in_commands_are_quoted_for_a_shell(self):
         for name in [b"two words.tar", b"it's.tar", b"$(x).tar", b"a:b.tar", b"\xc3\xa4.tar", b"*"]:
             with self.subTest(name=name):
                 self.write(name, tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a"))))
@@ -582,7 +582,7 @@ class HelpOnTerminalTest(TerminalTest):
                       shown)
 
     def test_an_interruption_ends_the_search_for_an_explanation_at_once(self):
-        # Decodes to 4 GiB, of which the module decodes nothing beyond the first piece.
+        # Decodes to 4 GiB. The module decodes only the first piece.
         compressor = zlib.compressobj(1, wbits=-15)
         piece = compressor.compress(bytes(1 << 20)) + compressor.flush(zlib.Z_FULL_FLUSH)
         self.write(b"a.tgz", STORED[:10] + piece * 4096 + bytes(8))
@@ -593,7 +593,7 @@ class HelpOnTerminalTest(TerminalTest):
 
 
 class WidthTest(unittest.TestCase):
-    def test_no_line_is_wider_than_a_terminal_where_names_allow(self):
+    def test_no_line_is_wider_than_a_terminal_if_the_names_are_short(self):
         for key, help in rows():
             for line in help:
                 with self.subTest(row=key, line=line):
@@ -603,7 +603,7 @@ class WidthTest(unittest.TestCase):
 
 class TableTest(CommandLineTest):
     def give_away(self):
-        """Leaves the directory to an ordinary user, where this one is not."""
+        """Gives the directory to an ordinary user if this one is root."""
         if os.geteuid() != 0:
             return {}
         for directory, _, names in os.walk(self.cwd):
@@ -637,7 +637,7 @@ class TableTest(CommandLineTest):
             self.assertEqual(done.returncode, 0, (command, done.stderr))
 
     def made_by(self, name):
-        """The files in what the commands made: a directory or an archive that is unpacked here."""
+        """The files in the commands' result: a directory, or an archive that is unpacked here."""
         if os.path.isdir(self.path(name)):
             fifo = self.path(name + b"/p/fifo")
             if os.path.exists(fifo):
@@ -652,7 +652,7 @@ class TableTest(CommandLineTest):
         name, files = case.made
         self.assertEqual(self.made_by(name), files)
 
-    def test_every_row_is_what_the_program_says_and_its_commands_do_what_they_say(self):
+    def test_the_program_prints_every_row_and_the_commands_in_it_work(self):
         self.assertEqual([key for key, _ in rows()], list(CASES))
         for key, help in rows():
             case = CASES[key]

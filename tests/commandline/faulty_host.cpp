@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Preloaded in front of the stand-in host: makes one chosen host call of the module go wrong, or
-// wait, at an exactly known moment.
+// Preloaded in front of the stand-in host: makes one chosen host call of the module fail or wait.
 //
 //   VESK_FAULT_CALL  the number of the call, counted from 1 over both functions below
-//   VESK_FAULT       what happens right before that call is answered:
-//       a number                 the process receives that signal, and has heeded it
+//   VESK_FAULT       what happens right before that call returns:
+//       a number                 the process receives that signal and handles it
 //       bad_alloc, length_error  the call throws the exception
 //       wait                     a dot is written to standard output, and the process waits until
 //                                its standard input ends; it aborts if a signal cuts that short
@@ -12,38 +11,38 @@
 //   VESK_SLOW        the function that waits in the same way before it does its work for the first
 //                    time: readdir, writev, fsync, syncfs or inflateRaw
 //
-// It also takes part in what the program does on signals:
+// It also affects what the program does on signals:
 //
-//   VESK_PATIENCE    if it is "ordinary", the program's patience after a signal has its length;
-//                    else it never ends, so that no test depends on how fast the machine is
+//   VESK_PATIENCE    if it is "ordinary", the program's time limit after a signal is kept;
+//                    else there is none, so that no test depends on how fast the machine is
 //   VESK_NO_THREADS  if it is 1, no thread can be started
-//   VESK_NO_TIMER    if it is 1, no timer can be had
+//   VESK_NO_TIMER    if it is 1, no timer can be created
 //   VESK_HOLD_UP     the program waits: if it is "said", when it has written to standard error; if
 //                    it is "done", when it has nothing more to do
 //
-// It can let memory end when the work is done:
+// It can make memory run out when the work is done:
 //
-//   VESK_NO_MEMORY   if it is 1, none can be had after the first renameat2
+//   VESK_NO_MEMORY   if it is 1, no allocation succeeds after the first renameat2
 //
-// It tells what the module is called with:
+// It shows what the module is called with:
 //
 //   VESK_SHOW_SYNC   if it is 1, "sync" is written to standard output when the mode asks for it
 //
-// It lets a test know what nobody can know:
+// It makes random names predictable:
 //
-//   VESK_NO_CHANCE   if it is 1, all that is chosen by chance is the first that there is
+//   VESK_NO_CHANCE   if it is 1, every random choice is the first candidate
 //
-// And it plays a file system that knows less:
+// And it imitates a file system with fewer features:
 //
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_UNLINK, VESK_NO_FCHMOD
 //                   if it is 1, that system call is refused
-//   VESK_NO_FSTAT   if it is 1, nothing can be learnt of files that are open for writing only
-//   VESK_NO_TYPES   if it is 1, no types are told along with the names in a directory
-//   VESK_SIZE_OF, VESK_SIZE  the path of a file, and the size that it is said to have
+//   VESK_NO_FSTAT   if it is 1, fstat fails for files that are open for writing only
+//   VESK_NO_TYPES   if it is 1, directory entries have no type
+//   VESK_SIZE_OF, VESK_SIZE  the path of a file, and the size that is reported for it
 //
 // or one on which others work at the same time:
 //
-//   VESK_MEANWHILE  if it is 1, a file comes to the new name right before the first renameat2
+//   VESK_MEANWHILE  if it is 1, a file appears at the new name right before the first renameat2
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -100,7 +99,7 @@ bool othersAreAsleep() {
     return all;
 }
 
-// A thread that the signal wakes is awake from then on until it waits again.
+// A thread that the signal wakes runs from then on until it waits again.
 void sendSignal(int number) {
     kill(getpid(), number);
     while (!othersAreAsleep())
@@ -127,7 +126,7 @@ void waitIfSlow(const char* function) {
         waitForEndOfInput();
 }
 
-// The same function of the library behind this one, under the name that the compiler gave it.
+// The same function in the next library, under its mangled name.
 template <typename Function>
 Function* answering(Function* function) {
     Dl_info info{};

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""What vesk-archive leaves when the disk is full or broken: what was there before, whole.
+"""When the disk is full or broken, vesk-archive leaves the old files complete.
 
 Run by ctest, which names the files under test in the environment. Every system call of the work on
-files is made to fail once; VESK_DISK_ERRORS=all has it fail in every way.
+files fails once; with VESK_DISK_ERRORS=all it fails in every way.
 """
 
 import errno
@@ -20,7 +20,7 @@ FILES = {b"%d" % number: bytes([number]) * 30000 for number in range(4)}
 OLD = {b"old": b"old"}
 ERRORS = ["ENOSPC", "EDQUOT", "EIO"]
 
-# Beside the archive and the destination, only such names are ever left.
+# Only such names are ever left beside the archive and the destination.
 TELLING = re.compile(rb"\.a\.tar\.vesk-making-\w{6}|\.dest\.vesk-[a-z-]+-\w{6}")
 
 
@@ -44,7 +44,7 @@ class DiskCase(CommandLineTest):
         return words + ((b"--overwrite",) if old else ()) + options
 
     def is_new(self, verb):
-        """Whether the verb has done its work; what is there is whole in any case."""
+        """Whether the verb has done its work. Checks that the files are complete in any case."""
         if verb == "make":
             path = self.path(b"work/a.tar")
             found = self.read(b"work/a.tar") if os.path.lexists(path) else None
@@ -103,7 +103,7 @@ class FullDiskTest(DiskCase):
 
 @unittest.skipIf(is_instrumented(), "a sanitizer makes calls of its own, and no mistakes")
 class BrokenDiskTest(DiskCase):
-    """Each call that reads, writes, makes, renames or removes fails once."""
+    """Each call that reads, writes, creates, renames or removes fails once."""
 
     CALLS = ("openat,open,creat,read,write,writev,pread64,lseek,close,rename,renameat,renameat2,link,"
              "linkat,unlink,unlinkat,rmdir,mkdir,mkdirat,chmod,fchmod,fchmodat,fchown,ftruncate,"
@@ -115,7 +115,7 @@ class BrokenDiskTest(DiskCase):
         result = self.run_program("-f", "-o", trace, "-e", f"trace={self.CALLS}", PROGRAM, *words,
                                   program="strace")
         self.assertEqual(result.status, 0, result.err)
-        # Before the module is loaded, the system starts the program.
+        # The calls before the module is loaded belong to the start of the program.
         return itertools.dropwhile(lambda call: "libvesk_io_archives" not in call[2],
                                    traced_calls(self.read(b"trace")))
 
@@ -127,14 +127,14 @@ class BrokenDiskTest(DiskCase):
         else:
             self.assertIn(result.status, [1, 2, 3], result)
             self.assertRegex(result.err, rb"\Avesk-archive: .*\n(?:  .*\n){0,3}\Z")
-            # Only what comes after the renaming may fail in vain.
+            # Only a failure after the renaming may have no effect.
             self.assertTrue(not done or call in ["fsync", "syncfs", "openat", "close"], result)
         for name in self.left():
             self.assertTrue(TELLING.fullmatch(name), name)
             self.assertIn(call, ["unlink", "unlinkat", "rmdir", "openat", "getdents64", "newfstatat",
                                  "fchmod", "fchmodat", "close", "statx", "chmod", "lseek"])
 
-    def test_what_is_there_is_old_or_new_and_what_is_said_of_it_is_true(self):
+    def test_the_result_is_old_or_new_and_the_message_about_it_is_true(self):
         every = os.environ.get("VESK_DISK_ERRORS") == "all"
         turn = itertools.cycle(ERRORS)
         for verb, old in itertools.product(["make", "unpack"], [False, True]):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What vesk-archive does on signals and for lack of memory: nothing is left half done.
+"""What vesk-archive does on signals and without memory: nothing is left half done.
 
 Run by ctest, which names the files under test in the environment.
 """
@@ -25,7 +25,7 @@ UNTOUCHED = {"unpack": b"vesk-archive: interrupted; the destination is as it was
 
 REMOVABLE = b"' is left and can be removed unless another unpacking made it\n"
 
-# Those that end a process unless it does something about them, and that it can do something about.
+# Signals that end a process unless it handles them, and that it can handle.
 ENDING = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1,
           signal.SIGUSR2, signal.SIGALRM, signal.SIGXCPU, signal.SIGVTALRM, signal.SIGPROF,
           signal.SIGIO, signal.SIGPWR, 16, signal.SIGRTMIN, signal.SIGRTMIN + 7, signal.SIGRTMAX]
@@ -36,7 +36,7 @@ def no_core_file():
 
 
 def finish_waiting(process):
-    """What the program leaves behind that ends although its input does not."""
+    """The result of a program that ends although its input does not."""
     process.wait(PATIENCE)
     return finish(process)
 
@@ -72,7 +72,7 @@ class FaultAtEveryCallTest(SignalCase):
                 result = self.run_program(*words, env=environment(fault, call, **changes))
                 self.assertEqual(result, (status, b"", err))
                 self.assertEqual((read_tree(self.cwd), self.listing()), before)
-        # One call later there is nothing left to go wrong: every call has been tried.
+        # The run has no more calls: every one has been tried.
         result = self.run_program(*words, env=environment(fault, calls + 1))
         self.assertEqual(result.status, 0)
 
@@ -89,7 +89,7 @@ class FaultAtEveryCallTest(SignalCase):
     def test_a_signal_in_the_middle_of_making_leaves_the_old_archive(self):
         self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "2", -2, UNTOUCHED["make"])
 
-    def test_a_signal_is_heeded_where_no_thread_can_be_started(self):
+    def test_a_signal_is_handled_if_no_thread_can_be_started(self):
         self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, "2", -2, UNTOUCHED["make"],
                                     VESK_NO_THREADS="1")
         self.assert_nothing_is_left(self.UNPACK, UNPACKING_CALLS, "15", -15, UNTOUCHED["unpack"],
@@ -104,7 +104,7 @@ class FaultAtEveryCallTest(SignalCase):
             self.assert_nothing_is_left(self.MAKE, MAKING_CALLS, fault, 3, err)
 
     @unittest.skipIf(is_instrumented(), "a sanitizer has memory of its own")
-    def test_lack_of_memory_when_all_is_done_changes_no_status(self):
+    def test_lack_of_memory_after_the_work_changes_no_status(self):
         result = self.run_program(b"make", b"src", b"new.tar",
                                   env=environment("none", VESK_NO_MEMORY="1"))
         self.assertEqual(result, (0, b"", b""))
@@ -114,7 +114,7 @@ class FaultAtEveryCallTest(SignalCase):
 class InterruptionTest(SignalCase):
     """Which signals end the program, and how it ends by them."""
 
-    def test_every_signal_that_ends_a_process_is_heeded_and_ends_the_program_itself(self):
+    def test_every_signal_that_ends_a_process_is_handled_and_ends_the_program_itself(self):
         for verb, words, call in [("unpack", self.UNPACK, UNPACKING_CALLS),
                                   ("make", self.MAKE, MAKING_CALLS)]:
             for number in ENDING:
@@ -124,20 +124,20 @@ class InterruptionTest(SignalCase):
                     self.assertEqual(result, (-number, b"", UNTOUCHED[verb]))
                     self.assertEqual(self.listing(), [b"in.tar", b"src"])
 
-    def test_a_signal_from_another_process_is_heeded_at_the_next_host_call(self):
+    def test_a_signal_from_another_process_is_handled_at_the_next_host_call(self):
         process = self.waiting_unpack()
         self.assertEqual(len(self.listing()), 3, "a staging directory is being filled")
         send_and_await(process, signal.SIGINT)
         self.assertEqual(finish(process), (-signal.SIGINT, b"", UNTOUCHED["unpack"]))
         self.assertEqual(self.listing(), [b"in.tar", b"src"])
 
-    def test_what_another_unpacking_has_made_is_not_named_when_all_is_cleared_away(self):
+    def test_another_unpacking_s_directory_is_not_named_after_a_complete_cleanup(self):
         process = self.waiting_unpack()
         os.mkdir(self.path(b".dest.vesk-unpacking-new-other1"))
         send_and_await(process, signal.SIGINT)
         self.assertEqual(finish(process), (-signal.SIGINT, b"", UNTOUCHED["unpack"]))
 
-    def test_a_signal_after_the_last_look_for_one_ends_the_program_at_once(self):
+    def test_a_signal_after_the_last_check_for_one_ends_the_program_at_once(self):
         for words in [self.MAKE, self.UNPACK]:
             with self.subTest(words=words):
                 process = start(words + (b"--quiet",), self.cwd,
@@ -147,7 +147,7 @@ class InterruptionTest(SignalCase):
                 self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
                 self.assertEqual(finish(process).err, b"")
 
-    def test_a_second_signal_ends_the_program_at_once_and_what_it_leaves_is_named(self):
+    def test_a_second_signal_ends_the_program_at_once_and_its_leftovers_are_named(self):
         for first, second in [(signal.SIGINT, signal.SIGINT), (signal.SIGTERM, signal.SIGINT),
                               (signal.SIGINT, signal.SIGALRM), (signal.SIGINT, signal.SIGRTMAX)]:
             with self.subTest(first=first, second=second):
@@ -163,7 +163,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(err, beginning + b"; '" + left[0] + REMOVABLE)
         shutil.rmtree(self.path(left[0]))
 
-    def test_a_program_that_is_held_up_ends_all_the_same_and_what_it_leaves_is_named(self):
+    def test_a_signal_ends_a_blocked_program_and_its_leftovers_are_named(self):
         stale = b".dest.vesk-unpacking-new-stale1"
         others = [b".destiny.vesk-unpacking-new-other1", b".des.vesk-unpacking-new-other2",
                   b"dest.vesk-unpacking-new-other3", b"xdest.vesk-unpacking-new-other4",
@@ -182,13 +182,13 @@ class InterruptionTest(SignalCase):
                 os.rename(self.path(b"stale"), self.path(stale))
                 time.sleep(0.05)
 
-    def test_where_no_timer_can_be_had_the_first_signal_ends_the_program_at_once(self):
+    def test_without_a_timer_the_first_signal_ends_the_program_at_once(self):
         process = self.waiting_unpack(VESK_NO_TIMER="1")
         process.send_signal(signal.SIGTERM)
         self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
         self.assert_the_left_over_is_named(finish(process).err)
 
-    def test_a_left_over_is_named_by_its_path_and_as_a_terminal_can_show_it(self):
+    def test_a_leftover_is_named_by_its_path_escaped_for_a_terminal(self):
         for dest, shown in [(b"new\xff/d\x1b", rb"new\\377/\.d\\033"),
                             (b"new/\xc3\xa4\n", b"new/\\.\xc3\xa4\\\\012"),
                             (b"new/" + b"l\xff" * 125, rb"new/\.(l\\377){100,125}")]:
@@ -208,7 +208,7 @@ class InterruptionTest(SignalCase):
                                  rb"\.vesk-unpacking-[\w-]+" + REMOVABLE[:-1] + rb"\r\n\Z")
                 shutil.rmtree(self.path(os.path.dirname(dest)))
 
-    def test_a_left_over_with_a_name_that_is_cut_to_little_is_named(self):
+    def test_a_leftover_whose_name_is_cut_very_short_is_named(self):
         for dest in [b"\x80" * 240, b"ab" + b"\x80" * 238]:
             with self.subTest(dest=dest):
                 process = self.waiting((b"unpack", b"in.tar", dest), UNPACKING_CALLS,
@@ -223,7 +223,7 @@ class InterruptionTest(SignalCase):
                 shutil.rmtree(self.path(left))
                 os.rmdir(self.path(other))
 
-    def test_where_the_directory_cannot_be_read_something_may_be_left(self):
+    def test_if_the_directory_cannot_be_read_something_may_be_left(self):
         os.mkdir(self.path(b"closed"))
         os.chmod(self.cwd, 0o755)
         os.chmod(self.path(b"closed"), 0o333)
@@ -259,7 +259,7 @@ class InterruptionTest(SignalCase):
                 self.assertEqual(finish(process), (-number, b"", UNTOUCHED[verb]))
                 self.assertEqual(self.listing(), [b"fifo.tar", b"in.tar", b"src"])
 
-    def test_making_that_is_held_up_leaves_nothing(self):
+    def test_a_blocked_making_leaves_nothing(self):
         process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
         self.assertEqual(len(self.listing()), 3, "the archive's file is there")
         before = self.read(b"in.tar")
@@ -267,7 +267,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
         self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
 
-    def test_a_file_of_making_that_cannot_be_removed_is_named(self):
+    def test_an_unfinished_archive_that_cannot_be_removed_is_named(self):
         process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
         [hidden] = [name for name in self.listing() if b"vesk-making" in name]
         os.remove(self.path(hidden))
@@ -276,7 +276,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish_waiting(process).err,
                          b"vesk-archive: interrupted; '" + hidden + b"' is left and can be removed\n")
 
-    def test_a_file_of_making_is_named_as_a_terminal_can_show_it(self):
+    def test_an_unfinished_archive_is_named_escaped_for_a_terminal(self):
         terminal, program_end = pty.openpty()
         self.addCleanup(os.close, terminal)
         process = start((b"make", b"src", b"n\x1b\n.tar"), self.cwd,
@@ -292,8 +292,8 @@ class InterruptionTest(SignalCase):
         self.assertRegex(os.read(terminal, 4096), rb"\Avesk-archive: interrupted; '\.n\\033\\012\.tar"
                          rb"\.vesk-making-\w{6}' is left and can be removed\r\n\Z")
 
-    def test_an_archive_that_is_in_its_place_is_not_said_to_be_missing(self):
-        """As between the renaming and the end, on a system that is slow to say that it is done."""
+    def test_an_archive_in_its_place_is_not_reported_as_missing(self):
+        """The renaming is done, but the system is slow to report it."""
         process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
         [hidden] = [name for name in self.listing() if b"vesk-making" in name]
         os.rename(self.path(hidden), self.path(b"in.tar"))
@@ -301,7 +301,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish_waiting(process).err,
                          b"vesk-archive: interrupted; the archive was written\n")
 
-    def test_the_end_is_told_once(self):
+    def test_the_end_is_reported_once(self):
         for words in [self.MAKE, self.UNPACK, (b"make", b"none", b"new.tar")]:
             with self.subTest(words=words):
                 process = start(words, self.cwd, environment("none", VESK_PATIENCE="ordinary",
@@ -314,7 +314,7 @@ class InterruptionTest(SignalCase):
                 self.assertNotIn(b"interrupted", result.err)
 
     def full_pipe(self):
-        """The writing end of a pipe that takes no more."""
+        """The writing end of a full pipe."""
         reading, writing = os.pipe()
         self.addCleanup(os.close, reading)
         fcntl.fcntl(writing, fcntl.F_SETFL, os.O_NONBLOCK)
@@ -324,7 +324,7 @@ class InterruptionTest(SignalCase):
         fcntl.fcntl(writing, fcntl.F_SETFL, 0)
         return writing
 
-    def test_a_standard_error_that_takes_nothing_keeps_no_program_alive(self):
+    def test_a_full_pipe_as_standard_error_keeps_no_program_alive(self):
         writing = self.full_pipe()
         process = start(self.UNPACK, self.cwd, stderr=writing)
         wait_until(lambda: os.path.exists(self.path(b"dest")))
@@ -338,7 +338,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(process.wait(PATIENCE), -signal.SIGTERM)
         finish(process)
 
-    def test_what_is_left_is_told_by_what_has_become_of_the_destination(self):
+    def test_leftovers_are_reported_according_to_the_state_of_the_destination(self):
         removable = "can be removed unless another unpacking made it"
         precious = "may hold the old destination"
         rows = [(False, lambda dest: None, "", removable),
@@ -360,7 +360,7 @@ class InterruptionTest(SignalCase):
                                  rf"\Avesk-archive: interrupted{done}; '\.dest\.vesk-[\w-]+' "
                                  rf"is left and {left}\n\Z")
 
-    def test_where_nothing_is_left_beside_a_new_destination_it_is_not_said_to_be_as_it_was(self):
+    def test_a_new_destination_without_leftovers_is_not_reported_as_unchanged(self):
         process = self.waiting_unpack(VESK_PATIENCE="ordinary")
         [staging] = [name for name in self.listing() if name.startswith(b".dest.vesk-")]
         os.rename(self.path(staging), self.path(b"dest"))
@@ -368,7 +368,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(finish_waiting(process).err,
                          b"vesk-archive: interrupted; the archive was unpacked\n")
 
-    def test_a_left_over_is_named_beside_what_a_link_leads_to(self):
+    def test_a_leftover_beside_the_target_of_a_link_is_named(self):
         self.write(b"there/real/old")
         os.symlink(b"there/real", self.path(b"dest"))
         process = self.waiting_unpack(VESK_PATIENCE="ordinary")
@@ -378,8 +378,8 @@ class InterruptionTest(SignalCase):
         self.assertEqual(said, b"vesk-archive: interrupted; '" +
                          os.path.join(os.path.realpath(self.cwd), b"there", left) + REMOVABLE)
 
-    def test_the_thread_that_works_receives_no_signals(self):
-        """So that no long read of its own can hold them up."""
+    def test_the_working_thread_receives_no_signals(self):
+        """So its own long reads cannot delay them."""
         process = self.waiting_unpack()
         blocked = int(status_line(process, "SigBlk"), 16)
         for number in ENDING:
@@ -410,7 +410,7 @@ class InterruptionTest(SignalCase):
                                           env=environment(str(int(sent)), UNPACKING_CALLS))
                 self.assertEqual(result, (-sent, b"", UNTOUCHED["unpack"]))
 
-    def test_ignored_alarms_do_not_keep_a_held_up_program_alive(self):
+    def test_ignored_alarms_do_not_keep_a_blocked_program_alive(self):
         process = start(self.UNPACK, self.cwd,
                         environment("wait", UNPACKING_CALLS, VESK_PATIENCE="ordinary"),
                         preexec_fn=lambda: signal.signal(signal.SIGALRM, signal.SIG_IGN))
@@ -426,7 +426,7 @@ class InterruptionTest(SignalCase):
         self.assert_raised(result, b"Cannot finalize archive")
 
 
-    def test_a_signal_that_comes_when_all_is_done_ends_the_program_after_it_has_said_so(self):
+    def test_a_signal_after_the_work_ends_the_program_after_its_summary(self):
         said = rb"\A(made in\.tar|unpacked in\.tar to dest): 2 entries, \d+ bytes" + SUMMARY + rb"\Z"
         for words, call in [(self.MAKE, "/^rename"), (self.UNPACK, "/^rename")]:
             with self.subTest(words=words):
@@ -446,7 +446,7 @@ class InterruptionTest(SignalCase):
         self.assertEqual(result, (-signal.SIGTERM, b"", UNTOUCHED["make"]))
         self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
 
-    def test_a_signal_to_the_working_thread_alone_is_heeded(self):
+    def test_a_signal_to_the_working_thread_alone_is_handled(self):
         result = self.run_program("-f", "-o", "/dev/null", "-e",
                                   "inject=getdents64:signal=SIGTERM:when=1", PROGRAM, *self.MAKE,
                                   program="strace")
@@ -454,7 +454,7 @@ class InterruptionTest(SignalCase):
 
 
 class RenamedDirectoryTest(SignalCase):
-    def test_an_archive_whose_directory_was_renamed_is_not_said_to_be_written(self):
+    def test_an_archive_whose_directory_was_renamed_is_not_reported_as_written(self):
         os.mkdir(self.path(b"out"))
         process = self.waiting((b"make", b"src", b"out/new.tar"), MAKING_CALLS)
         os.rename(self.path(b"out"), self.path(b"renamed"))
@@ -463,7 +463,7 @@ class RenamedDirectoryTest(SignalCase):
 
 
 class AnyMomentTest(SignalCase):
-    """Every signal at moments chosen by chance, as VESK_SIGNAL_MOMENTS says how many; else at 2."""
+    """Every signal at random moments: VESK_SIGNAL_MOMENTS sets how many; 2 by default."""
 
     MOMENTS = int(os.environ.get("VESK_SIGNAL_MOMENTS", "2"))
     FILES = {b"%03d" % number: b"x" * 2000 for number in range(300)}
@@ -482,7 +482,7 @@ class AnyMomentTest(SignalCase):
             self.write(b"work/dest/old", b"old")
 
     def judge(self, process, number, old):
-        """Old or new, whole, and nothing beside it but what is named."""
+        """Old or new, complete, and nothing beside it that is not named."""
         result = finish(process)
         self.assertIn(result.status, [0, -number])
         archive = self.read(b"work/a.tar") if os.path.exists(self.path(b"work/a.tar")) else None
@@ -500,7 +500,7 @@ class AnyMomentTest(SignalCase):
         else:
             self.assertIn(result.err, UNTOUCHED.values())
 
-    def test_old_or_new_and_ended_by_that_signal(self):
+    def test_the_result_is_old_or_new_and_the_program_ends_by_that_signal(self):
         for words in [(b"make", b"many", b"work/a.tar"), (b"unpack", b"many.tar", b"work/dest")]:
             self.prepare(False)
             beginning = time.monotonic()
@@ -518,7 +518,7 @@ class AnyMomentTest(SignalCase):
 
 
 class ShellTest(SignalCase):
-    """A loop of a shell on a terminal, from which Ctrl-C is typed."""
+    """A shell loop on a terminal on which Ctrl-C is typed."""
 
     LOOP = 'for number in 1 2 3; do "$0" unpack --overwrite in.tar dest; echo "[$?]"; done; echo end'
 

@@ -20,12 +20,12 @@ from program_case import *
 MOMENTS = int(os.environ.get("VESK_KILL_MOMENTS", "50"))
 MOST_ROUNDS = 20
 
-# As on a file system that can neither exchange two names nor rename without replacing.
+# A file system that can neither exchange two names nor rename without replacing.
 REFUSED = ("-e", "inject=renameat2:error=EINVAL")
 
 
 class KillCase(CommandLineTest):
-    """A verb that puts `target` in its place below the directory work."""
+    """A verb that creates `target` below the directory work."""
 
     parent = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
 
@@ -43,7 +43,7 @@ class KillCase(CommandLineTest):
         return self.words + ((b"--overwrite",) if old else ())
 
     def found(self):
-        """Which of the whole ones there is: "old", "new", or "nothing"."""
+        """Which complete one exists: "old", "new" or "nothing"."""
         if not os.path.lexists(self.path(self.target)):
             return "nothing"
         found = self.read_target(self.target)
@@ -54,7 +54,7 @@ class KillCase(CommandLineTest):
         return set(os.listdir(self.path(b"work"))) - {os.path.basename(self.target)}
 
     def judge(self, old, options):
-        """Looks at what a killed run has left, and at the run after it."""
+        """Checks what a killed run has left, and the run after it."""
         found, left = self.found(), self.left()
         self.assertIn(found, ["new", "old" if old else "nothing", *self.in_between(old, options)])
         self.assertLessEqual(len(left), self.most_left)
@@ -82,11 +82,11 @@ class KillCase(CommandLineTest):
         self.assertGreater(len(calls), 100)
         # The first half is the start of the program, the same with and without exchanges.
         for name, number in calls[len(calls) // 2 if options else 0:]:
-            # What is refused has no effect, so that a kill there is one before the call after it.
+            # A refused call has no effect, so a kill there is one before the next call.
             if options and name == "renameat2":
                 continue
             with self.subTest(old=old, options=options, call=name, number=number):
-                # Only what is traced can be refused.
+                # Only traced calls can be refused.
                 status = self.trace(old, "-e", f"trace={name},renameat2", *options,
                                     "-e", f"inject={name}:signal=SIGKILL:when={number}")
                 # The number of calls may differ by one or two from run to run.
@@ -120,8 +120,8 @@ class KillCase(CommandLineTest):
                 self.judge(old, ())
         self.tell(f"{MOMENTS} moments")
 
-    # How long a run takes changes with what else the machine does, so the moments are spread anew
-    # until some have lain in the work and some after its end. One round nearly always does.
+    # The duration of a run varies with the load of the machine. So new moments are chosen until some
+    # were during the work and some after its end. One round is nearly always enough.
     def kill_until_seen(self, old):
         for _ in range(MOST_ROUNDS):
             self.kill_at_moments(old)
@@ -164,17 +164,17 @@ class Making(KillCase):
     def test_killed_at_every_system_call_of_replacing(self):
         self.sweep(True)
 
-    def test_killed_at_every_system_call_of_making_anew(self):
+    def test_killed_at_every_system_call_of_making_a_new_archive(self):
         self.sweep(False)
 
-    def test_killed_at_every_system_call_of_making_anew_by_linking(self):
+    def test_killed_at_every_system_call_of_making_a_new_archive_by_linking(self):
         self.sweep(False, *REFUSED)
 
     def test_killed_at_any_time_of_replacing(self):
         self.make_input(500)
         self.kill_until_seen(True)
 
-    def test_killed_at_any_time_of_making_anew(self):
+    def test_killed_at_any_time_of_making_a_new_archive(self):
         self.make_input(500)
         self.kill_until_seen(False)
 
@@ -198,7 +198,7 @@ class Unpacking(KillCase):
         return read_tree(self.path(name))
 
     def in_between(self, old, options):
-        """Between two renames, which stand in for an exchange, there is no tree."""
+        """Between the two renames that replace an exchange there is no tree."""
         return ["nothing"] if old and options else []
 
     def test_killed_at_every_system_call_of_replacing_by_exchange(self):
@@ -207,17 +207,17 @@ class Unpacking(KillCase):
     def test_killed_at_every_system_call_of_replacing_by_two_renames(self):
         self.sweep(True, *REFUSED)
 
-    def test_killed_at_every_system_call_of_unpacking_anew(self):
+    def test_killed_at_every_system_call_of_unpacking_a_new_tree(self):
         self.sweep(False)
 
-    def test_killed_at_every_system_call_of_unpacking_anew_by_plain_rename(self):
+    def test_killed_at_every_system_call_of_unpacking_a_new_tree_by_plain_rename(self):
         self.sweep(False, *REFUSED)
 
     def test_killed_at_any_time_of_replacing(self):
         self.make_input(200)
         self.kill_until_seen(True)
 
-    def test_killed_at_any_time_of_unpacking_anew(self):
+    def test_killed_at_any_time_of_unpacking_a_new_tree(self):
         self.make_input(200)
         self.kill_until_seen(False)
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What vesk-archive make promises of its archive: it is whole or it is not there.
+"""What vesk-archive make promises: its archive is complete or does not exist.
 
 Run by ctest, which names the files under test in the environment.
 """
@@ -31,7 +31,7 @@ class MakingCase(CommandLineTest):
         self.made = self.contents_of_new_archive()
 
     def contents_of_new_archive(self, source=b"src"):
-        """The bytes of the source's archive, made where nothing is in the way."""
+        """The bytes of the source's archive, made at an unused path."""
         with tempfile.TemporaryDirectory() as directory:
             archive = os.path.join(os.fsencode(directory), b"x.tar")
             self.assertEqual(self.run_program(b"make", source, archive).status, 0)
@@ -49,7 +49,7 @@ class MakingCase(CommandLineTest):
         self.assert_raised(result, message)
 
     def waiting(self, *words, call=MAKING_CALLS, **options):
-        """The program, waiting at that host call: the last one is right before the writing."""
+        """The program, waiting at that host call. The last call comes right before the writing."""
         process = start((b"make", *words), self.cwd, environment("wait", call), **options)
         self.assertEqual(process.stdout.read(1), b".")
         return process
@@ -66,7 +66,7 @@ def as_ordinary_user():
 
 
 class MessagesTest(MakingCase):
-    """The module's checks come out as if it were called on the name itself."""
+    """The module's checks give the same result as for the name itself."""
 
     EXISTS, CREATE = b"Archive already exists", b"Cannot create archive"
     INSPECT, PARENT = b"Cannot inspect archive destination", b"Cannot create archive parent directory"
@@ -119,7 +119,7 @@ class MessagesTest(MakingCase):
     ]
 
     def snapshot(self):
-        """What is there, with what tells a file from another in its place and from its past."""
+        """The files, with the data that shows whether one was replaced or changed."""
         found = []
         for directory, _, files in os.walk(self.cwd):
             found.append(directory)
@@ -128,7 +128,7 @@ class MessagesTest(MakingCase):
                 found.append((name, status.st_ino, status.st_size, status.st_mtime_ns))
         return sorted(found, key=repr)
 
-    def test_the_first_check_that_fails_has_the_word_and_nothing_is_changed(self):
+    def test_the_first_check_that_fails_gives_the_message_and_nothing_is_changed(self):
         before = self.snapshot()
         for source, archive, options, message in self.ROWS:
             with self.subTest(source=source, archive=archive, options=options):
@@ -138,10 +138,10 @@ class MessagesTest(MakingCase):
     def test_a_name_with_a_slash_at_its_end_cannot_be_created(self):
         self.assert_fails(self.CREATE, b"src", b"new.tar/", b"--format=tar")
 
-    def test_a_directory_that_cannot_be_made_below_others_is_told_before_a_missing_source(self):
+    def test_a_nested_directory_that_cannot_be_created_is_reported_before_a_missing_source(self):
         self.assert_fails(self.PARENT, b"none", b"a/" + b"x" * 256 + b"/x.tar")
 
-    def test_a_source_that_comes_there_meanwhile_leaves_no_archive_in_another_place(self):
+    def test_a_source_that_appears_meanwhile_leaves_no_archive_in_another_place(self):
         process = self.waiting(b"late", b"a/new.tar", call=2)
         self.write_tree(b"late", TWO_FILES)
         self.assert_raised(finish(process), b"Cannot finalize archive")
@@ -156,7 +156,7 @@ class MessagesTest(MakingCase):
 class ParentsTest(MakingCase):
     """The missing directories on the way to the archive."""
 
-    def test_directories_that_were_made_for_nothing_are_removed(self):
+    def test_created_directories_are_removed_after_a_failure(self):
         os.symlink(b"nowhere", self.path(b"src/dangling"))
         os.mkdir(self.path(b"there"))
         for archive in [b"new/deep/o.tar", b"there/new/deep/o.tar", b"new/../other/o.tar",
@@ -166,27 +166,27 @@ class ParentsTest(MakingCase):
                 self.assertEqual(self.listing(), [b"src", b"there"])
                 self.assertEqual(os.listdir(self.path(b"there")), [])
 
-    def test_directories_that_were_made_are_removed_when_a_signal_ends_the_making(self):
+    def test_created_directories_are_removed_when_a_signal_ends_the_making(self):
         result = self.make(b"src", b"new/deep/o.tar",
                            env=environment(str(int(signal.SIGTERM)), MAKING_CALLS))
         self.assertEqual(result.status, -signal.SIGTERM)
         self.assertEqual(self.listing(), [b"src"])
 
-    def test_directories_that_hold_anything_else_by_then_stay(self):
+    def test_created_directories_that_are_not_empty_stay(self):
         process = self.waiting(b"src", b"new/deep/o.tar", call=4)
         self.write(b"new/other")
         os.remove(self.path(b"src/sub/b"))
         self.assertEqual(finish(process).status, 1)
         self.assertEqual(os.listdir(self.path(b"new")), [b"other"])
 
-    def test_directories_that_hold_nothing_go_where_others_on_the_way_stay(self):
+    def test_empty_created_directories_are_removed_even_if_others_above_stay(self):
         process = self.waiting(b"src", b"new/../other/o.tar", call=4)
         self.write(b"other/file")
         os.remove(self.path(b"src/sub/b"))
         self.assertEqual(finish(process).status, 1)
         self.assertEqual(self.listing(), [b"other", b"src"])
 
-    def test_directories_that_somebody_has_put_in_their_place_stay(self):
+    def test_directories_that_replaced_the_created_ones_stay(self):
         process = self.waiting(b"src", b"new/deep/o.tar", call=4)
         os.makedirs(self.path(b"elsewhere/deep"))
         os.rename(self.path(b"new"), self.path(b"taken"))
@@ -199,7 +199,7 @@ class ParentsTest(MakingCase):
 class FileTest(MakingCase):
     """The file in which the archive is made."""
 
-    def test_it_has_a_telling_name_and_is_not_there_before_the_entries_have_been_collected(self):
+    def test_it_has_a_telling_name_and_is_created_after_the_entries_have_been_collected(self):
         for name in [b"new.tar", b"n\xff\n.tar", b"x" * 251 + b".tar"]:
             shown = re.escape(name if len(name) < 200 else name[:235])
             for call, pattern in [(3, None), (4, MAKING % shown), (MAKING_CALLS, MAKING % shown)]:
@@ -221,7 +221,7 @@ class FileTest(MakingCase):
         self.assertRegex(hidden.decode(), "\\A.xx\u4e2d{77}.vesk-making-")
         self.assertEqual(finish(process).status, 0)
 
-    def test_a_path_as_long_as_the_system_takes_is_used(self):
+    def test_a_path_of_the_greatest_length_is_used(self):
         path = (b"d" * 203 + b"/") * 20 + b"x" * 11 + b".tar"
         self.assertEqual(len(path), 4095)
         self.write_deep(os.path.dirname(path))
@@ -256,7 +256,7 @@ class FileTest(MakingCase):
         with tarfile.open(os.fsdecode(self.path(b"src/a.tar"))) as made:
             self.assertEqual(made.getnames(), ["a"])
 
-    def test_what_somebody_has_put_there_before_is_neither_written_nor_removed(self):
+    def test_a_file_that_exists_at_its_path_is_neither_written_nor_removed(self):
         self.write(b"victim", b"old")
         name = b".new.tar.vesk-making-aaaaaa"
         env = environment("none", VESK_NO_CHANCE="1")
@@ -270,7 +270,7 @@ class FileTest(MakingCase):
             os.remove(self.path(name))
         self.assert_makes(b"src", b"new.tar", env=env)
 
-    def test_a_directory_that_lets_nobody_write_at_first_gets_the_archive(self):
+    def test_a_directory_that_becomes_writable_meanwhile_gets_the_archive(self):
         os.mkdir(self.path(b"closed"), 0o555)
         process = self.waiting(b"src", b"closed/new.tar", preexec_fn=as_ordinary_user)
         self.assertEqual(os.listdir(self.path(b"closed")), [])
@@ -279,8 +279,8 @@ class FileTest(MakingCase):
         self.assertEqual(os.listdir(self.path(b"closed")), [b"new.tar"])
         self.assertEqual(self.read(b"closed/new.tar"), self.made)
 
-    def test_a_file_that_somebody_else_has_put_there_is_neither_written_nor_removed(self):
-        """Nobody can know the name before; one who sees the file itself may replace it."""
+    def test_a_file_that_somebody_else_put_in_its_place_is_neither_written_nor_removed(self):
+        """Nobody can know the name in advance; whoever sees the file may replace it."""
         process = self.waiting(b"src", b"new.tar")
         [hidden] = [name for name in self.listing() if b"vesk-making" in name]
         os.remove(self.path(hidden))
@@ -290,12 +290,12 @@ class FileTest(MakingCase):
 
 
 class PlaceTest(MakingCase):
-    """What becomes of what is at the archive's path."""
+    """What happens to the file at the archive's path."""
 
-    # Each way to rename without replacing, where the better ones are refused.
+    # Each way to rename without replacing, with the better ones refused.
     SYSTEMS = [{}, {"VESK_NO_RENAMEAT2": "1"}, {"VESK_NO_RENAMEAT2": "1", "VESK_NO_LINK": "1"}]
 
-    def test_what_comes_there_meanwhile_is_never_overwritten_unless_that_is_allowed(self):
+    def test_a_file_that_appears_meanwhile_is_never_overwritten_unless_that_is_allowed(self):
         for changes in self.SYSTEMS:
             with self.subTest(changes=changes):
                 process = start((b"make", b"src", b"new.tar"), self.cwd,
@@ -322,7 +322,7 @@ class PlaceTest(MakingCase):
                       b"the archive and can be removed\n", result.err)
         self.assertEqual(self.read(b"new.tar"), self.made)
 
-    def test_a_link_that_comes_there_meanwhile_counts_too(self):
+    def test_a_link_that_appears_meanwhile_is_not_overwritten_either(self):
         for changes in self.SYSTEMS:
             process = start((b"make", b"src", b"new.tar"), self.cwd,
                             environment("wait", MAKING_CALLS, **changes))
@@ -341,7 +341,7 @@ class PlaceTest(MakingCase):
             self.assertFalse(os.path.isfile(self.path(b"new.tar")))
             subprocess.run(["rm", "-r", self.path(b"new.tar")], check=True)
 
-    def test_what_was_in_the_way_and_is_gone_does_not_let_the_module_write_there(self):
+    def test_the_module_does_not_write_where_an_obstacle_was_found_and_is_gone(self):
         os.mkdir(self.path(b"dir.tar"))
         process = self.waiting(b"src", b"dir.tar", b"--overwrite")
         os.rmdir(self.path(b"dir.tar"))
@@ -349,14 +349,14 @@ class PlaceTest(MakingCase):
         self.assert_raised(finish(process), b"Cannot create archive")
         self.assertEqual(self.read(b"dir.tar"), b"meanwhile")
 
-    def test_a_file_that_comes_there_meanwhile_may_be_overwritten_where_that_is_allowed(self):
+    def test_a_file_that_appears_meanwhile_is_overwritten_if_that_is_allowed(self):
         process = self.waiting(b"src", b"new.tar", b"--overwrite")
         self.write(b"new.tar", b"meanwhile")
         os.chmod(self.path(b"new.tar"), 0o640)
         self.assertEqual(finish(process).status, 0)
         self.assertEqual((self.read(b"new.tar"), self.mode(b"new.tar")), (self.made, 0o640))
 
-    def test_a_file_that_comes_there_at_the_last_moment_is_overwritten_only_where_that_is_allowed(self):
+    def test_a_file_that_appears_at_the_last_moment_is_overwritten_only_if_that_is_allowed(self):
         env = environment("none", VESK_MEANWHILE="1")
         self.assert_fails(b"Archive already exists", b"src", b"new.tar", env=env)
         self.assertEqual(self.read(b"new.tar"), b"")
@@ -379,7 +379,7 @@ class PlaceTest(MakingCase):
             self.assertEqual(self.listing(), [b"new.tar", b"src"])
             os.remove(self.path(b"new.tar"))
 
-    def test_the_old_archive_is_there_whole_until_the_new_one_is(self):
+    def test_the_old_archive_stays_complete_until_the_new_one_replaces_it(self):
         self.write(b"old.tar", b"old")
         os.link(self.path(b"old.tar"), self.path(b"other"))
         process = self.waiting(b"src", b"old.tar", b"--overwrite")
@@ -414,14 +414,14 @@ class RightsTest(MakingCase):
                 self.assertEqual(oct(self.mode(b"new.tar")), oct(mode))
                 os.remove(self.path(b"new.tar"))
 
-    def test_it_has_the_ordinary_mode_also_if_what_it_was_to_replace_is_gone(self):
+    def test_it_has_the_ordinary_mode_even_if_the_file_to_replace_is_gone(self):
         self.write(b"old.tar", b"old")
         process = self.waiting(b"src", b"old.tar", b"--overwrite", umask=0o027)
         os.remove(self.path(b"old.tar"))
         self.assertEqual(finish(process).status, 0)
         self.assertEqual(oct(self.mode(b"old.tar")), oct(0o640))
 
-    def test_the_mode_of_a_replaced_archive_is_kept_and_nobody_reads_before(self):
+    def test_the_mode_of_a_replaced_archive_is_kept_and_nobody_can_read_it_earlier(self):
         for mode in [0o600, 0o666, 0o644, 0o4755]:
             with self.subTest(mode=oct(mode)):
                 self.write(b"old.tar", b"old")
@@ -434,8 +434,8 @@ class RightsTest(MakingCase):
                 self.assertEqual(self.read(b"old.tar"), self.made)
 
     @unittest.skipIf(is_instrumented(), "a sanitizer writes of its own")
-    def test_others_cannot_open_the_file_at_any_moment_where_an_archive_is_replaced(self):
-        """The last file that is created is the one that is written."""
+    def test_others_can_never_open_the_file_that_replaces_an_archive(self):
+        """Of the created files, the last one is written to."""
         for umask in [0, 0o022, 0o277]:
             with self.subTest(umask=oct(umask)):
                 self.write(b"old.tar", b"old")
@@ -452,7 +452,7 @@ class RightsTest(MakingCase):
                 self.assertNotRegex(before, r"\bwritev?\(")
                 self.assertEqual(set(re.findall(r"chmod\(.*?, (0\d*)", after)) - {"0600"}, set())
 
-    def test_a_mode_that_cannot_be_given_or_learnt_leaves_the_old_archive(self):
+    def test_a_mode_that_cannot_be_set_or_read_leaves_the_old_archive(self):
         self.write(b"old.tar", b"old")
         os.chmod(self.path(b"old.tar"), 0o644)
         for fault, words in [("VESK_NO_FCHMOD", (b"src", b"old.tar", b"--overwrite")),
@@ -463,7 +463,7 @@ class RightsTest(MakingCase):
                 self.assertEqual(self.listing(), [b"old.tar", b"src"])
                 self.assertEqual((self.read(b"old.tar"), self.mode(b"old.tar")), (b"old", 0o644))
 
-    def test_a_system_that_cannot_change_modes_need_not_if_the_mode_is_right(self):
+    def test_making_succeeds_without_changing_modes_if_the_mode_is_right(self):
         env = environment("none", VESK_NO_FCHMOD="1")
         self.write(b"old.tar", b"old")
         os.chmod(self.path(b"old.tar"), 0o600)
@@ -494,7 +494,7 @@ class RightsTest(MakingCase):
 
 
 class LinkTest(MakingCase):
-    def test_a_link_stays_and_what_it_names_is_replaced_or_created(self):
+    def test_a_link_stays_and_its_target_is_replaced_or_created(self):
         self.write(b"there/old.tar", b"old")
         os.symlink(b"there/old.tar", self.path(b"link.tar"))
         os.symlink(self.path(b"link.tar"), self.path(b"second.tar"))
@@ -513,7 +513,7 @@ class LinkTest(MakingCase):
                 self.write(b"there/old.tar", b"old")
 
     @unittest.skipUnless(IS_ROOT, "links are given to others by root alone")
-    def test_another_user_s_link_where_everybody_may_put_one_is_not_followed(self):
+    def test_another_user_s_link_in_a_directory_for_everybody_is_not_followed(self):
         os.mkdir(self.path(b"shared"))
         self.write(b"victim", b"old")
         os.symlink(b"../victim", self.path(b"shared/out.tar"))
@@ -528,7 +528,7 @@ class LinkTest(MakingCase):
             with self.subTest(name=name):
                 result = self.make(b"src", name, *options)
                 self.assertEqual(result.status, 1)
-                # Where the kernel itself follows no such link, not even a look is possible.
+                # If the kernel itself does not follow such links, stat fails, too.
                 self.assertRegex(result.err, b"Cannot (create archive|inspect archive destination)\n")
                 self.assertEqual(self.read(b"victim"), b"old")
                 self.assertFalse(os.path.exists(self.path(b"new")))
@@ -536,7 +536,7 @@ class LinkTest(MakingCase):
         for name, options in rows:
             self.assert_makes(b"src", name, *options)
         os.chmod(self.path(b"shared"), 0o1777)
-        # One's own link is followed, and that of the directory's owner.
+        # The user's own link is followed, and that of the directory's owner.
         for directory, link in [(0, 0), (SOMEBODY, 0), (NOBODY, NOBODY)]:
             os.chown(self.path(b"shared"), directory, directory)
             os.chown(self.path(b"shared/out.tar"), link, link, follow_symlinks=False)
@@ -544,7 +544,7 @@ class LinkTest(MakingCase):
 
 
 class DirectTest(MakingCase):
-    """What is no regular file is written directly."""
+    """An existing file that is not regular is written directly."""
 
     def test_a_fifo_is_written_to(self):
         os.mkfifo(self.path(b"fifo.tar"))
@@ -568,7 +568,7 @@ class DirectTest(MakingCase):
 
 
 class SystemCallTest(MakingCase):
-    """What only the system calls show: what is synced, and that nothing is removed for nothing."""
+    """What only the system calls show: what is synced, and that nothing is removed needlessly."""
 
     def calls(self, *words):
         trace = self.path(b"trace")
@@ -590,7 +590,7 @@ class SystemCallTest(MakingCase):
             self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
             self.assertEqual(len(calls), 3)
 
-    def test_a_file_system_that_has_nothing_to_sync_of_a_directory_is_no_failure(self):
+    def test_a_file_system_that_cannot_sync_directories_is_no_failure(self):
         for error, status in [("EINVAL", 0), ("EIO", 1)]:
             with self.subTest(error=error):
                 result = self.run_program("-f", "-o", "/dev/null", "-e",
@@ -616,7 +616,7 @@ class SystemCallTest(MakingCase):
                                       env=environment("none", VESK_SHOW_SYNC="1"))
             self.assertEqual((result.status, result.out[:4]), (0, asked))
 
-    def test_nothing_is_synced_unless_that_is_asked_for(self):
+    def test_nothing_is_synced_unless_requested(self):
         calls = self.calls(b"make", b"src", b"a.tar")
         self.assertRegex(" ".join(calls), r"\Arenameat2\([^)]*\) = 0\Z")
 

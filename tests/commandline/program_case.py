@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the tests of vesk-archive share: running it, and an empty directory for every test.
+"""Shared by the tests of vesk-archive: running it, and an empty directory for every test.
 
 ctest names the files under test in the environment. All names are bytes: the program promises
 nothing about their encoding.
@@ -39,7 +39,7 @@ SUMMARY = rb", \d+\.\d\d s\n"
 
 
 def environment(fault=None, call=1, **changes):
-    """The test's environment; with a fault, the host call of that number goes wrong."""
+    """The test's environment; with a fault, the host call of that number fails."""
     variables = os.environ | {"LC_ALL": "C.UTF-8", "TERM": "xterm"} | changes
     if fault:
         variables.update(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_FAULT=fault,
@@ -48,13 +48,13 @@ def environment(fault=None, call=1, **changes):
 
 
 def traced(variables):
-    """The environment for a program that is traced, which the search for leaks cannot stand."""
+    """The environment for a traced program: the search for leaks does not work there."""
     options = [variables.get("ASAN_OPTIONS", ""), "detect_leaks=0"]
     return variables | {"ASAN_OPTIONS": ":".join(options)}
 
 
 def is_instrumented():
-    """Whether the program has a sanitizer in it, which cannot do without /proc."""
+    """Whether the program is built with a sanitizer, which needs /proc."""
     return b"__asan_init" in pathlib.Path(os.fsdecode(PROGRAM)).read_bytes()
 
 
@@ -69,7 +69,7 @@ def start(words, cwd, env=None, **options):
 
 
 def finish(process):
-    """Ends the program's input and returns what it left behind."""
+    """Ends the program's input and returns its result."""
     try:
         out, err = process.communicate(timeout=PATIENCE)
     except subprocess.TimeoutExpired:
@@ -98,9 +98,9 @@ def catches(process, number):
 
 
 def send_and_await(process, number):
-    """Sends the signal and waits until all that it sets going at once has been done.
+    """Sends the signal and waits until its immediate effects are over.
 
-    Whoever is woken by it is running from the moment of sending until it waits again.
+    A thread that it wakes runs from the moment of sending until it waits again.
     """
     def is_heeded():
         tasks = pathlib.Path(f"/proc/{process.pid}/task").glob("*/stat")
@@ -114,7 +114,7 @@ def send_and_await(process, number):
 
 @functools.cache
 def can_mount():
-    """Whether a program can be given file systems of its own."""
+    """Whether a program can have its own mounts."""
     with contextlib.suppress(FileNotFoundError):
         return subprocess.run(["unshare", "-rm", "mount", "-t", "tmpfs", "none", "/proc"],
                               capture_output=True, check=False).returncode == 0
@@ -169,7 +169,7 @@ class CommandLineTest(unittest.TestCase):
         return finish(start(words, self.cwd, **options))
 
     def assert_raised(self, result, message):
-        """Fails unless the program told this exception, and at most three lines of help after it."""
+        """Fails unless the program printed this exception, then at most three lines of help."""
         told, first = result.err, b"vesk-archive: IOException: " + message + b"\n"
         self.assertEqual((result.status, result.out, told[:len(first)]), (1, b"", first))
         self.assertRegex(told[len(first):], rb"\A(?:  [^\n]*\n){0,3}\Z")

@@ -15,7 +15,7 @@ using vesk::commandline::Stage;
 
 constexpr std::chrono::steady_clock::time_point start{1000h};
 
-/// What is said a quarter of an hour after the beginning, at so much after that of the stage.
+/// The text a quarter of an hour after the work began, and this long after the stage began.
 std::string textOf(Stage stage, std::uint64_t done, std::uint64_t total,
                    std::chrono::steady_clock::duration inStage, std::size_t columns = 100) {
     const auto now = start + 15min;
@@ -35,7 +35,7 @@ TEST(ProgressText, NamesTheStageAndWhatIsCountedInIt) {
               "unpacking: 3 of 4 entries [######################........] 75 %, 10 s left");
 }
 
-TEST(ProgressText, TellsTheTimeLeftOfTheStageOnceThereIsSomethingToJudgeBy) {
+TEST(ProgressText, ShowsTheTimeLeftInTheStageOnceItCanBeEstimated) {
     const auto left = [](std::uint64_t done, std::chrono::steady_clock::duration inStage) {
         const std::string text = textOf(Stage::readingFiles, done, 1000, inStage);
         return text.substr(text.find(']') + 2);
@@ -49,7 +49,7 @@ TEST(ProgressText, TellsTheTimeLeftOfTheStageOnceThereIsSomethingToJudgeBy) {
     EXPECT_EQ(left(1000, 10s), "100 %, 0 s left");
 }
 
-TEST(ProgressText, MakesNothingOfATotalThatIsTooSmall) {
+TEST(ProgressText, IgnoresATotalThatIsTooSmall) {
     EXPECT_EQ(textOf(Stage::unpacking, 5, 4, 3s), "unpacking: 5 entries, 15 min");
 }
 

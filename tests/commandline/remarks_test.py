@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What vesk-archive says of what an archive or a tree does not hold as it was."""
+"""What vesk-archive says about files that an archive or a tree lacks or has changed."""
 
 import gzip
 import io
@@ -35,7 +35,7 @@ class MakingTest(CommandLineTest):
             self.write(b"src/" + name)
             os.chmod(self.path(b"src/" + name), 0o755)
 
-    def test_an_archive_of_all_that_there_was_has_no_remark(self):
+    def test_an_archive_that_holds_everything_has_no_remark(self):
         os.symlink(b"a", self.path(b"src/link"))
         self.assertEqual(self.made(), [])
         self.assertEqual(self.made(source=b"src/a"), [])
@@ -78,11 +78,11 @@ class MakingTest(CommandLineTest):
         self.assertEqual(self.made(), ["  left out: 1 link to a directory, first 'only/up'",
                                        "  left out: 1 directory without files, first 'only'"])
 
-    def test_an_empty_source_is_no_directory_that_was_left_out(self):
+    def test_an_empty_source_does_not_count_as_left_out(self):
         os.mkdir(self.path(b"void"))
         self.assertEqual(self.made(source=b"void"), [])
 
-    def test_names_that_unpacking_refuses_are_counted_wherever_the_character_is(self):
+    def test_names_that_unpacking_refuses_are_counted_wherever_the_character_stands(self):
         self.write(b"src/sub/b:c")
         self.assertEqual(self.made(), ["  refused when unpacked: 1 name with : or \\, "
                                        "first 'sub/b:c'"])
@@ -90,7 +90,7 @@ class MakingTest(CommandLineTest):
         os.symlink(b"a", self.path(b"src/li:nk"))
         self.assertEqual(self.made(), ["  refused when unpacked: 3 names with : or \\, "
                                        "first 'li:nk'"])
-        # What leads to a directory has no name in the archive.
+        # A link to a directory has no name in the archive.
         os.symlink(b".", self.path(b"src/a:b"))
         self.assertEqual(self.made(), ["  left out: 1 link to a directory, first 'a:b'",
                                        "  refused when unpacked: 3 names with : or \\, "
@@ -110,7 +110,7 @@ class MakingTest(CommandLineTest):
         os.chmod(self.path(b"src/a"), 0o610)
         self.assertEqual(self.made(), ["  no longer executable: 3 files, first 'a'"])
 
-    def test_of_many_files_a_part_is_asked_for_its_mode_and_the_count_is_called_the_least(self):
+    def test_of_many_files_only_some_modes_are_read_and_the_count_says_at_least(self):
         self.make_executable(*[b"%03d" % number for number in range(200)])
         lines = self.made()
         self.assertRegex("\n".join(lines), r"\A  no longer executable: at least \d+ files, first '\d+'\Z")
@@ -124,7 +124,7 @@ class MakingTest(CommandLineTest):
                               VESK_SIZE_OF=os.fsdecode(archive))
             self.assertEqual(self.made(name=archive, env=env), lines)
 
-    def test_a_file_system_that_tells_no_types_gives_the_same_remarks(self):
+    def test_a_file_system_without_entry_types_gives_the_same_remarks(self):
         os.symlink(b".", self.path(b"src/z"))
         os.mkfifo(self.path(b"src/fifo"))
         os.mkdir(self.path(b"src/void"))
@@ -142,7 +142,7 @@ class MakingTest(CommandLineTest):
         self.assertEqual(self.made(b"--quiet", name=b"quiet.tar"), [])
         self.assertEqual(self.read(b"out.tar"), self.read(b"quiet.tar"))
 
-    def test_quiet_says_none_of_it_and_asks_for_no_mode(self):
+    def test_quiet_prints_no_remark_and_reads_no_mode(self):
         self.make_executable(b"tool")
         os.symlink(b".", self.path(b"src/z"))
         self.assertEqual(self.run_program(b"make", b"src", b"out.tar", b"--quiet"), (0, b"", b""))
@@ -159,7 +159,7 @@ class MakingTest(CommandLineTest):
         self.assertEqual(result.status, 1)
         self.assertNotIn(b"executable", result.err)
 
-    def test_where_memory_ends_when_the_archive_is_there_it_is_made_all_the_same(self):
+    def test_making_succeeds_if_memory_runs_out_when_the_archive_exists(self):
         os.symlink(b".", self.path(b"src/z"))
         env = environment(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_NO_MEMORY="1")
         self.assertEqual(self.run_program(b"make", b"src", b"out.tar", env=env).status, 0)
@@ -219,7 +219,7 @@ class UnpackingTest(CommandLineTest):
         self.write(b"in.tar", header + bytes(512) + header + bytes(1024))
         self.assertEqual(self.unpacked(b"in.tar"), ["  no longer executable: 1 file, first 'a'"])
 
-    def test_quiet_says_none_of_it(self):
+    def test_quiet_prints_no_remark(self):
         self.write_modes(b"in.tar", [("a", tarfile.REGTYPE, 0o755, b"")])
         self.assertEqual(self.unpacked(b"in.tar", b"--quiet"), [])
 
@@ -230,7 +230,7 @@ class UnpackingTest(CommandLineTest):
 
 
 class TerminalRemarkTest(TerminalTest):
-    def test_a_terminal_is_shown_names_in_remarks_without_what_would_drive_it(self):
+    def test_names_in_remarks_are_escaped_on_a_terminal(self):
         self.write(b"src/\x1b[31m:\r\xff")
         process = self.start_on_terminal(b"make", b"src", b"a.tar")
         self.assertRegex(self.rest_shown(process),

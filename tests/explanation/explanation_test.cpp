@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What an explanation promises of any message and any file; what it says of each is tested through
-// the program.
+// What explanations promise for any message and any file. Their words are tested through the
+// program.
 #include "explanation/explanation.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ using vesk::explanation::explain;
 using vesk::explanation::FailedCall;
 using Lines = std::vector<std::string>;
 
-/// Every message that is documented, and one that nobody says.
+/// Every documented message, and one that does not exist.
 std::set<std::string> allMessages() {
     const std::string document = readFile(VESK_MESSAGES_DOCUMENT);
     const std::regex row("\n\\| `([^`]*)`");
@@ -32,7 +32,7 @@ std::set<std::string> allMessages() {
     return messages;
 }
 
-/// How many bytes this process has read so far.
+/// The number of bytes that this process has read so far.
 std::uint64_t bytesRead() {
     std::ifstream counters("/proc/self/io");
     std::string name;
@@ -54,7 +54,7 @@ protected:
 
     void writeArchive(std::string_view bytes) const { writeFile(dir_ / "a.tar", bytes); }
 
-    /// Calls `check` with every message, in every way that it can be asked about.
+    /// Calls `check` with every message: for making, and for unpacking either format.
     void askEverything(const std::function<void(const FailedCall&)>& check) const {
         for (std::string message : allMessages()) {
             if (message == "Cannot read file: ") message += (dir_ / "a.tar").native();
@@ -68,12 +68,12 @@ protected:
     TempDir dir_;
 };
 
-TEST_F(Explanation, ThereAreMessagesToBeAskedAbout) {
+TEST_F(Explanation, TheDocumentedMessagesAreFound) {
     EXPECT_GT(allMessages().size(), 40U);
     EXPECT_EQ(allMessages().count("Invalid gzip flags"), 1U);
 }
 
-TEST_F(Explanation, SaysNothingOfAnArchiveThatIsRightByNow) {
+TEST_F(Explanation, SaysNothingOfAnArchiveThatIsValidNow) {
     writeArchive(tarEntry("a", "alpha") + tarEnd());
     const std::set<std::string> ofPaths{"Archive path is required", "Destination path is required",
                                         "Source path is required"};
@@ -83,7 +83,7 @@ TEST_F(Explanation, SaysNothingOfAnArchiveThatIsRightByNow) {
     });
 }
 
-TEST_F(Explanation, SaysNothingOfAMemberThatIsRightByNow) {
+TEST_F(Explanation, SaysNothingOfAMemberThatIsValidNow) {
     writeArchive(gzipMember(tarEntry("a", "alpha") + tarEnd()));
     const std::set<std::string> ofAny{"Archive path is required", "Destination path is required",
                                       "Cannot store DEFLATE output"};
@@ -93,7 +93,7 @@ TEST_F(Explanation, SaysNothingOfAMemberThatIsRightByNow) {
     });
 }
 
-TEST_F(Explanation, SaysNothingOfASourceThatIsRightByNow) {
+TEST_F(Explanation, SaysNothingOfASourceThatIsReadableNow) {
     writeFile(dir_ / "src/sub/a", "alpha");
     const std::set<std::string> ofPaths{"Archive path is required", "Source path is required"};
     askEverything([&](const FailedCall& call) {
@@ -103,8 +103,8 @@ TEST_F(Explanation, SaysNothingOfASourceThatIsRightByNow) {
     });
 }
 
-TEST_F(Explanation, SaysOnlyWhatTheMessageSpeaksOf) {
-    // A link behind what the message is about, and before it.
+TEST_F(Explanation, SaysOnlyWhatTheMessageIsAbout) {
+    // A link after the file that the message is about, and one before it.
     writeArchive(tarEntry("a", "", '2') + tarEntry("../b", "") + tarEnd());
     EXPECT_NE(explain(unpacking("Unsupported TAR entry type")), Lines());
     EXPECT_EQ(explain(unpacking("Unsafe TAR entry name")), Lines());
@@ -113,7 +113,7 @@ TEST_F(Explanation, SaysOnlyWhatTheMessageSpeaksOf) {
     EXPECT_NE(explain(unpacking("Unsafe TAR entry name")), Lines());
 }
 
-TEST_F(Explanation, WaitsForNobodyAndHasAtMostThreeLinesWhateverIsThere) {
+TEST_F(Explanation, NeverWaitsAndHasAtMostThreeLinesForAnyKindOfFile) {
     const std::vector<std::function<void(const fs::path&)>> things = {
         [](const fs::path&) {},
         [](const fs::path& path) { fs::create_directory(path); },
@@ -133,7 +133,7 @@ TEST_F(Explanation, WaitsForNobodyAndHasAtMostThreeLinesWhateverIsThere) {
     }
 }
 
-TEST_F(Explanation, TakesWordsThatAreEmptyOrLongerThanTheSystemTakes) {
+TEST_F(Explanation, AcceptsPathsThatAreEmptyOrTooLong) {
     for (const std::string& word :
          {std::string(), std::string(5000, 'x'), std::string(5000, '/')}) {
         askEverything([&](FailedCall call) {
@@ -144,7 +144,7 @@ TEST_F(Explanation, TakesWordsThatAreEmptyOrLongerThanTheSystemTakes) {
     }
 }
 
-TEST_F(Explanation, HopsOverWhatEntriesHold) {
+TEST_F(Explanation, SkipsTheDataOfEntries) {
     constexpr std::uintmax_t length = 0xF0000000;
     writeArchive(tarHeader("hole", length));
     fs::resize_file(dir_ / "a.tar", 512 + length);
@@ -157,7 +157,7 @@ TEST_F(Explanation, HopsOverWhatEntriesHold) {
     EXPECT_EQ(lines[0], "entry 2, 'link': a symbolic link to ''");
 }
 
-TEST_F(Explanation, GivesUpAMemberThatDecodesToMoreThanIsTaken) {
+TEST_F(Explanation, GivesUpAMemberThatDecodesToMoreThanIsAccepted) {
     std::string stream;
     z_stream zlib{};
     ASSERT_EQ(deflateInit2(&zlib, 1, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
@@ -181,7 +181,7 @@ TEST_F(Explanation, GivesUpAMemberThatDecodesToMoreThanIsTaken) {
     EXPECT_TRUE(lines[0].ends_with("a.tar': decodes to more than 4294967295 bytes")) << lines[0];
 }
 
-TEST_F(Explanation, FindsWhatFailedWhereverItIsInATree) {
+TEST_F(Explanation, FindsTheFailureAnywhereInATree) {
     for (int number = 0; number < 100; ++number)
         writeFile(dir_ / ("src/" + std::to_string(number) + "/file"), "x");
     fs::create_symlink("gone", dir_ / "src/57/link");
@@ -199,7 +199,7 @@ TEST_F(Explanation, NamesTheFirstNameInOrderThatIsTooLong) {
     EXPECT_EQ(lines[0], "'a" + std::string(100, 'n') + "': a name of 101 bytes");
 }
 
-TEST_F(Explanation, TellsOfAContradictionThroughNormalisedNames) {
+TEST_F(Explanation, FindsContradictionsBetweenNormalisedNames) {
     writeArchive(tarEntry("p/./a", "alpha") + tarEntry("p/b/../a/c", "x") + tarEnd());
     const Lines lines = explain(unpacking("Cannot create TAR entry directory"));
     ASSERT_FALSE(lines.empty());
