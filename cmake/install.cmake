@@ -6,10 +6,10 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/VeskArchives)
 set(header_directory ${CMAKE_INSTALL_INCLUDEDIR}/vesk-archives)
 set(module_directory ${CMAKE_INSTALL_LIBDIR}/vesk/modules)
 
-# vesk_install_program(NAME ROOM): the program, its manual page and its completion.
-function(vesk_install_program name room)
+# vesk_install_program(NAME COMPONENT): the program, its manual page and its completion.
+function(vesk_install_program name component)
     install(TARGETS ${name})
-    install(FILES ${room}/bash-completion/${name}
+    install(FILES ${component}/bash-completion/${name}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
     configure_file(docs/man/${name}.1.in ${PROJECT_BINARY_DIR}/${name}.1 @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
