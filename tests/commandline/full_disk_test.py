@@ -75,7 +75,7 @@ class FullDiskTest(DiskCase):
                 self.assertTrue(self.is_old(verb, old))
                 self.assertEqual(self.left(), set())
 
-    @unittest.skipUnless(can_mount(), "no small disk can be had here")
+    @unittest.skipUnless(can_mount(), "no small disk can be mounted here")
     def test_a_full_disk_leaves_what_was_there_and_nothing_else(self):
         script = """
             mount -t tmpfs -o size=$1 none work || exit 99
