@@ -19,7 +19,7 @@ bool isThere(const std::string& path) {
 
 std::string freshName(const std::string& stem, const std::string& ending) {
     std::string name = stem + ending;
-    for (int number = 2; isThere(name) && number < 100; ++number)
+    for (int number = 2; isThere(name); ++number)
         name = std::string(stem).append(std::to_string(number)).append(ending);
     return name;
 }
@@ -50,7 +50,7 @@ std::string convertedArchive(const FailedCall& call) {
 std::string conversion(const FailedCall& call) {
     const char* const options = call.isGzip ? " -czf " : " -cf ";
     return "bsdtar --format=ustar" + std::string(options) + convertedArchive(call) + " " +
-           shellWord("@" + call.archive);
+           shellWord("@" + unmistakable(call.archive));
 }
 
 std::string ended(const FailedCall& call) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "explanation/make_explanation.h"
+#include "explanation/text.h"
 #include "explanation/unpack_explanation.h"
 
 namespace vesk::explanation {
@@ -13,6 +14,8 @@ std::vector<std::string> explain(const FailedCall& call) {
     std::vector<std::string> lines = call.isMaking ? explainMaking(call) : explainUnpacking(call);
     constexpr std::size_t mostLines = 3;
     lines.resize(std::min(lines.size(), mostLines));
+    for (std::string& line : lines)
+        line = escaped(line);
     return lines;
 }
 

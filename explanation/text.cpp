@@ -8,16 +8,39 @@
 
 namespace vesk::explanation {
 
+namespace {
+
+std::string octal(unsigned char byte) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "\\%03o", static_cast<unsigned>(byte));
+    return text.data();
+}
+
+}  // namespace
+
 std::string inQuotes(std::string_view name) {
     return "'" + std::string(name) + "'";
+}
+
+std::string escaped(std::string_view line) {
+    std::string text;
+    for (const char character : line) {
+        const auto byte = static_cast<unsigned char>(character);
+        text += byte < 0x20 || byte == 0x7F ? octal(byte) : std::string(1, character);
+    }
+    return text;
+}
+
+std::string unmistakable(const std::string& path) {
+    // A dash begins an option, and what stands before a colon is a machine's name to some programs.
+    const bool isMistakable = path.starts_with('-') || path.find(':') < path.find('/');
+    return isMistakable ? "./" + path : path;
 }
 
 std::string shellWord(const std::string& path) {
     constexpr std::string_view plain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/-+,@%";
-    // A dash begins an option. Some programs take what precedes a colon for the name of a machine.
-    const bool isMistakable = path.starts_with('-') || path.find(':') < path.find('/');
-    std::string word = isMistakable ? "./" + path : path;
+    std::string word = unmistakable(path);
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
     for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
         word.replace(at, 1, "'\\''");

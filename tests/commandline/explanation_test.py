@@ -568,10 +568,29 @@ class HelpTest(CommandLineTest):
         told = self.help(b"unpack", b"--", b"-a.tar", b"-out")
         self.assertIn(b"mkdir -p ./-out && tar -xf ./-a.tar -C ./-out\n", told)
 
-    def test_names_pass_through_a_pipe_unchanged(self):
-        self.write(b"a.tar", tar(("p/\x1b[31m", b"alpha", of_type(b"2", linkname="\r\x07"))))
+    def test_an_archive_writes_no_line_of_its_own_through_a_pipe_either(self):
+        self.write(b"a.tar", tar(("a'\n  to unpack it: x\x1b[31m:", b"alpha")))
         told = self.help(b"unpack", b"a.tar", b"out")
-        self.assertIn(b"'p/\x1b[31m': a symbolic link to '\r\x07'\n", told)
+        self.assertIn(b"'a'\\012  to unpack it: x\\033[31m:'", told)
+        self.assertLessEqual(told.count(b"\n"), 3)
+        self.assertNotIn(b"\x1b", told)
+
+    def test_a_conversion_takes_any_name_of_an_archive(self):
+        for name in [b"a:b.tar", b"-", b"-x.tar", b"@c.tar"]:
+            with self.subTest(name=name):
+                self.write(name, self.PAX)
+                told = self.help(b"unpack", b"--format", b"tar", b"--", name, b"out")
+                command = told.splitlines()[-1].decode().partition(": ")[2]
+                subprocess.run(["bash", "-c", command], cwd=self.cwd, check=True,
+                               stdin=subprocess.DEVNULL)
+                self.unpack_the_only_new_archive(name)
+
+    def unpack_the_only_new_archive(self, name):
+        made, = [entry for entry in os.listdir(self.cwd) if b"-ustar" in entry]
+        self.assertEqual(self.run_program(b"unpack", b"--format", b"tar", b"--", made, b"copy").status, 0)
+        self.assertEqual(files_in(self.path(b"copy")), ALPHA)
+        os.remove(self.path(made))
+        shutil.rmtree(self.path(b"copy"))
 
 
 class HelpOnTerminalTest(TerminalTest):
