@@ -128,7 +128,8 @@ private:
 std::variant<Arguments, Information, UsageError> parseArguments(int argc, const char* const* argv) {
     Options options;
     CLI::App program(
-        "Makes and unpacks TAR archives, plain (tar) or wrapped in gzip (tgz). What it makes is not\n"
+        "Makes and unpacks TAR archives, plain (tar) or wrapped in gzip (tgz). What it makes is "
+        "not\n"
         "compressed; what it unpacks may be.",
         programName);
     program.set_version_flag("--version", std::string(programName) + " " VESK_ARCHIVE_VERSION);
