@@ -37,7 +37,7 @@ public:
     FileStream& stream() { return stream_; }
 
 private:
-    std::array<char, BUFSIZ> buffer_;  // before the stream that uses it, so that it outlives it
+    std::array<char, BUFSIZ> buffer_{};  // before the stream that uses it, so that it outlives it
     FileStream stream_;
 };
 
