@@ -12,7 +12,6 @@ namespace vesk::commandline {
 
 namespace {
 
-using namespace std::chrono_literals;
 using std::chrono::seconds;
 
 enum class Unit { none, names, entries, bytes };
@@ -44,8 +43,8 @@ StageWords wordsOf(Stage stage) {
 }
 
 std::string inTime(seconds time) {
-    return time < 120s ? std::to_string(time.count()) + " s"
-                       : std::to_string(time.count() / 60) + " min";
+    return time < seconds(120) ? std::to_string(time.count()) + " s"
+                               : std::to_string(time.count() / 60) + " min";
 }
 
 std::string inMegabytes(std::uint64_t bytes) {
@@ -77,7 +76,7 @@ std::string share(const Moment& moment) {
 /// Empty until there is something to estimate from.
 std::string timeLeft(const Moment& moment, std::chrono::steady_clock::time_point now) {
     const std::chrono::duration<double> taken = now - moment.stageBegan;
-    if (moment.done == 0 || taken < 1s) return "";
+    if (moment.done == 0 || taken < seconds(1)) return "";
     const auto done = static_cast<double>(moment.done);
     const auto left = taken * (static_cast<double>(moment.total - moment.done) / done);
     return ", " + inTime(std::chrono::round<seconds>(left)) + " left";

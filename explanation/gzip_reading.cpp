@@ -25,12 +25,12 @@ struct Trailer {
 };
 
 Trailer readTrailer(FileSource& file) {
-    std::array<std::uint8_t, gzipTrailerSize> bytes{};
-    file.seek(file.size() - bytes.size());
-    file.read(bytes.data(), bytes.size());
+    std::array<std::uint8_t, gzipTrailerSize> trailer{};
+    file.seek(file.size() - trailer.size());
+    file.read(trailer.data(), trailer.size());
     const auto number = [&](std::size_t at) {
-        return bytes.at(at) | std::uint32_t{bytes.at(at + 1)} << 8 |
-               std::uint32_t{bytes.at(at + 2)} << 16 | std::uint32_t{bytes.at(at + 3)} << 24;
+        return trailer.at(at) | std::uint32_t{trailer.at(at + 1)} << 8 |
+               std::uint32_t{trailer.at(at + 2)} << 16 | std::uint32_t{trailer.at(at + 3)} << 24;
     };
     return {number(0), number(4)};
 }
