@@ -3,7 +3,10 @@
 // mark that says what it is for, and a random suffix.
 #include "standinhost/staging_name.h"
 
-#include <random>
+#include <sys/random.h>
+
+#include <array>
+#include <cerrno>
 #include <string_view>
 
 namespace vesk::standin {
@@ -32,14 +35,17 @@ std::string markedName(std::string_view destination, std::string_view mark,
     return std::string(".").append(shortened(destination)).append(mark).append(suffix);
 }
 
+/// The names need not be secret: whoever makes them refuses one that is taken.
 std::string randomSuffix() {
     constexpr std::string_view letters =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    std::random_device random;
-    std::uniform_int_distribution<std::size_t> index(0, letters.size() - 1);
+    std::array<unsigned char, suffixLength> bytes{};
+    // Unlike a std::random_device, which may open a file, this works without a free descriptor.
+    while (getrandom(bytes.data(), bytes.size(), 0) == -1 && errno == EINTR) {
+    }
     std::string suffix;
-    while (suffix.size() < suffixLength)
-        suffix += letters[index(random)];
+    for (const unsigned char byte : bytes)
+        suffix += letters[byte % letters.size()];
     return suffix;
 }
 
