@@ -76,9 +76,14 @@ void sayLeftover() {
 void sayExplanation(const Arguments& arguments, const std::string& message) {
     const ArchiveFormat format =
         arguments.format ? *arguments.format : formatOfContents(arguments.archive);
-    const vesk::explanation::FailedCall call{arguments.verb == Verb::make,
-                                             format == ArchiveFormat::tgz, arguments.archive,
-                                             arguments.tree, message};
+    Arguments overwriting = arguments;
+    overwriting.overwrite = true;
+    const vesk::explanation::FailedCall call{.isMaking = arguments.verb == Verb::make,
+                                             .isGzip = format == ArchiveFormat::tgz,
+                                             .archive = arguments.archive,
+                                             .tree = arguments.tree,
+                                             .message = message,
+                                             .mayOverwrite = !mistakeIn(overwriting)};
     for (const std::string& line : vesk::explanation::explain(call))
         say("  " + line);
 }

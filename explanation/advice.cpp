@@ -60,6 +60,12 @@ std::string ended(const FailedCall& call) {
            shellWord(freshArchive(call.archive, "-ended", ".tar"));
 }
 
+std::vector<std::string> repacking(const FailedCall& call, const std::string& program) {
+    return {"to unpack it: " + unpackingElsewhere(call, program),
+            "to convert it then: vesk-archive make " + shellWord(freshDirectory(call.tree)) + " " +
+                convertedArchive(call)};
+}
+
 }  // namespace
 
 std::string freshArchive(const std::string& archive, const std::string& mark,
@@ -69,9 +75,10 @@ std::string freshArchive(const std::string& archive, const std::string& mark,
                      ending.empty() ? own : ending);
 }
 
-std::string unpackingElsewhere(const FailedCall& call) {
+std::string unpackingElsewhere(const FailedCall& call, const std::string& program) {
     const std::string directory = shellWord(freshDirectory(call.tree));
-    return "mkdir -p " + directory + " && tar -xf " + shellWord(call.archive) + " -C " + directory;
+    return "mkdir -p " + directory + " && " + program + " " + shellWord(call.archive) + " -C " +
+           directory;
 }
 
 std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
@@ -79,9 +86,11 @@ std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
         case Remedy::convert:
             return {"to convert it: " + conversion(call)};
         case Remedy::repack:
-            return {"to unpack it: " + unpackingElsewhere(call),
-                    "to convert it then: vesk-archive make " +
-                        shellWord(freshDirectory(call.tree)) + " " + convertedArchive(call)};
+            return repacking(call, "tar -xf");
+        case Remedy::repackJoined:
+            return repacking(call, "tar -ixf");
+        case Remedy::repackForeign:
+            return repacking(call, "bsdtar -xf");
         case Remedy::unpackElsewhere:
             return {"a conversion would lose it; to unpack it anyway:", unpackingElsewhere(call)};
         case Remedy::complete:

@@ -16,6 +16,10 @@ enum class Remedy {
     convert,
     /// It can be unpacked by another program and packed again here.
     repack,
+    /// The same for an archive that goes on behind its end marker.
+    repackJoined,
+    /// The same for another format, which only bsdtar reads.
+    repackForeign,
     /// It can be unpacked by another program, but no ustar archive of files can hold its content.
     unpackElsewhere,
     /// Only what follows the data of the last file is missing.
@@ -28,8 +32,8 @@ enum class Remedy {
 std::vector<std::string> advice(Remedy remedy, const FailedCall& call);
 
 /// Returns the commands that create a directory, under a name not taken yet, and unpack the archive
-/// into it with the system's tar.
-std::string unpackingElsewhere(const FailedCall& call);
+/// into it with `program`.
+std::string unpackingElsewhere(const FailedCall& call, const std::string& program = "tar -xf");
 
 /// Returns `archive` with `mark` before its file name ending. `ending` replaces that ending if it
 /// is not empty. If the name is taken, a number is added.

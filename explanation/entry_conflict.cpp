@@ -36,7 +36,11 @@ public:
         makeOne(entry, name, entry.isDirectory);
     }
 
-    MadeEntries result() const { return made_; }
+    MadeEntries result() const {
+        MadeEntries made = made_;
+        made.count = names_.size();
+        return made;
+    }
 
 private:
     bool makeOne(const TarEntry& entry, const std::string& name, bool isDirectory);

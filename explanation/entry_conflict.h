@@ -17,6 +17,8 @@ struct MadeEntries {
     std::string conflict;
     /// The disk space that the files take, in bytes.
     std::uint64_t room = 0;
+    /// The number of files and directories.
+    std::uint64_t count = 0;
     /// The size of the largest file, in bytes.
     std::uint64_t largest = 0;
     std::string largestWhere;

@@ -20,6 +20,8 @@ struct FailedCall {
     std::string tree;
     /// The message of the exception.
     std::string message;
+    /// The same call would be accepted with `--overwrite`.
+    bool mayOverwrite = true;
 };
 
 /// Returns at most three lines, without line ends: where the fault is and what it is, then what to

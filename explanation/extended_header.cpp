@@ -30,10 +30,13 @@ bool isBeyond(std::string_view number, std::uint64_t largest) {
 
 void take(ExtendedHeader& header, std::string_view key, std::string_view value) {
     const bool isOwner = key == "uid" || key == "gid";
+    const bool isOwnersName = key == "uname" || key == "gname";
     if (key == "path") header.name = value;
     if (key == "size") header.size = numberAt(value);
     // Other programs interpret a name that is not ASCII by their locale.
-    if ((key == "path" && !isAscii(value)) || (isOwner && isBeyond(value, largestOwner)) ||
+    if (((key == "path" || isOwnersName) && !isAscii(value)) ||
+        (isOwnersName && value.size() > longestOwnersName) ||
+        (isOwner && isBeyond(value, largestOwner)) ||
         (key == "mtime" && isBeyond(value, largestTime)) || key.starts_with("GNU.sparse."))
         header.goesBeyondUstar = true;
     if (!header.keys.empty()) header.keys += ", ";

@@ -12,13 +12,15 @@ namespace vesk::explanation {
 /// digits, and drop what does not fit with a mere warning.
 constexpr std::uint64_t largestOwner = 0777777;
 constexpr std::uint64_t largestTime = 077777777777;
+/// In bytes. The field has 32, the last of which is NUL.
+constexpr std::size_t longestOwnersName = 31;
 
 /// What a pax or GNU header sets in place of the entry's own fields.
 struct ExtendedHeader {
     std::optional<std::string> name;
     std::optional<std::uint64_t> size;
-    /// It holds something that no ustar header can: a large number, a time before 1970, or a sparse
-    /// file.
+    /// It holds something that some writers of ustar cannot store: a large number, a time before
+    /// 1970, an owner's long name, a name that is not ASCII, or a sparse file.
     bool goesBeyondUstar = false;
     /// The keys of its records, separated by commas.
     std::string keys;

@@ -15,7 +15,7 @@ using namespace std::string_view_literals;
 struct Magic {
     std::string_view bytes;
     const char* name;
-    bool isConvertible;
+    bool isReadable;
 };
 
 constexpr auto magics = std::to_array<Magic>({
@@ -58,7 +58,7 @@ FileKind kindOfBytes(std::span<const std::uint8_t> beginning) {
     const auto* const magic = std::find_if(magics.begin(), magics.end(), [&](const Magic& known) {
         return text.starts_with(known.bytes);
     });
-    if (magic != magics.end()) return {magic->name, magic->isConvertible};
+    if (magic != magics.end()) return {magic->name, magic->isReadable};
     if (!text.empty() && std::all_of(text.begin(), text.end(), isTextByte))
         return {"plain text, no archive"};
     return {};

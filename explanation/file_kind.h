@@ -11,8 +11,8 @@ namespace vesk::explanation {
 struct FileKind {
     /// With its article, such as "a zip archive"; empty if the kind is unknown.
     std::string name;
-    /// Programs that read many formats can convert it to a TAR archive.
-    bool isConvertible = false;
+    /// bsdtar can unpack it, if it is an archive.
+    bool isReadable = false;
 };
 
 FileKind kindOfBytes(std::span<const std::uint8_t> beginning);

@@ -58,7 +58,7 @@ GzipReading readForeign(FileSource& file, const std::string& name) {
         found.cause = Cause::plainTar;
         found.finding += "a TAR archive that is not compressed";
     } else if (!kind.name.empty() && kind.name != "a gzip file") {
-        if (kind.isConvertible) found.cause = Cause::convertible;
+        if (kind.isReadable) found.cause = Cause::foreign;
         found.finding += kind.name;
     } else {
         found.cause = Cause::damaged;

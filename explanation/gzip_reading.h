@@ -14,13 +14,13 @@ struct GzipReading {
     enum class Cause {
         nothing,
         damaged,
-        plainTar,     ///< it begins like a TAR archive
-        convertible,  ///< it begins like a format that can be converted
-        noGzip,       ///< it begins like something else
-        members,      ///< another member follows
-        padding,      ///< only NULs follow
-        appendage,    ///< something else follows
-        tooLarge,     ///< it decodes to more than the module accepts
+        plainTar,   ///< it begins like a TAR archive
+        foreign,    ///< it begins like a format that bsdtar reads
+        noGzip,     ///< it begins like something else
+        members,    ///< another member follows
+        padding,    ///< only NULs follow
+        appendage,  ///< something else follows
+        tooLarge,   ///< it decodes to more than the module accepts
     };
 
     Cause cause = Cause::nothing;

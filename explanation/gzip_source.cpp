@@ -103,9 +103,6 @@ GzipHeader readOptionalFields(HeaderReader& header, std::uint8_t flags) {
     return read;
 }
 
-/// As in the stand-in host.
-constexpr std::uint32_t pieceSize = 256 * 1024;
-
 }  // namespace
 
 GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd) {
@@ -129,12 +126,16 @@ GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd) {
 }
 
 struct Inflation::Pieces {
-    std::array<std::uint8_t, pieceSize> input;
-    std::array<std::uint8_t, pieceSize> output;
+    std::array<std::uint8_t, inflationPiece> input;
+    std::array<std::uint8_t, inflationPiece> output;
 };
 
-Inflation::Inflation(FileSource& file, std::uint64_t limit)
-    : file_(file), limit_(limit), decoder_(new inflate_state), pieces_(new Pieces) {
+Inflation::Inflation(FileSource& file, std::uint64_t limit, std::uint32_t firstInput)
+    : file_(file),
+      limit_(limit),
+      nextInput_(firstInput),
+      decoder_(new inflate_state),
+      pieces_(new Pieces) {
     isal_inflate_init(decoder_.get());
     // Raw data without header and trailer, but with gzip's CRC-32 of the output.
     decoder_->crc_flag = ISAL_GZIP_NO_HDR;
@@ -149,7 +150,8 @@ void Inflation::extendTo(std::uint64_t limit) {
 }
 
 void Inflation::provideInput() {
-    const std::uint64_t wanted = std::min<std::uint64_t>(pieceSize, limit_ - file_.position());
+    const std::uint64_t wanted = std::min<std::uint64_t>(nextInput_, limit_ - file_.position());
+    nextInput_ = std::min(nextInput_ * 4, inflationPiece);
     decoder_->next_in = pieces_->input.data();
     decoder_->avail_in = static_cast<std::uint32_t>(file_.read(pieces_->input.data(), wanted));
 }
@@ -160,9 +162,9 @@ std::span<const std::uint8_t> Inflation::next() {
         if (decoder_->avail_in == 0) provideInput();
         const bool isLast = decoder_->avail_in == 0;
         decoder_->next_out = pieces_->output.data();
-        decoder_->avail_out = pieceSize;
+        decoder_->avail_out = inflationPiece;
         const bool isValid = isal_inflate(decoder_.get()) == ISAL_DECOMP_OK;
-        length = isValid ? pieceSize - decoder_->avail_out : 0;
+        length = isValid ? inflationPiece - decoder_->avail_out : 0;
         if (!isValid) {
             state_ = State::invalid;
         } else if (decoder_->block_state == ISAL_BLOCK_FINISH) {
@@ -190,7 +192,9 @@ bool GzipSource::openMember() {
         file_->seek(std::min(member_->end() + gzipTrailerSize, file_->size()));
     }
     if (!readGzipHeader(*file_, file_->size()).message.empty()) return false;
-    member_ = std::make_unique<Inflation>(*file_, file_->size());
+    // There may be a million small members.
+    constexpr std::uint32_t firstInput = 512;
+    member_ = std::make_unique<Inflation>(*file_, file_->size(), firstInput);
     return true;
 }
 

@@ -19,6 +19,9 @@ namespace vesk::explanation {
 /// expands enormously is given up in time.
 constexpr std::uint64_t mostDecoded = 0x100000000;
 
+/// In bytes, as in the stand-in host.
+constexpr std::uint32_t inflationPiece = 256 * 1024;
+
 /// The header of a member.
 struct GzipHeader {
     /// The module's message, and where and what the fault is. Both are empty if the header is
@@ -37,8 +40,9 @@ class Inflation {
 public:
     enum class State { going, finished, invalid, cutOff };
 
-    /// The stream ends before the offset `limit`.
-    Inflation(FileSource& file, std::uint64_t limit);
+    /// The stream ends before the offset `limit`. The file is read in pieces that grow from
+    /// `firstInput` bytes on, which are at most the size of the other pieces.
+    Inflation(FileSource& file, std::uint64_t limit, std::uint32_t firstInput = inflationPiece);
     ~Inflation();
     Inflation(const Inflation&) = delete;
     Inflation& operator=(const Inflation&) = delete;
@@ -63,6 +67,7 @@ private:
 
     FileSource& file_;
     std::uint64_t limit_;
+    std::uint32_t nextInput_;
     std::unique_ptr<inflate_state> decoder_;
     std::unique_ptr<Pieces> pieces_;
     State state_ = State::going;

@@ -2,7 +2,10 @@
 // Why an archive was not made. The messages are in the order of the module's checks.
 #include "explanation/make_explanation.h"
 
+#include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,7 +59,10 @@ Lines explainExistence(const FailedCall& call) {
     if (kind.empty()) return {};
     const std::string finding = inQuotes(call.archive) + ": " + kind;
     if (kind == "a directory") return {finding, "name a file in it: " + nameIn(call.archive, call)};
-    return {finding, "to replace it: add --overwrite"};
+    if (kind == "a socket" || !call.mayOverwrite) return {finding, "name another archive"};
+    const bool isReplaced = kind.starts_with("a regular");
+    return {finding, isReplaced ? "to replace it: add --overwrite"
+                                : "to write to it all the same: add --overwrite"};
 }
 
 Lines explainParent(const FailedCall& call) {
@@ -80,15 +86,16 @@ Lines explainWalk(const FailedCall& call) {
     const StoppedWalk stopped = walkSource(call.tree).stopped;
     if (stopped.path.empty()) return {};
     const Lookup found = lookUp(stopped.path);
-    const std::string path = shellWord(stopped.path);
+    // With the slash, find follows a source that is a link.
+    const std::string source = call.tree + (std::filesystem::is_symlink(call.tree) ? "/" : "");
     if (found.error != 0 && found.error != EACCES)
         return {found.words, "remove it or fix it; to list all such links: find " +
-                                 shellWord(call.tree) + " -xtype l"};
-    return {found.error != 0
-                ? found.words
-                : inQuotes(stopped.path) + ": " + std::generic_category().message(stopped.error),
-            stopped.error == EACCES ? "if it is yours, permit it: chmod u+rx " + path
-                                    : "name a directory further down as the source"};
+                                 shellWord(source) + " -xtype l"};
+    const std::string words = found.error != 0 ? found.words
+                                               : inQuotes(stopped.path) + ": " +
+                                                     std::generic_category().message(stopped.error);
+    return {words, stopped.error == EACCES ? permitting(stopped.path)
+                                           : "name a directory further down as the source"};
 }
 
 Lines explainReading(const FailedCall& call) {
@@ -96,13 +103,19 @@ Lines explainReading(const FailedCall& call) {
     const std::string trouble = accessTrouble(path, false);
     if (trouble.empty()) return {};
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
+    if (stat(path.c_str(), &status) != 0 && errno == ENOENT)
         return {trouble, "it is gone by now: try again when nobody writes there"};
-    return {trouble, "if it is yours, permit it: chmod u+r " + shellWord(path)};
+    return {trouble, permitting(path)};
 }
 
 Lines explainSize(const FailedCall& call) {
     const SourceFile file = walkSource(call.tree).tooLarge;
+    struct statfs system {};
+    const bool isKernels =
+        statfs(call.tree.c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+    if (file.path.empty() && isKernels)
+        return {inQuotes(call.tree) + ": the kernel's files there have no sizes",
+                "copy those that you need to a directory, and make an archive of that"};
     if (file.path.empty()) return {};
     return {inQuotes(file.path) + ": " + bytes(file.size) + ", and 4294967295 are the most",
             "move it out of the source, or put its parts in its place: split -b 2G"};
@@ -146,6 +159,10 @@ std::string linkTrouble(const std::string& link) {
     return trouble.empty() ? lookUp(link).words : trouble;
 }
 
+bool isOnReadOnlySystem(const std::string& path) {
+    return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0 && errno == EROFS;
+}
+
 Lines explainCreation(const FailedCall& call) {
     if (isForeignLink(call.archive))
         return {inQuotes(call.archive) + ": another user's link, which is not followed here",
@@ -157,7 +174,10 @@ Lines explainCreation(const FailedCall& call) {
     if (!kind.empty()) {
         const std::string trouble = accessTrouble(call.archive, true);
         if (!trouble.empty())
-            return {trouble, "if it is yours, permit it: chmod u+w " + shellWord(call.archive)};
+            return {trouble,
+                    isOnReadOnlySystem(call.archive)
+                        ? elsewhere
+                        : "if it is yours, permit it: chmod u+w " + shellWord(call.archive)};
     } else if (const std::string trouble = linkTrouble(call.archive); !trouble.empty()) {
         return {trouble, elsewhere};
     }

@@ -12,6 +12,7 @@
 #include <climits>
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "explanation/text.h"
 
@@ -54,6 +55,8 @@ std::string partTrouble(const std::string& part, int error) {
     const bool isLink = lstat(part.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
     if (error == ENAMETOOLONG) return tooLong(part);
     if (error == EACCES && !isLink) return because(directoryOf(part), error);
+    if (error == EACCES)
+        return inQuotes(part) + ": a link to " + inQuotes(linkTarget(part)) + ": " + reason(error);
     if (error == ENOTDIR && !isLink)
         return inQuotes(directoryOf(part)) + ": " + kindAt(directoryOf(part)) + ", no directory";
     if (error == ENOENT && isLink)
@@ -104,7 +107,8 @@ Lookup lookUp(const std::string& path) {
         struct stat status {};
         if (stat(part.c_str(), &status) != 0) {
             const int error = errno;
-            return {error, partTrouble(part, error), found};
+            const bool isLink = lstat(part.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+            return {error, partTrouble(part, error), found, isLink};
         }
         length = part.size();
         found = part;
@@ -139,14 +143,42 @@ std::string accessTrouble(const std::string& path, bool isWriting) {
     return isGranted ? "" : because(path, errno);
 }
 
-std::string roomTrouble(const std::string& path, std::uint64_t needed) {
+std::string roomTrouble(const std::string& path, std::uint64_t needed, std::uint64_t files) {
     const std::string existing = existingPartOf(path);
     struct statvfs system {};
     if (statvfs(existing.c_str(), &system) != 0) return "";
     const std::uint64_t available = std::uint64_t{system.f_bavail} * system.f_frsize;
-    if (available >= needed) return "";
-    return inQuotes(path) + ": " + bytes(needed) + " are needed, " + std::to_string(available) +
-           " are free";
+    if (available < needed)
+        return inQuotes(path) + ": " + bytes(needed) + " are needed, " + std::to_string(available) +
+               " are free";
+    // Some file systems do not count their files.
+    const std::uint64_t more = system.f_favail;
+    if (system.f_files == 0 || more >= files) return "";
+    return inQuotes(path) + ": its file system has room for " + std::to_string(more) +
+           " more files, and " + std::to_string(files) + " are needed";
+}
+
+std::string permitting(const std::string& path) {
+    const Lookup found = lookUp(path);
+    if (found.error == EACCES && found.isLink) return "permit that, or remove the link";
+    if (found.error == EACCES)
+        return "if it is yours, permit it: chmod u+x " + shellWord(found.directory);
+    const bool isDirectory = kindAt(path) == aDirectory;
+    return std::string("if it is yours, permit it: chmod u+") + (isDirectory ? "rx " : "r ") +
+           shellWord(path);
+}
+
+std::string descriptorTrouble() {
+    // Those that a call of the module needs at once, for a tree of some depth.
+    constexpr std::size_t needed = 20;
+    std::vector<int> descriptors;
+    while (descriptors.size() < needed && (descriptors.empty() || descriptors.back() != -1))
+        descriptors.push_back(open("/", O_PATH | O_CLOEXEC));
+    const bool isTooFew = descriptors.back() == -1 && errno == EMFILE;
+    for (const int descriptor : descriptors)
+        if (descriptor != -1) close(descriptor);
+    if (!isTooFew) return "";
+    return "only " + std::to_string(descriptors.size() - 1) + " more files can be opened at a time";
 }
 
 std::optional<std::uint64_t> fileSizeLimit() {

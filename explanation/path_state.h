@@ -23,6 +23,8 @@ struct Lookup {
     std::string words;
     /// The directory in which that part should be.
     std::string directory;
+    /// That part is a link, which leads to what is not found.
+    bool isLink = false;
 };
 
 /// Looks up the path, one component at a time.
@@ -38,9 +40,16 @@ std::string makingTrouble(const std::string& directory);
 /// Says why the file cannot be read or, with `isWriting`, written; empty if it can.
 std::string accessTrouble(const std::string& path, bool isWriting);
 
-/// Says that the file system lacks the space for files that take `needed` bytes; empty if it has
-/// it. The file system is that of `path` or, if that is missing, of the next directory above it.
-std::string roomTrouble(const std::string& path, std::uint64_t needed);
+/// Says how to permit the reading of a file or directory, or of what leads to it.
+std::string permitting(const std::string& path);
+
+/// Says that the file system lacks the space for `files` new files that take `needed` bytes; empty
+/// if it has it. The file system is that of `path` or, if that is missing, of the next directory
+/// above it.
+std::string roomTrouble(const std::string& path, std::uint64_t needed, std::uint64_t files = 0);
+
+/// Says that this process can open only a few more files; empty if it can open enough.
+std::string descriptorTrouble();
 
 /// Returns the limit of this process on the size of a file, in bytes, if there is one.
 std::optional<std::uint64_t> fileSizeLimit();

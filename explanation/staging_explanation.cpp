@@ -53,16 +53,23 @@ Lines explainInspection(const FailedCall& call) {
 
 Lines explainExistence(const FailedCall& call) {
     const std::string kind = kindAt(call.tree);
+    if (kind.empty() && isLink(call.tree))
+        return {lookUp(call.tree).words, "remove it, or name another destination"};
     if (kind.empty()) return {};
-    const bool isReplaceable = kind == "a directory" || kind.starts_with("a regular");
+    const bool isDirectory = kind == "a directory";
+    const bool isReplaceable = call.mayOverwrite && !isMountPoint(call.tree) &&
+                               (isDirectory || kind.starts_with("a regular"));
+    if (!isReplaceable) return {inQuotes(call.tree) + ": " + kind, "name another destination"};
     return {inQuotes(call.tree) + ": " + kind,
-            isReplaceable ? "to replace it with all that it holds: add --overwrite"
-                          : "name another destination"};
+            isDirectory ? "to replace it with all that it holds: add --overwrite"
+                        : "to replace it: add --overwrite"};
 }
 
 Lines explainIrreplaceable(const FailedCall& call) {
     std::string what = kindAt(call.tree);
     if (isLink(call.tree)) {
+        if (lookUp(call.tree).error != 0)
+            return {lookUp(call.tree).words, "remove it, or name another destination"};
         what = isForeign(call.tree) ? "another user's link" : "a link to what cannot be replaced";
     } else if (what == "a directory") {
         if (!isMountPoint(call.tree)) return {};

@@ -147,9 +147,9 @@ void TarReader::noteNoArchive(std::size_t length) {
         length < tarBlockSize ? "TAR archive has no end marker" : "Invalid TAR header checksum";
     if (length == 0) return note(message, subject_ + ": empty, 0 bytes", Remedy::fetchAgain);
     const FileKind kind = kindOfBytes(std::span(block_).first(length));
-    const Remedy remedy = kind.name.empty()    ? Remedy::fetchAgain
-                          : kind.isConvertible ? Remedy::convert
-                                               : Remedy::nothing;
+    const Remedy remedy = kind.name.empty() ? Remedy::fetchAgain
+                          : kind.isReadable ? Remedy::repackForeign
+                                            : Remedy::nothing;
     const std::string words =
         kind.name.empty() ? "its first " + bytes(length) + " are no TAR header" : kind.name;
     note(message, subject_ + ": " + words, remedy);
@@ -200,7 +200,10 @@ void TarReader::checkName() {
     const Trouble trouble = nameTrouble(name);
     if (!trouble.words.empty())
         note("Unsafe TAR entry name", where() + trouble.words, trouble.remedy);
-    if (!fitsHeader(name)) worsen(Remedy::unpackElsewhere);
+    if (!fitsHeader(name))
+        worsen(Remedy::unpackElsewhere);
+    else if (typeflag() == tarDirectory && !fitsHeader(name + 'x'))
+        worsen(Remedy::repack);  // other programs store its slash, too
 }
 
 std::optional<std::uint64_t> TarReader::readSize() {
@@ -252,6 +255,7 @@ bool TarReader::passData(std::uint64_t size) {
 void TarReader::takeExtension(const std::string& data) {
     next_ = pending_;
     if (typeflag() == 'x') next_ = readPaxRecords(data);
+    if (typeflag() == 'g' && readPaxRecords(data).goesBeyondUstar) worsen(Remedy::repack);
     if (typeflag() == 'L') next_.name = data.c_str();
 }
 

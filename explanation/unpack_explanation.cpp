@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <span>
 #include <string_view>
 
 #include "explanation/advice.h"
@@ -78,16 +79,30 @@ std::string joining(const FailedCall& call) {
            shellWord(freshArchive(call.archive, "-joined"));
 }
 
+/// Whether anything but zeros follows the end marker in a stream that was read up to it.
+bool goesOn(ByteSource& stream) {
+    std::array<std::uint8_t, 4096> piece{};
+    while (const std::size_t length = stream.read(piece.data(), piece.size())) {
+        const auto read = std::span(piece).first(length);
+        if (std::any_of(read.begin(), read.end(), [](std::uint8_t byte) { return byte != 0; }))
+            return true;
+    }
+    return false;
+}
+
 /// For a complete archive with something behind it, which may not be the only fault.
 Lines explainBehind(const FailedCall& call, const GzipReading& found) {
-    if (found.cause == GzipReading::Cause::appendage)
-        return {found.finding, cutting(call, found.end)};
     const auto stream = openContent(call);
     if (!stream) return {};
     const TarReading inner = readTar(*stream, subjectOf(call));
+    const bool isJoined = found.cause == GzipReading::Cause::members;
+    if (isJoined && inner.remedy <= Remedy::unpackElsewhere && goesOn(*stream)) {
+        if (inner.remedy <= Remedy::repack)
+            return withAdvice(found.finding, Remedy::repackJoined, call);
+        return {found.finding, "to unpack it: " + unpackingElsewhere(call, "tar -ixf")};
+    }
     if (!inner.message.empty()) return withAdvice(found.finding, inner.remedy, call);
-    const bool isPadded = found.cause == GzipReading::Cause::padding;
-    return {found.finding, isPadded ? cutting(call, found.end) : joining(call)};
+    return {found.finding, isJoined ? joining(call) : cutting(call, found.end)};
 }
 
 Lines explainMember(const FailedCall& call) {
@@ -98,8 +113,8 @@ Lines explainMember(const FailedCall& call) {
     switch (found.cause) {
         case GzipReading::Cause::plainTar:
             return {found.finding, unpacking(call, "--format tar ")};
-        case GzipReading::Cause::convertible:
-            return withAdvice(found.finding, Remedy::convert, call);
+        case GzipReading::Cause::foreign:
+            return withAdvice(found.finding, Remedy::repackForeign, call);
         case GzipReading::Cause::noGzip:
             return {found.finding};
         case GzipReading::Cause::members:
@@ -125,7 +140,7 @@ Lines explainEntry(const FailedCall& call) {
     if (const auto limit = fileSizeLimit(); isWriting && limit && *limit < made.largest)
         return {made.largestWhere + ", and a file may have " + std::to_string(*limit) + " here",
                 "to lift that limit: ulimit -f unlimited"};
-    if (const std::string trouble = roomTrouble(call.tree, made.room); !trouble.empty())
+    if (const std::string trouble = roomTrouble(call.tree, made.room, made.count); !trouble.empty())
         return {trouble, "free some, or unpack to another file system"};
     return {};
 }
@@ -133,7 +148,7 @@ Lines explainEntry(const FailedCall& call) {
 Lines explainUnreadable(const FailedCall& call) {
     const std::string trouble = accessTrouble(call.archive, false);
     if (trouble.empty()) return {};
-    return {trouble, "if it is yours, permit it: chmod u+r " + shellWord(call.archive)};
+    return {trouble, permitting(call.archive)};
 }
 
 Lines explainMissing(const FailedCall& call) {

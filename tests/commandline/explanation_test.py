@@ -16,6 +16,7 @@ import re
 import resource
 import shutil
 import signal
+import socket
 import subprocess
 import tarfile
 import unittest
@@ -29,6 +30,7 @@ HEADING = "## The help after a message\n"
 ALPHA = {b"p/a": b"alpha"}
 BOTH = {b"p/a": b"alpha", b"p/b": b"beta"}
 LONG_DIRECTORY, LONG_FILE = "d" * 90, "f" * 90
+LARGEST_DIRECTORY = "d" * 100
 # Bytes that do not compress, so that the packed data is longer than a header.
 RANDOM = random.Random(1).randbytes(2000)
 PACKED = {b"p/a": b"alpha", b"p/r": RANDOM}
@@ -133,9 +135,9 @@ def a_tree(test):
     test.write_tree(b"src", TWO_FILES)
 
 
-def on_small_disk(prepare, *words):
-    """The program where the directory "disk" has space for 64 KiB."""
-    script = 'mount -t tmpfs -o size=64k none disk && exec "$@"'
+def on_small_disk(prepare, *words, options="size=64k"):
+    """The program where the directory "disk" has space for 64 KiB, or another small one."""
+    script = f'mount -t tmpfs -o {options} none disk && exec "$@"'
     return Case(all_of(prepare, call(os.mkdir, b"disk")), b"-rm", b"sh", b"-c", script, b"sh",
                 PROGRAM, *words, program="unshare", mounts=True)
 
@@ -177,6 +179,13 @@ def tree_with(name, contents=b""):
     return prepare
 
 
+def a_socket(name):
+    def prepare(test):
+        with socket.socket(socket.AF_UNIX) as made:
+            made.bind(test.path(name))
+    return prepare
+
+
 def call(function, *arguments):
     """A step that calls a function of `os` with names in the test's directory."""
     return lambda test: function(*[test.path(argument) if isinstance(argument, bytes) else argument
@@ -215,6 +224,12 @@ CASES = {
         making(tree_with(b"a.tar", b"old")),
     ("Archive already exists", "a directory"):
         making(all_of(a_tree, call(os.mkdir, b"a.tar"))),
+    ("Archive already exists", "a FIFO"):
+        making(all_of(a_tree, call(os.mkfifo, b"a.tar"))),
+    ("Archive already exists", "a socket"):
+        making(all_of(a_tree, a_socket(b"a.tar"))),
+    ("Archive already exists", "a file in the source"):
+        making(tree_with(b"src/a.tar", b"old"), b"src", b"src/a.tar"),
     ("Cannot create archive parent directory", "a file is in its way"):
         making(tree_with(b"dir", b"old"), b"src", b"dir/a.tar"),
     ("Cannot create archive parent directory", "no permission"):
@@ -230,14 +245,22 @@ CASES = {
         making(call(os.mkfifo, b"src")),
     ("Cannot enumerate archive source", "a link that leads nowhere"):
         making(all_of(a_tree, link(b"gone", b"src/sub/link"))),
+    ("Cannot enumerate archive source", "a link that leads nowhere, where the source is a link"):
+        making(all_of(a_tree, link(b"gone", b"src/sub/link"), link(b"src", b"way")), b"way", b"a.tar"),
     ("Cannot enumerate archive source", "a loop of links"):
         making(all_of(a_tree, link(b"link", b"src/link"))),
     ("Cannot enumerate archive source", "a directory that may not be read"):
         making(all_of(a_tree, call(os.mkdir, b"src/shut", 0)), ordinary=True),
+    ("Cannot enumerate archive source", "a link into a directory that may not be read"):
+        making(all_of(a_tree, link(b"../shut/a", b"src/link"), call(os.mkdir, b"shut", 0)), ordinary=True),
     ("Cannot read file: ", "no permission"):
         making(all_of(a_tree, call(os.chmod, b"src/a", 0)), ordinary=True),
+    ("Cannot read file: ", "a directory that may not be searched"):
+        making(all_of(a_tree, call(os.chmod, b"src/sub", 0o600)), ordinary=True),
     ("ZIP entry is too large for ZIP32", "a large file"):
         making(all_of(a_tree, large_file(b"src/large", LARGE))),
+    ("ZIP entry is too large for ZIP32", "the kernel's files"):
+        making(nothing, b"/proc/self/net", b"a.tar"),
     ("TAR entry name is too long", "a long name of a file"):
         making(tree_with(b"src/" + b"n" * 101)),
     ("TAR entry name is too long", "a long name of its directory"):
@@ -329,8 +352,19 @@ CASES = {
     ("Unexpected data after DEFLATE stream", "several members"):
         member(gzip.compress(PLAIN[:1000], mtime=0) + gzip.compress(PLAIN[1000:], mtime=0),
                (b"a-joined.tgz", BOTH)),
+    ("Unexpected data after DEFLATE stream", "several archives"):
+        member(gzip.compress(tar(("p/a", b"alpha")), mtime=0) +
+               gzip.compress(tar(("p/b", b"beta")), mtime=0), CONVERTED(BOTH, b"a-ustar.tgz")),
+    ("Unexpected data after DEFLATE stream", "several archives, and a link in one"):
+        member(gzip.compress(tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a"))), mtime=0) +
+               gzip.compress(tar(("p/c", b"gamma")), mtime=0),
+               IN_PLACE({b"p/a": b"alpha", b"p/b": b"alpha", b"p/c": b"gamma"})),
     ("Unexpected data after DEFLATE stream", "appended bytes"):
         member(MEMBER + b"appended, by whom?", (b"a-cut.tgz", BOTH)),
+    ("Unexpected data after DEFLATE stream", "appended bytes behind a pax archive"):
+        member(gzip.compress(tar(("p/a", b"alpha"), pax_headers={"comment": "x"},
+                                 format=tarfile.PAX_FORMAT), mtime=0) + b"appended, by whom?",
+               CONVERTED(ALPHA, b"a-ustar.tgz")),
     ("Cannot store DEFLATE output", "too little memory"):
         Case(lambda test: test.write(b"a.tgz", gzip.compress(bytes(MEMORY), 1)), b"unpack", b"a.tgz",
              b"out", preexec_fn=bounded(resource.RLIMIT_AS, MEMORY), instrumented=False),
@@ -414,11 +448,22 @@ CASES = {
     ("Unsupported TAR entry type", "a global pax header in a member"):
         member(gzip.compress(tar(("p/a", b"alpha"), format=tarfile.PAX_FORMAT,
                                  pax_headers={"comment": "x"})), CONVERTED(ALPHA, b"a-ustar.tgz")),
+    ("Unsupported TAR entry type", "a global pax header, and the longest name of a directory behind it"):
+        unpacked(tar((LARGEST_DIRECTORY, b"", of_type(tarfile.DIRTYPE)),
+                     (LARGEST_DIRECTORY + "/a", b"alpha"), format=tarfile.PAX_FORMAT,
+                     pax_headers={"comment": "x"}),
+                 CONVERTED({f"{LARGEST_DIRECTORY}/a".encode(): b"alpha"})),
+    ("Unsupported TAR entry type", "a global pax header of a large owner"):
+        unpacked(tar(("p/a", b"alpha"), format=tarfile.PAX_FORMAT, pax_headers={"uid": "3000000"}),
+                 CONVERTED(ALPHA)),
     ("Unsupported TAR entry type", "a pax header of a time"):
         unpacked(tar(("p/a", b"alpha", {"mtime": 1.5}), format=tarfile.PAX_FORMAT),
                  CONVERTED(ALPHA)),
     ("Unsupported TAR entry type", "a pax header of a large owner"):
         unpacked(tar(("p/a", b"alpha", {"uid": 3000000}), format=tarfile.PAX_FORMAT),
+                 CONVERTED(ALPHA)),
+    ("Unsupported TAR entry type", "a pax header of an owner's long name"):
+        unpacked(tar(("p/a", b"alpha", {"uname": "u" * 33}), format=tarfile.PAX_FORMAT),
                  CONVERTED(ALPHA)),
     ("Unsupported TAR entry type", "a pax header of a time before 1970"):
         unpacked(tar(("p/a", b"alpha", {"mtime": -1}), format=tarfile.PAX_FORMAT),
@@ -491,6 +536,9 @@ CASES = {
     ("Cannot finalize TAR entry", "a full disk"):
         on_small_disk(lambda test: test.write(b"a.tar", tar(("p/a", bytes(100000)))),
                       b"unpack", b"a.tar", b"disk/out"),
+    ("Cannot write TAR entry", "a file system with room for a few files only"):
+        on_small_disk(lambda test: test.write(b"a.tar", tar(*[(f"p/{i}", b"") for i in range(20)])),
+                      b"unpack", b"a.tar", b"disk/out", options="nr_inodes=10"),
 
     # The stand-in host
     ("Cannot inspect destination", "a directory that may not be looked into"):
@@ -503,10 +551,21 @@ CASES = {
              b"shut/dir/out", ordinary=True),
     ("Destination already exists", "a directory"):
         Case(all_of(good_archive, lambda test: test.write(b"out/old")), b"unpack", b"a.tar", b"out"),
+    ("Destination already exists", "a file"):
+        Case(all_of(good_archive, lambda test: test.write(b"out", b"old")), b"unpack", b"a.tar", b"out"),
+    ("Destination already exists", "the working directory"):
+        Case(good_archive, b"unpack", b"a.tar", b"."),
+    ("Destination already exists", "a mounted file system"):
+        Case(good_archive, b"unpack", b"a.tar", b"/proc"),
     ("Destination already exists", "a FIFO"):
         Case(all_of(good_archive, call(os.mkfifo, b"out")), b"unpack", b"a.tar", b"out"),
+    ("Destination already exists", "a link that leads nowhere"):
+        Case(all_of(good_archive, link(b"gone", b"out")), b"unpack", b"a.tar", b"out"),
     ("Destination cannot be replaced", "a FIFO"):
         Case(all_of(good_archive, call(os.mkfifo, b"out")), b"unpack", b"a.tar", b"out",
+             b"--overwrite"),
+    ("Destination cannot be replaced", "a link that leads nowhere"):
+        Case(all_of(good_archive, link(b"gone", b"out")), b"unpack", b"a.tar", b"out",
              b"--overwrite"),
     ("Destination cannot be replaced", "a mounted file system"):
         Case(good_archive, b"unpack", b"a.tar", b"/proc", b"--overwrite"),
@@ -518,6 +577,9 @@ CASES = {
     ("Cannot create staging directory", "no permission"):
         Case(all_of(good_archive, call(os.mkdir, b"shut", 0o555)), b"unpack", b"a.tar", b"shut/out",
              ordinary=True),
+    ("Cannot create staging directory", "few files may be open"):
+        Case(good_archive, b"unpack", b"a.tar", b"out",
+             preexec_fn=bounded(resource.RLIMIT_NOFILE, 6), instrumented=False),
 }
 
 
