@@ -16,14 +16,7 @@ namespace vesk::io::archives {
 template <typename FileStream>
 class ByteFile {
 public:
-    ByteFile() {
-        // A file stream starts with the global locale, which may convert what is read and written.
-        // The classic locale converts nothing. Only the buffer's locale matters for bytes.
-        stream_.rdbuf()->pubimbue(std::locale::classic());
-        // Otherwise each call of open() allocates a buffer.
-        stream_.rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
-    }
-
+    ByteFile() { prepare(); }
     ByteFile(const ByteFile&) = delete;
     ByteFile& operator=(const ByteFile&) = delete;
     ~ByteFile() = default;
@@ -31,12 +24,26 @@ public:
     /// Opens the file at `path`, the native text of a path, in binary mode and `mode`. The stream
     /// must not be open. A failure sets its state.
     void open(const std::string& path, std::ios::openmode mode) {
+#ifdef _LIBCPP_VERSION
+        // Closing drops the buffer of this library's streams for good. The next file would be read
+        // or written byte by byte.
+        stream_ = FileStream();
+        prepare();
+#endif
         stream_.open(path, std::ios::binary | mode);
     }
 
     FileStream& stream() { return stream_; }
 
 private:
+    void prepare() {
+        // A file stream starts with the global locale, which may convert what is read and written.
+        // The classic locale converts nothing. Only the buffer's locale matters for bytes.
+        stream_.rdbuf()->pubimbue(std::locale::classic());
+        // Otherwise each call of open() allocates a buffer.
+        stream_.rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+    }
+
     std::array<char, BUFSIZ> buffer_{};  // before the stream that uses it, so that it outlives it
     FileStream stream_;
 };

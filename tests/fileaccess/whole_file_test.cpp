@@ -97,6 +97,18 @@ protected:
     }
 };
 
+/// Some standard libraries drop a stream's buffer when they close a file, and go on byte by byte.
+TEST_F(WholeFile, EveryFileOfOneStreamIsReadThroughABuffer) {
+    writeFile(file, std::string(1000, 'x'));
+    for (const char* which : {"first", "second", "third"}) {
+        SCOPED_TRACE(which);
+        input.open(file, std::ios::in);
+        input.stream().peek();
+        EXPECT_EQ(input.stream().rdbuf()->in_avail(), 1000);
+        input.stream().close();
+    }
+}
+
 TEST_F(WholeFile, GivesExactlyTheBytesOfTheFile) {
     std::string everyByte;
     for (int byte = 0; byte < 256; ++byte) {
