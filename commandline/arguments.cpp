@@ -92,7 +92,8 @@ std::variant<Arguments, Information, UsageError> request(const CLI::App& program
     const auto format = chosenFormat(options, verb);
     if (verb == Verb::make && !format) {
         return usageError(program, "the name '" + options.archive +
-                                       "' tells no format: add --format tar or --format tgz");
+                                       "' tells no format: end it in .tar or .tgz, or add " +
+                                       "--format tar or --format tgz");
     }
     return Arguments{verb,   options.archive,   options.tree, options.module,
                      format, options.overwrite, options.sync, options.quiet};

@@ -108,7 +108,8 @@ std::string progressText(Moment moment, std::chrono::steady_clock::time_point st
     if (moment.done > moment.total) moment.total = 0;  // more was added after the count
     const std::string count = words.unit == Unit::none ? "" : ": " + figures(words.unit, moment);
     if (moment.total == 0) {
-        const std::string taken = ", " + inTime(std::chrono::duration_cast<seconds>(now - start));
+        const std::string taken =
+            ", " + inTime(std::chrono::duration_cast<seconds>(now - start)) + " so far";
         return fitting({stage + count + taken, stage + taken, stage}, width);
     }
 

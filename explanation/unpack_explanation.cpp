@@ -153,6 +153,8 @@ Lines explainUnreadable(const FailedCall& call) {
 
 Lines explainMissing(const FailedCall& call) {
     const Lookup found = lookUp(call.archive);
+    if (found.error != 0 && call.archive == "-")
+        return {"'-' is the name of a file here: archives are not read from standard input"};
     if (found.error != 0)
         return {found.words, "to see what is there: ls -l " + shellWord(found.directory)};
     const std::string kind = kindAt(call.archive);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "hostcheck/output.h"
 #include "hostcheck/report.h"
@@ -70,6 +71,9 @@ int run(int argc, const char* const* argv) {
         printLine(lines);
         return allHold;
     } catch (const CLI::ParseError& error) {
+        const std::vector<std::string> unknown = program.remaining();
+        if (library.empty() && !unknown.empty() && unknown.front() != "--")
+            return complainOfUsage("there is no option " + unknown.front());
         return complainOfUsage(error.what());
     }
     return check(library);

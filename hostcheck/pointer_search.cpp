@@ -52,11 +52,16 @@ void* map(std::size_t size, int protection) {
     return memory;
 }
 
-/// Returns a page at an address that was never used before, so that no old pointer leads there.
+/// Returns a page at an address that was never used before, so that no old pointer leads there. Nor
+/// does what is left of an old pointer when its lower half is overwritten with a small number: such
+/// numbers differ from the last bits of the address.
 std::span<char> freshPage() {
     const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     constexpr std::size_t surroundings = std::size_t{1} << 30U;
-    char* const page = static_cast<char*>(map(surroundings, PROT_NONE)) + surroundings / 2;
+    constexpr std::uintptr_t period = surroundings / 4;
+    constexpr std::uintptr_t lastBits = 0xAE50000;
+    char* const middle = static_cast<char*>(map(surroundings, PROT_NONE)) + surroundings / 2;
+    char* const page = middle + (lastBits - reinterpret_cast<std::uintptr_t>(middle)) % period;
     if (mprotect(page, size, PROT_READ | PROT_WRITE) != 0)
         throw std::system_error(errno, std::generic_category(), "mprotect");
     return {page, size};

@@ -120,7 +120,7 @@ class FormatTest(CommandLineTest):
                 self.assertEqual((result.status, result.out), (2, b""))
                 self.assertEqual(result.err,
                                  b"vesk-archive: the name '" + name + b"' tells no format: "
-                                 b"add --format tar or --format tgz\n"
+                                 b"end it in .tar or .tgz, or add --format tar or --format tgz\n"
                                  b"Try 'vesk-archive make --help'.\n")
                 self.assertEqual(self.listing(), [b"file"])
 
@@ -626,11 +626,11 @@ class LiveLineTest(TerminalTest):
     def test_the_line_names_each_stage(self):
         self.write_archive(b"in.tgz", {b"a": os.urandom(3_000_000)}, "w:gz")
         unpack = (b"unpack", b"in.tgz", b"dest")
-        rows = [("readdir", self.MAKE, rb"walking: \d names, \d s"),
-                ("writev", self.MAKE, rb"writing, \d s"),
-                ("fsync", (*self.MAKE, b"--sync"), rb"moving into place, \d s"),
+        rows = [("readdir", self.MAKE, rb"walking: \d names, \d s so far"),
+                ("writev", self.MAKE, rb"writing, \d s so far"),
+                ("fsync", (*self.MAKE, b"--sync"), rb"moving into place, \d s so far"),
                 ("inflateRaw", unpack, rb"decoding: 0 of 3 MB \[\.{30}\] 0 %"),
-                ("syncfs", (*unpack, b"--sync"), rb"moving into place, \d s")]
+                ("syncfs", (*unpack, b"--sync"), rb"moving into place, \d s so far")]
         for function, words, line in rows:
             with self.subTest(function=function):
                 process = self.start_waiting_in(function, *words, b"--overwrite")

@@ -23,12 +23,12 @@ std::string textOf(Stage stage, std::uint64_t done, std::uint64_t total,
 }
 
 TEST(ProgressText, NamesTheStageAndWhatIsCountedInIt) {
-    EXPECT_EQ(textOf(Stage::walking, 1, 0, 3s), "walking: 1 name, 15 min");
-    EXPECT_EQ(textOf(Stage::walking, 17, 0, 3s), "walking: 17 names, 15 min");
-    EXPECT_EQ(textOf(Stage::readingFiles, 0, 0, 3s), "reading: 0 entries, 15 min");
-    EXPECT_EQ(textOf(Stage::writing, 0, 0, 3s), "writing, 15 min");
-    EXPECT_EQ(textOf(Stage::readingArchive, 0, 0, 3s), "reading, 15 min");
-    EXPECT_EQ(textOf(Stage::moving, 0, 0, 3s), "moving into place, 15 min");
+    EXPECT_EQ(textOf(Stage::walking, 1, 0, 3s), "walking: 1 name, 15 min so far");
+    EXPECT_EQ(textOf(Stage::walking, 17, 0, 3s), "walking: 17 names, 15 min so far");
+    EXPECT_EQ(textOf(Stage::readingFiles, 0, 0, 3s), "reading: 0 entries, 15 min so far");
+    EXPECT_EQ(textOf(Stage::writing, 0, 0, 3s), "writing, 15 min so far");
+    EXPECT_EQ(textOf(Stage::readingArchive, 0, 0, 3s), "reading, 15 min so far");
+    EXPECT_EQ(textOf(Stage::moving, 0, 0, 3s), "moving into place, 15 min so far");
     EXPECT_EQ(textOf(Stage::decoding, 500'000'000, 2'000'000'000, 30s),
               "decoding: 500 of 2000 MB [#######.......................] 25 %, 90 s left");
     EXPECT_EQ(textOf(Stage::unpacking, 3, 4, 30s),
@@ -50,7 +50,7 @@ TEST(ProgressText, ShowsTheTimeLeftInTheStageOnceItCanBeEstimated) {
 }
 
 TEST(ProgressText, IgnoresATotalThatIsTooSmall) {
-    EXPECT_EQ(textOf(Stage::unpacking, 5, 4, 3s), "unpacking: 5 entries, 15 min");
+    EXPECT_EQ(textOf(Stage::unpacking, 5, 4, 3s), "unpacking: 5 entries, 15 min so far");
 }
 
 TEST(ProgressText, LeavesOutWhatDoesNotFit) {
@@ -62,7 +62,7 @@ TEST(ProgressText, LeavesOutWhatDoesNotFit) {
     EXPECT_EQ(textOf(Stage::readingFiles, 3, 4, 30s, 24), "reading: 75 %");
     EXPECT_EQ(textOf(Stage::readingFiles, 3, 4, 30s, 13), "reading");
     EXPECT_EQ(textOf(Stage::readingFiles, 3, 4, 30s, 7), "readin");
-    EXPECT_EQ(textOf(Stage::walking, 123, 0, 30s, 20), "walking, 15 min");
+    EXPECT_EQ(textOf(Stage::walking, 123, 0, 30s, 27), "walking, 15 min so far");
     EXPECT_EQ(textOf(Stage::walking, 123, 0, 30s, 12), "walking");
 }
 

@@ -71,6 +71,9 @@ constexpr std::size_t mebibyte = 1024 * 1024;
 /// The memory that any call may need: the decoder's pieces, streams, paths.
 constexpr std::size_t smallChange = 4 * mebibyte;
 
+/// The last page of a large block may be touched at its beginning only.
+constexpr std::size_t largePage = 2 * mebibyte;
+
 /// How many times the output of an archive may be in memory: twice, while the text for it grows.
 /// The string streams of libc++ 14 also copy the text when it is taken from them.
 #ifdef _LIBCPP_VERSION
@@ -198,9 +201,9 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
             return std::to_string(peakMemory() - before) + ' ' + ending;
         });
         // The archive is released once its payload has been copied, before any output.
+        const std::size_t output = row.output == 0 ? 0 : row.output + largePage;
         const std::size_t bound = row.archive.size() +
-                                  std::max(row.archive.size(), outputCopies * row.output) +
-                                  smallChange;
+                                  std::max(row.archive.size(), outputCopies * output) + smallChange;
         EXPECT_LT(std::stoul(report), bound);
         EXPECT_EQ(report.substr(report.find(' ') + 1), row.ending);
         std::printf("%-40s %9zu bytes, %9s of memory\n", row.name, row.archive.size(),

@@ -484,8 +484,8 @@ class UnwrittenReports(unittest.TestCase):
 
 class Usage(unittest.TestCase):
     def test_wrong_usage_is_said(self):
-        for words, mistake in [((), "LIBRARY is required"), (("--unknown",), "LIBRARY is required"),
-                               (("-x",), "LIBRARY is required"), (("--",), "LIBRARY is required"),
+        for words, mistake in [((), "LIBRARY is required"), (("--unknown",), "there is no option --unknown"),
+                               (("-x",), "there is no option -x"), (("--",), "LIBRARY is required"),
                                (("",), "LIBRARY: it is empty"),
                                ((STANDIN_HOST, "\x1B\n"),
                                 r"The following argument was not expected: \033\012")]:
