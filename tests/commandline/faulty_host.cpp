@@ -9,7 +9,8 @@
 //                                its standard input ends; it aborts if a signal cuts that short
 //
 //   VESK_SLOW        the function that waits in the same way before it does its work for the first
-//                    time: readdir, writev, fsync, syncfs or inflateRaw
+//                    time: readdir, writev (or the fwrite by which libc++ writes), fsync, syncfs
+//                    or inflateRaw
 //
 // It also affects what the program does on signals:
 //
@@ -224,6 +225,12 @@ extern "C" int unlink(const char* name) noexcept {
 extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
     waitIfSlow("writev");
     return syscall(SYS_writev, descriptor, parts, count);
+}
+
+extern "C" size_t fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
+    // The program writes lines in this way, too.
+    if (file != stdout && file != stderr) waitIfSlow("writev");
+    return answering(&fwrite)(bytes, size, count, file);
 }
 
 extern "C" int fsync(int descriptor) {
