@@ -10,6 +10,7 @@ gzip-wrapped, and unpacks what it can trust, whole or not at all.\n\
 .\n\
 vesk-archive makes and unpacks archives by the module without the Vesk runtime;\n\
 vesk-host-check tells whether a runtime gives the module what it requires.")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-tree.cmake)
