@@ -36,6 +36,8 @@ std::vector<std::string> remarksOn(const Outcome& outcome) {
         counted(found.emptyDirectories.count, "directory without files",
                 "directories without files"),
         found.emptyDirectories);
+    add(lines, "stored as files",
+        counted(found.fileLinks.count, "link to a file", "links to files"), found.fileLinks);
     add(lines, "no longer executable", executablesIn(found), found.executables);
     add(lines, "refused when unpacked",
         counted(found.refusedNames.count, "name with : or \\", "names with : or \\"),

@@ -189,8 +189,9 @@ void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFile
             add(findings_.directoryLinks, link);
         } else if (!S_ISREG(mode)) {
             add(findings_.specialFiles, link);
-        } else if (isRefused(link.c_str())) {
-            add(findings_.refusedNames, link);
+        } else {
+            add(findings_.fileLinks, link);
+            if (isRefused(link.c_str())) add(findings_.refusedNames, link);
         }
     }
 }

@@ -16,6 +16,7 @@ namespace vesk::commandline {
 /// What an archive of a source leaves out or changes.
 struct SourceFindings {
     Group directoryLinks;    ///< symbolic links to directories
+    Group fileLinks;         ///< symbolic links to files, which are stored in their place
     Group specialFiles;      ///< FIFOs, sockets, devices, and links to them
     Group emptyDirectories;  ///< directories without files, here and below
     Group refusedNames;      ///< files whose names are refused when they are unpacked

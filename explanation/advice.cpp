@@ -81,7 +81,7 @@ std::string unpackingElsewhere(const FailedCall& call, const std::string& progra
            directory;
 }
 
-std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
+std::vector<std::string> advice(Remedy remedy, const FailedCall& call, const std::string& cause) {
     switch (remedy) {
         case Remedy::convert:
             return {"to convert it: " + conversion(call)};
@@ -90,15 +90,19 @@ std::vector<std::string> advice(Remedy remedy, const FailedCall& call) {
         case Remedy::repackJoined:
             return repacking(call, "tar -ixf");
         case Remedy::repackForeign:
-            return repacking(call, "bsdtar -xf");
+            return repacking(call, "env LC_ALL=C.UTF-8 bsdtar -xf");
         case Remedy::unpackElsewhere:
-            return {"a conversion would lose it; to unpack it anyway:", unpackingElsewhere(call)};
+            return {"a conversion would lose " + (cause.empty() ? "it" : cause) +
+                        "; to unpack it anyway:",
+                    unpackingElsewhere(call)};
         case Remedy::complete:
             return {"it was cut off: fetch it again; if nothing else is missing, complete a copy:",
                     ended(call)};
         case Remedy::fetchAgain:
             return {"it is damaged or cut off: fetch it again"};
         case Remedy::distrust:
+            if (!cause.empty())
+                return {cause + " leads through a link of the archive: do not trust it"};
             return {"do not trust it, nor unpack it with other programs"};
         case Remedy::nothing:
             break;

@@ -29,7 +29,9 @@ enum class Remedy {
 };
 
 /// Returns at most two lines that say what to do. The commands use names that are not taken yet.
-std::vector<std::string> advice(Remedy remedy, const FailedCall& call);
+/// `cause` is what calls for it, such as "entry 2, 'p/b'"; empty if that has just been told.
+std::vector<std::string> advice(Remedy remedy, const FailedCall& call,
+                                const std::string& cause = "");
 
 /// Returns the commands that create a directory, under a name not taken yet, and unpack the archive
 /// into it with `program`.

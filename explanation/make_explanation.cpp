@@ -3,9 +3,7 @@
 #include "explanation/make_explanation.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -86,6 +84,7 @@ Lines explainWalk(const FailedCall& call) {
     const StoppedWalk stopped = walkSource(call.tree).stopped;
     if (stopped.path.empty()) return {};
     const Lookup found = lookUp(stopped.path);
+    if (stopped.error == EMFILE) return {};
     // With the slash, find follows a source that is a link.
     const std::string source = call.tree + (std::filesystem::is_symlink(call.tree) ? "/" : "");
     if (found.error != 0 && found.error != EACCES)
@@ -98,10 +97,17 @@ Lines explainWalk(const FailedCall& call) {
                                            : "name a directory further down as the source"};
 }
 
+/// For a file that cannot be stored as it is.
+Lines explainKernels(const std::string& path) {
+    if (path.empty() || !isKernels(path)) return {};
+    return {inQuotes(path) + ": the kernel's, without a size that holds",
+            "leave it out, or put a copy in its place, which cat can make"};
+}
+
 Lines explainReading(const FailedCall& call) {
     const std::string path = call.message.substr(std::string_view("Cannot read file: ").size());
     const std::string trouble = accessTrouble(path, false);
-    if (trouble.empty()) return {};
+    if (trouble.empty()) return explainKernels(path);
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 && errno == ENOENT)
         return {trouble, "it is gone by now: try again when nobody writes there"};
@@ -109,14 +115,9 @@ Lines explainReading(const FailedCall& call) {
 }
 
 Lines explainSize(const FailedCall& call) {
-    const SourceFile file = walkSource(call.tree).tooLarge;
-    struct statfs system {};
-    const bool isKernels =
-        statfs(call.tree.c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
-    if (file.path.empty() && isKernels)
-        return {inQuotes(call.tree) + ": the kernel's files there have no sizes",
-                "copy those that you need to a directory, and make an archive of that"};
-    if (file.path.empty()) return {};
+    const SourceWalk walk = walkSource(call.tree);
+    const SourceFile& file = walk.tooLarge;
+    if (file.path.empty()) return explainKernels(walk.kernels.path);
     return {inQuotes(file.path) + ": " + bytes(file.size) + ", and 4294967295 are the most",
             "move it out of the source, or put its parts in its place: split -b 2G"};
 }
@@ -131,14 +132,18 @@ std::string splitOf(const std::string& name) {
                    : "its first directory's name has " + bytes(first) + ": shorten it to 155";
     }
     const std::size_t rest = name.size() - slash - 1;
-    return "split at the '/' behind " + bytes(slash) + ", the rest has " + std::to_string(rest) +
+    return "the part behind its first " + bytes(slash) + " has " + std::to_string(rest) +
            ": shorten that to 100";
 }
 
 Lines explainName(const FailedCall& call) {
-    const SourceFile file = walkSource(call.tree).tooLong;
-    if (file.path.empty()) return {};
-    return {inQuotes(file.name) + ": a name of " + bytes(file.name.size()), splitOf(file.name)};
+    const SourceWalk walk = walkSource(call.tree);
+    const std::string& name = walk.tooLong.name;
+    if (walk.tooLongCount == 0) return {};
+    const std::uint64_t others = walk.tooLongCount - 1;
+    const std::string more =
+        others == 0 ? "" : "; " + std::to_string(others) + " more are too long, too";
+    return {inQuotes(name) + ": a name of " + bytes(name.size()) + more, splitOf(name)};
 }
 
 bool isForeignLink(const std::string& path) {

@@ -3,9 +3,11 @@
 #include "explanation/path_state.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -100,6 +102,12 @@ std::string kindAt(const std::string& path) {
     }
 }
 
+bool isKernels(const std::string& path) {
+    struct statfs system {};
+    return statfs(path.c_str(), &system) == 0 &&
+           (system.f_type == PROC_SUPER_MAGIC || system.f_type == SYSFS_MAGIC);
+}
+
 Lookup lookUp(const std::string& path) {
     std::string found = path.starts_with('/') ? "/" : ".";
     for (std::size_t length = 0; length < path.size();) {
@@ -161,11 +169,12 @@ std::string roomTrouble(const std::string& path, std::uint64_t needed, std::uint
 std::string permitting(const std::string& path) {
     const Lookup found = lookUp(path);
     if (found.error == EACCES && found.isLink) return "permit that, or remove the link";
-    if (found.error == EACCES)
-        return "if it is yours, permit it: chmod u+x " + shellWord(found.directory);
-    const bool isDirectory = kindAt(path) == aDirectory;
-    return std::string("if it is yours, permit it: chmod u+") + (isDirectory ? "rx " : "r ") +
-           shellWord(path);
+    const std::string closed = found.error == EACCES ? found.directory : path;
+    struct stat status {};
+    if (stat(closed.c_str(), &status) == 0 && status.st_uid != geteuid())
+        return "only its owner or root can permit that";
+    const char* const bits = found.error == EACCES ? "x " : S_ISDIR(status.st_mode) ? "rx " : "r ";
+    return std::string("to permit that: chmod u+") + bits + shellWord(closed);
 }
 
 std::string descriptorTrouble() {
@@ -178,7 +187,8 @@ std::string descriptorTrouble() {
     for (const int descriptor : descriptors)
         if (descriptor != -1) close(descriptor);
     if (!isTooFew) return "";
-    return "only " + std::to_string(descriptors.size() - 1) + " more files can be opened at a time";
+    return "the process can open only " + std::to_string(descriptors.size() - 1) + " of " +
+           std::to_string(needed) + " files that it may need at a time";
 }
 
 std::optional<std::uint64_t> fileSizeLimit() {

@@ -15,6 +15,10 @@ std::string directoryOf(const std::string& path);
 /// FIFO". Empty if nothing is found.
 std::string kindAt(const std::string& path);
 
+/// Whether the file is one of the kernel's in /proc or /sys, which have no size or not the one that
+/// they say.
+bool isKernels(const std::string& path);
+
 /// Why a path is not found.
 struct Lookup {
     /// The system's error number; 0 if the whole path is found.

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "explanation/entry_kind.h"
+#include "explanation/path_state.h"
 #include "tar/entry_collection.h"
 #include "tar/ustar_header.h"
 
@@ -29,7 +30,11 @@ void meet(SourceWalk& walk, const std::string& path, const std::string& name) {
     if (stat(path.c_str(), &status) != 0) return;
     const SourceFile file{path, name, static_cast<std::uint64_t>(status.st_size)};
     if (file.size > largestFile) keepFirst(walk.tooLarge, file);
-    if (!fitsHeader(name)) keepFirst(walk.tooLong, file);
+    if (file.size == 0 && isKernels(path)) keepFirst(walk.kernels, file);
+    if (!fitsHeader(name)) {
+        keepFirst(walk.tooLong, file);
+        ++walk.tooLongCount;
+    }
     walk.archiveSize += tarBlockSize + file.size + tarPaddingAfter(file.size);
 }
 

@@ -25,10 +25,13 @@ struct SourceFile {
 /// What a walk has found.
 struct SourceWalk {
     StoppedWalk stopped;
-    /// In the order of names: the first file that is too large, and the first whose name does not
-    /// fit.
+    /// In the order of names: the first file that is too large, the first that is the kernel's and
+    /// so has no size of its own, and the first whose name does not fit.
     SourceFile tooLarge;
+    SourceFile kernels;
     SourceFile tooLong;
+    /// How many names do not fit.
+    std::uint64_t tooLongCount = 0;
     /// The size of the archive, in bytes.
     std::uint64_t archiveSize = 0;
 };

@@ -59,8 +59,9 @@ Lines explainExistence(const FailedCall& call) {
     const bool isDirectory = kind == "a directory";
     const bool isReplaceable = call.mayOverwrite && !isMountPoint(call.tree) &&
                                (isDirectory || kind.starts_with("a regular"));
-    if (!isReplaceable) return {inQuotes(call.tree) + ": " + kind, "name another destination"};
-    return {inQuotes(call.tree) + ": " + kind,
+    const std::string what = isLink(call.tree) ? "a link to " + kind : kind;
+    if (!isReplaceable) return {inQuotes(call.tree) + ": " + what, "name another destination"};
+    return {inQuotes(call.tree) + ": " + what,
             isDirectory ? "to replace it with all that it holds: add --overwrite"
                         : "to replace it: add --overwrite"};
 }

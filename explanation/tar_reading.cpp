@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <set>
 #include <span>
 #include <utility>
 
@@ -104,6 +105,7 @@ public:
 private:
     bool readEntry();
     bool isChecksumRight();
+    bool isBehindLink(const std::string& name);
     void checkName();
     std::optional<std::uint64_t> readSize();
     bool passSparseMap();
@@ -114,9 +116,13 @@ private:
     void noteEnd(std::size_t length);
     void noteNoArchive(std::size_t length);
     void note(const char* message, const std::string& finding, Remedy remedy);
-    void worsen(Remedy remedy) { found_.remedy = std::max(found_.remedy, remedy); }
+    void worsen(Remedy remedy);
     bool isClean() const { return found_.message.empty(); }
     std::uint8_t typeflag() const { return *TarTypeflag::in(block_.data()); }
+    std::string entry() const {
+        return "entry " + std::to_string(number_) + ", " +
+               inQuotes(pending_.name.value_or(tarReadEntryName(block_)));
+    }
     std::string where() const {
         return "entry " + std::to_string(number_) + ", " + inQuotes(tarReadEntryName(block_)) +
                ": ";
@@ -131,14 +137,23 @@ private:
     ExtendedHeader pending_;      ///< applies to the entry that is being read
     ExtendedHeader next_;         ///< applies to the entry after it
     TarReading found_;
+    std::uint64_t foundAt_ = 0;  ///< the number of the entry in the finding
+    std::set<std::string> links_;
 };
 
 void TarReader::note(const char* message, const std::string& finding, Remedy remedy) {
     if (isClean()) {
         found_.message = message;
         found_.finding = finding;
+        foundAt_ = number_;
     }
     worsen(remedy);
+}
+
+void TarReader::worsen(Remedy remedy) {
+    if (remedy <= found_.remedy) return;
+    found_.remedy = remedy;
+    found_.cause = number_ == foundAt_ ? "" : entry();
 }
 
 /// For a stream that does not begin like a TAR archive.
@@ -192,6 +207,17 @@ bool TarReader::isChecksumRight() {
     return false;
 }
 
+/// Whether the name leads through a symbolic link of the archive, which other programs may follow.
+bool TarReader::isBehindLink(const std::string& name) {
+    constexpr std::size_t mostLinks = 100'000;
+    if (typeflag() == '2' && links_.size() < mostLinks) links_.insert(name);
+    for (std::size_t slash = name.find('/'); slash != std::string::npos && !links_.empty();
+         slash = name.find('/', slash + 1)) {
+        if (links_.contains(name.substr(0, slash))) return true;
+    }
+    return false;
+}
+
 void TarReader::checkName() {
     // In headers of other formats the name means nothing.
     if (!isClean() && isExtension(typeflag())) return;
@@ -200,6 +226,7 @@ void TarReader::checkName() {
     const Trouble trouble = nameTrouble(name);
     if (!trouble.words.empty())
         note("Unsafe TAR entry name", where() + trouble.words, trouble.remedy);
+    if (isBehindLink(name)) worsen(Remedy::distrust);
     if (!fitsHeader(name))
         worsen(Remedy::unpackElsewhere);
     else if (typeflag() == tarDirectory && !fitsHeader(name + 'x'))

@@ -19,6 +19,9 @@ struct TarReading {
     std::string finding;
     /// What helps. Later entries are taken into account, too.
     Remedy remedy = Remedy::nothing;
+    /// The first entry that calls for this remedy, such as "entry 2, 'p/b'"; empty if it is the one
+    /// in the finding.
+    std::string cause;
 };
 
 /// A file or directory that the module creates.

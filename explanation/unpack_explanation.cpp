@@ -41,10 +41,15 @@ std::string subjectOf(const FailedCall& call) {
     return inQuotes(call.archive) + (call.isGzip ? ", decompressed" : "");
 }
 
-Lines withAdvice(const std::string& finding, Remedy remedy, const FailedCall& call) {
-    Lines lines = advice(remedy, call);
+Lines withAdvice(const std::string& finding, Remedy remedy, const FailedCall& call,
+                 const std::string& cause = "") {
+    Lines lines = advice(remedy, call, cause);
     lines.insert(lines.begin(), finding);
     return lines;
+}
+
+Lines withAdvice(const TarReading& reading, const FailedCall& call) {
+    return withAdvice(reading.finding, reading.remedy, call, reading.cause);
 }
 
 std::string unpacking(const FailedCall& call, const std::string& options) {
@@ -66,7 +71,7 @@ Lines explainStream(const FailedCall& call) {
     const TarReading reading = readTar(*stream, subjectOf(call));
     if (reading.message != call.message) return {};
     if (!call.isGzip && beginsAsGzip(call)) return {reading.finding, unpacking(call, "")};
-    return withAdvice(reading.finding, reading.remedy, call);
+    return withAdvice(reading, call);
 }
 
 std::string cutting(const FailedCall& call, std::uint64_t length) {

@@ -257,18 +257,26 @@ CASES = {
         making(all_of(a_tree, link(b"link", b"src/link"))),
     ("Cannot enumerate archive source", "a directory that may not be read"):
         making(all_of(a_tree, call(os.mkdir, b"src/shut", 0)), ordinary=True),
+    ("Cannot enumerate archive source", "few files may be open"):
+        making(tree_with(b"src/d/d/d/d/d/a"), preexec_fn=bounded(resource.RLIMIT_NOFILE, 6), instrumented=False),
     ("Cannot enumerate archive source", "a link into a directory that may not be read"):
         making(all_of(a_tree, link(b"../shut/a", b"src/link"), call(os.mkdir, b"shut", 0)), ordinary=True),
     ("Cannot read file: ", "no permission"):
         making(all_of(a_tree, call(os.chmod, b"src/a", 0)), ordinary=True),
+    ("Cannot read file: ", "another user's file"):
+        making(all_of(a_tree, call(os.chmod, b"src/a", 0)), foreign=True, user=65534),
     ("Cannot read file: ", "a directory that may not be searched"):
         making(all_of(a_tree, call(os.chmod, b"src/sub", 0o600)), ordinary=True),
+    ("Cannot read file: ", "a file of the kernel's that says a wrong size"):
+        making(all_of(a_tree, link(b"/sys/kernel/uevent_seqnum", b"src/x"))),
     ("ZIP entry is too large for ZIP32", "a large file"):
         making(all_of(a_tree, large_file(b"src/large", LARGE))),
-    ("ZIP entry is too large for ZIP32", "the kernel's files"):
-        making(nothing, b"/proc/self/net", b"a.tar", libcxx=False),
+    ("ZIP entry is too large for ZIP32", "a link to a file of the kernel's"):
+        making(all_of(a_tree, link(b"/proc/self/mounts", b"src/mtab")), libcxx=False),
     ("TAR entry name is too long", "a long name of a file"):
         making(tree_with(b"src/" + b"n" * 101)),
+    ("TAR entry name is too long", "several long names"):
+        making(all_of(*[tree_with(b"src/" + letter * 101) for letter in [b"n", b"o", b"p"]])),
     ("TAR entry name is too long", "a long name of its directory"):
         making(tree_with(b"src/" + b"n" * 156 + b"/a")),
     ("TAR entry name is too long", "no split leaves a short rest"):
@@ -517,6 +525,8 @@ CASES = {
     ("Unsupported TAR entry type", "a symbolic link in a member"):
         member(gzip.compress(tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a")))),
                IN_PLACE({b"p/a": b"alpha", b"p/b": b"alpha"})),
+    ("Unsupported TAR entry type", "a symbolic link, and an entry that leads through it"):
+        unpacked(tar(("p", b"", of_type(b"2", linkname="..")), ("p/a", b"alpha"))),
     ("Unsupported TAR entry type", "a hard link"):
         unpacked(tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"1", linkname="p/a"))),
                  IN_PLACE({b"p/a": b"alpha", b"p/b": b"alpha"})),
@@ -561,6 +571,9 @@ CASES = {
         Case(all_of(good_archive, lambda test: test.write(b"out/old")), b"unpack", b"a.tar", b"out"),
     ("Destination already exists", "a file"):
         Case(all_of(good_archive, lambda test: test.write(b"out", b"old")), b"unpack", b"a.tar", b"out"),
+    ("Destination already exists", "a link to a directory"):
+        Case(all_of(good_archive, lambda test: test.write(b"kept/old"), link(b"kept", b"out")),
+             b"unpack", b"a.tar", b"out"),
     ("Destination already exists", "the working directory"):
         Case(good_archive, b"unpack", b"a.tar", b"."),
     ("Destination already exists", "a mounted file system"):

@@ -36,9 +36,14 @@ class MakingTest(CommandLineTest):
             os.chmod(self.path(b"src/" + name), 0o755)
 
     def test_an_archive_that_holds_everything_has_no_remark(self):
-        os.symlink(b"a", self.path(b"src/link"))
         self.assertEqual(self.made(), [])
         self.assertEqual(self.made(source=b"src/a"), [])
+
+    def test_links_to_files_are_counted_since_the_archive_has_the_files(self):
+        os.symlink(b"a", self.path(b"src/link"))
+        self.assertEqual(self.made(), ["  stored as files: 1 link to a file, first 'link'"])
+        os.symlink(b"../a", self.path(b"src/sub/link"))
+        self.assertEqual(self.made(), ["  stored as files: 2 links to files, first 'link'"])
 
     def test_links_to_directories_are_counted_and_the_first_is_named(self):
         os.symlink(b".", self.path(b"src/z"))
@@ -46,7 +51,8 @@ class MakingTest(CommandLineTest):
         os.symlink(b"..", self.path(b"src/sub/y"))
         os.symlink(b"a", self.path(b"src/sub/x"))  # dangling links fail, so it is to exist
         self.write(b"src/sub/a")
-        self.assertEqual(self.made(), ["  left out: 2 links to directories, first 'sub/y'"])
+        self.assertEqual(self.made(), ["  left out: 2 links to directories, first 'sub/y'",
+                                       "  stored as files: 1 link to a file, first 'sub/x'"])
 
     def test_fifos_sockets_and_devices_are_counted_and_so_are_links_to_them(self):
         os.mkfifo(self.path(b"src/sub/fifo"))
@@ -72,11 +78,13 @@ class MakingTest(CommandLineTest):
     def test_a_directory_that_holds_a_link_to_a_file_has_a_file(self):
         os.makedirs(self.path(b"src/links/deep"))
         os.symlink(b"../../a", self.path(b"src/links/deep/link"))
-        self.assertEqual(self.made(), [])
+        stored = "  stored as files: 1 link to a file, first 'links/deep/link'"
+        self.assertEqual(self.made(), [stored])
         os.mkdir(self.path(b"src/only"))
         os.symlink(b"..", self.path(b"src/only/up"))
         self.assertEqual(self.made(), ["  left out: 1 link to a directory, first 'only/up'",
-                                       "  left out: 1 directory without files, first 'only'"])
+                                       "  left out: 1 directory without files, first 'only'",
+                                       stored])
 
     def test_an_empty_source_does_not_count_as_left_out(self):
         os.mkdir(self.path(b"void"))
@@ -88,13 +96,12 @@ class MakingTest(CommandLineTest):
                                        "first 'sub/b:c'"])
         self.write(b"src/sub\\way/file")
         os.symlink(b"a", self.path(b"src/li:nk"))
-        self.assertEqual(self.made(), ["  refused when unpacked: 3 names with : or \\, "
-                                       "first 'li:nk'"])
+        refused = ["  stored as files: 1 link to a file, first 'li:nk'",
+                   "  refused when unpacked: 3 names with : or \\, first 'li:nk'"]
+        self.assertEqual(self.made(), refused)
         # A link to a directory has no name in the archive.
         os.symlink(b".", self.path(b"src/a:b"))
-        self.assertEqual(self.made(), ["  left out: 1 link to a directory, first 'a:b'",
-                                       "  refused when unpacked: 3 names with : or \\, "
-                                       "first 'li:nk'"])
+        self.assertEqual(self.made(), ["  left out: 1 link to a directory, first 'a:b'", *refused])
         self.assertEqual(self.run_program(b"unpack", b"out.tar", b"dest").status, 1)
 
     def test_a_single_file_is_looked_at_too(self):
@@ -108,7 +115,8 @@ class MakingTest(CommandLineTest):
         self.assertEqual(self.made(), ["  no longer executable: 1 file, first 'tool'"])
         os.symlink(b"../tool", self.path(b"src/sub/alias"))
         os.chmod(self.path(b"src/a"), 0o610)
-        self.assertEqual(self.made(), ["  no longer executable: 3 files, first 'a'"])
+        self.assertEqual(self.made(), ["  stored as files: 1 link to a file, first 'sub/alias'",
+                                       "  no longer executable: 3 files, first 'a'"])
 
     def test_of_many_files_only_some_modes_are_read_and_the_count_says_at_least(self):
         self.make_executable(*[b"%03d" % number for number in range(200)])
