@@ -19,12 +19,12 @@ struct NewArchive {
     ByteBuffer tarBytes;
 };
 
-/// Checks and prepares the archive's destination, then builds the TAR stream of the source. On
-/// failure raises it and returns nothing; an older archive is still untouched then.
+/// Checks and prepares the archive's destination, then builds the TAR stream of the source. Raises
+/// a failure and returns nothing. An older archive is untouched in either case.
 std::optional<NewArchive> buildNewArchive(const char* sourcePath, const char* archivePath,
                                           void* mode);
 
-/// Reads the whole archive at `archivePath`. On failure raises it and returns nothing.
+/// Reads the whole archive at `archivePath`. Raises a failure and returns nothing.
 std::optional<ByteBuffer> readArchive(const char* archivePath);
 
 /// Unpacks the TAR stream `tarBytes` into `destinationPath` and raises any failure.

@@ -8,9 +8,10 @@
 //
 // A function that returns with no pending exception has succeeded. One that failed has raised
 // exactly one `IOException`. Exceptions of the C++ standard library (std::bad_alloc,
-// std::length_error) leave the functions uncaught, with everything released. There is one
-// restriction: when memory runs out during a directory walk, libstdc++ 12 ends the process, and
-// libc++ 14 may leave that directory open.
+// std::length_error) leave the functions uncaught, with all memory and files released; only a
+// staging directory stays, for the runtime to remove. There is one restriction: when memory runs
+// out during a directory walk, libstdc++ 12 ends the process, and libc++ 14 may leave that
+// directory open.
 //
 // The functions share no state and may run at the same time on any number of threads.
 #pragma once

@@ -8,15 +8,16 @@
 
 namespace vesk::io::archives {
 
-/// Raises an `IOException` with `message` in the runtime and returns false. Used when making
-/// archives and by the file reader: callers test the result or ask Vesk_hasPendingError.
+/// Raises an `IOException` with `message` in the runtime and returns false. Used when making an
+/// archive, when reading a file, and by the exported functions and their steps: callers test the
+/// result or ask Vesk_hasPendingError.
 inline bool raiseFailure(const char* message) {
     Vesk_raise("IOException", message);
     return false;
 }
 
-/// Replaces all of `errorText` by `message` and returns false. Used when unpacking: the exported
-/// function raises the text.
+/// Replaces all of `errorText` by `message` and returns false. Used when decoding and extracting an
+/// archive that has been read: the exported function raises the text.
 inline bool reportFailure(std::string& errorText, const char* message) {
     errorText = message;
     return false;

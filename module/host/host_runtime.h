@@ -35,9 +35,9 @@ int Vesk_hasPendingError(void);
 /// Turns a host path string into a filesystem path, returned by value.
 ///
 /// `text` is NUL-terminated, never null and never empty. It is an archive, source or destination
-/// path, or the name of a TAR entry; each such name is converted twice, once to judge it and once
-/// to make the target. A relative string must therefore yield a relative path with the same
-/// components. The result is not checked and no failure is expected.
+/// path, or the name of a TAR entry. The name of an entry that is extracted is converted twice: to
+/// judge it, and to form the path of its target. A relative string must therefore yield a relative
+/// path with the same components. The module does not check the result and expects no failure.
 std::filesystem::path Vesk_runtimeFsPath(const char* text);
 
 namespace vesk::runtime::archives {
@@ -47,7 +47,7 @@ namespace vesk::runtime::archives {
 ///
 /// The module passes the handle through unread. It asks once per call: when making, after the
 /// archive path has been converted; when unpacking, after the archive has been read and decoded. It
-/// does not ask for a pending exception afterwards.
+/// does not call Vesk_hasPendingError right after this function.
 bool modeIsOverwrite(void* mode);
 
 /// Prepares a fresh, empty staging directory for an extraction into `destination`.
@@ -56,10 +56,10 @@ bool modeIsOverwrite(void* mode);
 /// (`overwrite`); the module never examines the destination.
 ///
 /// On true the directory exists, and `staging`, empty on entry, names it. The path and its
-/// lexically normal form must name the same directory (no `..` behind a symbolic link), since the
+/// lexically normal form must name the same directory (no `..` after a symbolic link), since the
 /// extractor forms its targets lexically. On false `error` has been replaced by the message; the
-/// module then removes nothing and raises that text unchanged. On entry `error` holds what
-/// inflateRaw left in it; otherwise it is empty.
+/// module then removes nothing and raises that text unchanged. On entry `error` is empty for a TAR
+/// archive, and holds what inflateRaw left in it for a gzip member.
 bool prepareExtractionStaging(const std::filesystem::path& destination, bool overwrite,
                               std::filesystem::path& staging, std::string& error);
 
