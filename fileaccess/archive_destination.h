@@ -17,6 +17,7 @@ namespace vesk::io::archives {
 bool archivePrepareArchivePath(const std::filesystem::path& archivePath, bool overwrite);
 
 /// Truncates or creates the file at `archivePath`, then writes `bytes` to it with one write.
+/// Creates parent directories that have vanished since archivePrepareArchivePath.
 ///
 /// Raises "Cannot create archive parent directory", "Cannot create archive" (it cannot be opened)
 /// or "Cannot finalize archive" (the write or the close failed; what was written stays). Returns

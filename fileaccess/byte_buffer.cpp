@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// ByteBuffer: its blocks grow by moving pages, where a container would copy bytes.
+// ByteBuffer: its large blocks grow by moving pages, where a container would copy bytes.
 #include "fileaccess/byte_buffer.h"
 
 #include <cstring>
@@ -13,7 +13,7 @@ namespace vesk::io::archives {
 
 namespace {
 
-// The difference of two pointers into one object is a std::ptrdiff_t.
+// The difference of two pointers into one object must fit into a std::ptrdiff_t.
 enum : std::size_t { maxSize = std::numeric_limits<std::ptrdiff_t>::max() };
 
 [[noreturn]] void refuseSize() {

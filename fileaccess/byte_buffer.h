@@ -7,8 +7,8 @@
 
 namespace vesk::io::archives {
 
-/// Owns its bytes; can be moved but not copied. Sizes are in bytes. No member touches memory that
-/// is about to be overwritten. A large buffer grows by moving its pages instead of copying them.
+/// Owns its bytes; can be moved but not copied. Sizes are in bytes. No member zeroes memory that is
+/// about to be overwritten. Where the system can move pages, a large buffer grows without copying.
 /// Throws std::bad_alloc when an allocation fails, and std::length_error("vector::reserve") for a
 /// size that no buffer can have.
 class ByteBuffer {

@@ -22,11 +22,11 @@ public:
     ~ByteFile() = default;
 
     /// Opens the file at `path`, the native text of a path, in binary mode and `mode`. The stream
-    /// must not be open. A failure sets its state.
+    /// must not be open. A failure sets the stream's failbit.
     void open(const std::string& path, std::ios::openmode mode) {
 #ifdef _LIBCPP_VERSION
-        // Closing drops the buffer of this library's streams for good. The next file would be read
-        // or written byte by byte.
+        // When a stream of this library is closed, it drops its buffer for good. It would read or
+        // write the next file byte by byte.
         stream_ = FileStream();
         prepare();
 #endif
@@ -44,7 +44,7 @@ private:
         stream_.rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     }
 
-    std::array<char, BUFSIZ> buffer_{};  // before the stream that uses it, so that it outlives it
+    std::array<char, BUFSIZ> buffer_{};  // declared first, so that the stream is destroyed first
     FileStream stream_;
 };
 

@@ -14,7 +14,7 @@ namespace vesk::io::archives {
 
 namespace {
 
-// These functions are the owner that the guidelines ask for, with those that free.
+// The guidelines ask for an owner that allocates and frees: these functions are that owner.
 // NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
 
 void* growAllocated(void* block, std::size_t newSize) {
@@ -41,8 +41,8 @@ enum : std::size_t {
     largeBlock = 1 << 20,
 };
 
-// Rounds up to whole large pages: such a mapping begins at a large page, and keeps its large pages
-// when it is moved to grow.
+// Rounds up to whole large pages. Newer kernels place a mapping of such a size at the beginning of
+// a large page, so that it keeps its large pages when it is moved to grow.
 std::size_t mappingSize(std::size_t size) {
     return (size + largePageSize - 1) / largePageSize * largePageSize;
 }

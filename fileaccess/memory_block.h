@@ -2,9 +2,10 @@
 // Blocks of memory for whole files and streams. Each large block is a mapping of its own, in large
 // pages where the system has them.
 //
-// Touching new memory page by page costs more than copying it; large pages save that. The advice to
-// use them stays with an address range until it is unmapped. It is given only for these mappings,
-// which end with their block, and never for memory of the allocator: the host's heap is unchanged.
+// The page faults of new memory cost more than copying as many bytes; large pages save most of the
+// faults. The advice to use large pages stays with an address range until it is unmapped. So it is
+// given only for these mappings, which are unmapped when their block is freed, and never for memory
+// of the allocator: the host's heap is unchanged.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +15,9 @@ namespace vesk::io::archives {
 /// Returns a block of `newSize` bytes that begins with the `size` bytes of `block`, and releases
 /// `block`. The content of the added bytes is unspecified.
 ///
-/// Unless `block` is null, neither size is 0. No size exceeds the largest std::ptrdiff_t. The
-/// caller owns the block and passes it to freeBlock with its size. Throws
-/// std::bad_alloc when there is no memory; `block` is then unchanged.
+/// `newSize` is at least `size`. `size` is 0 if `block` is null; otherwise neither size is 0. No
+/// size exceeds the largest std::ptrdiff_t. The caller owns the block and passes it to freeBlock
+/// with its size. Throws std::bad_alloc when there is no memory; `block` is then unchanged.
 void* growBlock(void* block, std::size_t size, std::size_t newSize);
 
 /// Releases `block`, which has `size` bytes or is null.

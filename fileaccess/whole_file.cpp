@@ -17,7 +17,7 @@ bool raiseUnreadable(const std::string& path) {
 
 bool appendOpenFile(const std::string& path, std::ifstream& file, ByteBuffer& bytes) {
     std::streambuf& content = *file.rdbuf();
-    // An unknown size is reported as -1. As an unsigned number that exceeds the limit.
+    // An unknown size is reported as -1, which as an unsigned number exceeds the limit.
     const std::streamoff end = content.pubseekoff(0, std::ios::end, std::ios::in);
     const auto size = static_cast<std::uint64_t>(end);
     if (size > 0xFFFFFFFF) return raiseFailure("ZIP entry is too large for ZIP32");

@@ -18,7 +18,8 @@ namespace vesk::io::archives {
 /// yields fewer bytes than its size) or "ZIP entry is too large for ZIP32" (it is larger, or its
 /// size is unknown; nothing has been allocated then). The size of `bytes` does not tell whether
 /// reading failed: a failure may append unspecified bytes, and an empty file appends none. Callers
-/// ask Vesk_hasPendingError. `file` is the stream to read with; it is closed before and after.
+/// ask Vesk_hasPendingError. `file` is the stream to read with: it must not be open, and is closed
+/// again on return.
 void zipReadFileBytes(const std::string& path, ByteFile<std::ifstream>& file, ByteBuffer& bytes);
 
 }  // namespace vesk::io::archives
