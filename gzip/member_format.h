@@ -20,7 +20,7 @@ enum : std::uint8_t {
 enum : std::size_t {
     gzipHeaderSize = 10,    ///< without the optional fields
     gzipTrailerSize = 8,    ///< CRC32 and ISIZE
-    gzipStoredMax = 65535,  ///< most content of one stored block
+    gzipStoredMax = 65535,  ///< the largest content of one stored block
 };
 
 /// Returns the CRC-32 of `count` bytes as the format stores it.

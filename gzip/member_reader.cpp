@@ -99,8 +99,8 @@ struct GzipTrailer {
     std::uint32_t isize;
 };
 
-// Before decoding, memory is reserved for this many times the payload's size, which is more than
-// text or code usually needs.
+// Before decoding, memory is reserved for at most this many times the payload's size. Text and code
+// seldom expand more.
 enum : std::uint64_t { commonExpansion = 8 };
 
 // String streams whose text is one large block of memory.
@@ -118,7 +118,7 @@ bool inflatePayload(GzipContent payload, const GzipTrailer& trailer, GzipContent
     const std::uint64_t payloadSize = payload.size();
     ContentInput in(std::move(payload), std::ios::binary);
     // Reserving the usual size saves copying. More is not reserved, since the declared size may be
-    // wrong: the memory for it grows with the output.
+    // wrong: further memory is allocated as the output grows.
     ContentOutput out(
         withRoomFor(std::min<std::uint64_t>(trailer.isize, payloadSize * commonExpansion)),
         std::ios::binary);

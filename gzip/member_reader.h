@@ -15,7 +15,7 @@ using GzipContent = std::basic_string<char, std::char_traits<char>, BlockAllocat
 
 /// Decodes the gzip member that fills the whole of `member` into `content`.
 ///
-/// The trailer is always the last eight bytes, so nothing may follow the member. `member` is
+/// The last eight bytes are taken for the trailer, so nothing may follow the member. `member` is
 /// released as soon as its payload has been copied for the inflater. On failure returns false;
 /// `content` is then unchanged, and `errorText` is replaced by the first of these that applies:
 /// "Invalid gzip stream", "Invalid gzip flags", "Truncated gzip extra field", "Truncated gzip file
