@@ -24,7 +24,7 @@ std::string withSingleSeparators(std::string_view text) {
     return name;
 }
 
-// The walk appends to the text of `source`: the rest of a path's text is relative to `source`.
+// Every path of the walk begins with the text of `source`. The rest is relative to `source`.
 std::string nameBelow(const fs::path& source, const fs::path& path) {
     std::string_view relative = path.native();
     relative.remove_prefix(source.native().size());
@@ -43,8 +43,8 @@ void walkDirectory(const fs::path& source, std::vector<ArchiveEntryInfo>& entrie
         if (regular) {
             const fs::path& path = position->path();
             std::string name = nameBelow(source, path);
-            // Unreachable with an empty name: every component has one. Such an entry could not be
-            // extracted.
+            // The name is never empty, since the walk appends a file's name. An entry with an empty
+            // name could not be extracted.
             if (!name.empty()) entries.push_back({path.native(), std::move(name)});
         }
         position.increment(error);

@@ -19,9 +19,9 @@ struct ArchiveEntryInfo {
 ///
 /// Symbolic links to files are followed. Links to directories are not walked. Other kinds of file
 /// are skipped. On failure raises "Archive source does not exist", "Archive source must be a file
-/// or directory" or "Cannot enumerate archive source" (a directory or an entry in it cannot be
-/// read; a dangling link is such an entry) and returns an empty list. A directory without files
-/// gives an empty list too, so callers ask Vesk_hasPendingError.
+/// or directory" or "Cannot enumerate archive source" (a directory cannot be read, or the type of
+/// an entry in it cannot be found: it may be a dangling link) and returns an empty list. A
+/// directory without files gives an empty list too, so callers ask Vesk_hasPendingError.
 std::vector<ArchiveEntryInfo> collectArchiveEntries(const std::filesystem::path& source);
 
 /// Returns the text of `path` with each run of "/" replaced by one; other bytes are unchanged.

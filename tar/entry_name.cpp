@@ -18,7 +18,7 @@ std::string readText(std::span<const std::uint8_t, tarBlockSize> block) {
     return std::string(begin, std::find(begin, begin + Field::width, 0));
 }
 
-// Not by the path's iterators: those of libc++ end the process when an element cannot be allocated.
+// Splits the text itself: the path iterators of libc++ end the process when memory runs out.
 bool isEveryElementSafe(std::string_view path) {
     while (true) {
         const std::size_t length = std::min(path.find('/'), path.size());
@@ -50,7 +50,7 @@ bool tarIsSafeEntryName(const std::string& entryName) {
 
     const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
     if (isEveryElementSafe(path.native())) return true;
-    // Normalisation removes every "..", except one that leads out of the root.
+    // Normalisation leaves a ".." only at the beginning of a relative path, where it leads outside.
     const std::filesystem::path normal = path.lexically_normal();
     if (normal == "." || normal.has_root_path()) return false;
     return isEveryElementSafe(normal.native());
@@ -58,7 +58,7 @@ bool tarIsSafeEntryName(const std::string& entryName) {
 
 std::string tarTargetName(const std::string& entryName) {
     const std::filesystem::path path = Vesk_runtimeFsPath(entryName.c_str());
-    // Safe elements mean that the path is in its normal form already, as nearly every name is.
+    // A path whose elements are all safe is in its normal form already. Nearly every name is.
     return isEveryElementSafe(path.native()) ? path.native() : path.lexically_normal().native();
 }
 

@@ -22,8 +22,8 @@ std::string tarReadEntryName(std::span<const std::uint8_t, tarBlockSize> block);
 /// unless the text alone decides.
 bool tarIsSafeEntryName(const std::string& entryName);
 
-/// Returns the place below the root for the entry with the safe name `entryName`: the name,
-/// converted by Vesk_runtimeFsPath and normalised, as the native text of a path.
+/// Returns the path, relative to the root, at which the entry with the safe name `entryName` is
+/// made: the name, converted by Vesk_runtimeFsPath and normalised, as the native text of a path.
 std::string tarTargetName(const std::string& entryName);
 
 }  // namespace vesk::io::archives

@@ -16,7 +16,7 @@ namespace vesk::io::archives {
 /// A name of more than 100 bytes is split at its rightmost "/" whose index is at most 155. Raises
 /// "TAR entry name is too long" when there is no such slash or more than 100 bytes remain after it,
 /// and "TAR numeric field is too large" when `size` is 8589934592 or more. Callers ask
-/// Vesk_hasPendingError and then discard the block.
+/// Vesk_hasPendingError, and discard the block after a failure.
 void tarBuildHeaderBlock(std::string_view entryName, std::uint64_t size,
                          std::span<std::uint8_t, tarBlockSize> block);
 

@@ -13,8 +13,9 @@ namespace vesk::io::archives {
 /// that may be null or empty.
 ///
 /// `overwrite` is passed on to the runtime. On failure returns false with `errorText` replaced by
-/// "Destination path is required", a message of the extractor or one of the runtime; the staging
-/// tree has then been removed. Never raises. A C++ exception leaves the staging tree behind.
+/// "Destination path is required", a message of the extractor or one of the runtime; the runtime
+/// has then been asked to remove the staging tree. Never raises. A C++ exception leaves the staging
+/// tree behind.
 bool tarUnpackArchiveBytes(std::span<const std::uint8_t> archive, const char* destinationPath,
                            bool overwrite, std::string& errorText);
 

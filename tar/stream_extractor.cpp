@@ -32,7 +32,7 @@ bool isZeroBlock(HeaderBlock block) {
 }
 
 // Returns the text that is put before a normalised name to give a normalised target: the normalised
-// root with a slash at its end, or nothing for the root ".".
+// root with a slash at its end; nothing if the root's normal form is "." or empty.
 std::string targetPrefix(const fs::path& root) {
     std::string prefix = root.lexically_normal().native();
     if (prefix == ".") return {};
@@ -69,10 +69,11 @@ bool Extraction::makeDirectory(const std::string& target) {
 }
 
 // The directory exists for all files but the first one in it. So the file is opened at once. Only
-// when that fails is the directory looked at, and only when it was missing is the file tried again.
+// if that fails is the directory made, and only if it was missing is the file opened again.
 bool Extraction::openRegularFile(const std::string& target) {
     const auto open = [&] { file_.open(target, std::ios::out | std::ios::trunc); };
-    // A target without a parent comes only from a root without a name: no file is made there.
+    // A target without a slash comes only from a root whose normal form is "." or empty. No file is
+    // made directly in such a root.
     if (target.find('/') != std::string::npos) open();
     if (file_.stream().is_open()) return true;
 

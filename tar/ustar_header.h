@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The layout of the 512-byte ustar header block (POSIX.1-1988). No other file contains offsets or
-// widths.
+// The layout of the 512-byte ustar header block (POSIX.1-1988). No other file of the module
+// contains offsets or widths.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@ enum : std::size_t {
     tarEndMarkerSize = 2 * tarBlockSize,
 };
 
-/// One field of the header block. It is a type, so that its offset and width, in bytes, stay
-/// together and need no storage.
+/// One field of the header block, with its offset and width in bytes. It is a type, so that the two
+/// stay together and need no storage.
 template <std::size_t Offset, std::size_t Width>
 struct TarField {
     enum : std::size_t { offset = Offset, width = Width, end = Offset + Width };
