@@ -44,7 +44,7 @@ std::optional<fs::path> named(fs::path path) {
     const FileDescriptor directory = openForLookups(path);
     std::error_code error;
     fs::path canonical = fs::canonical(path, error);
-    // False too when either of the two could not be found.
+    // Also false when the directory cannot be opened or the path cannot be resolved.
     const bool isSame = isOpenAs({AT_FDCWD, canonical.c_str()}, directory.number());
     return isSame ? std::optional(std::move(canonical)) : std::nullopt;
 }
@@ -125,7 +125,8 @@ const char* findDestination(const fs::path& path, MadeParents* parents, Destinat
     if (path.native().size() >= PATH_MAX) return cannotInspect;
     if (const char* message = locate(path, parents, found)) return message;
 
-    // Where the system fails to follow a chain of links to its end, this fails too.
+    // If the system cannot follow the links to the end of their chain, none is followed: the first
+    // link is the destination.
     const FileDescriptor end(open(found.path.c_str(), O_PATH | O_CLOEXEC));
     for (int links = 0; end && links < longestChain && isLinkToFollow(found); ++links) {
         std::optional<Destination> next = follow(found);

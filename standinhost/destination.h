@@ -37,8 +37,8 @@ private:
 struct Destination {
     FileDescriptor parent;
     std::string name;                  ///< "." for the root directory, which has no parent
-    std::filesystem::path path;        ///< relative if the destination was given as relative
-    std::filesystem::path parentPath;  ///< absolute and without links and dots, if that is known
+    std::filesystem::path path;        ///< relative only if the destination was given as relative
+    std::filesystem::path parentPath;  ///< absolute, without links and dots, if it can be resolved
 
     Entry entry() const { return {parent.number(), name.c_str()}; }
 };

@@ -15,15 +15,15 @@ namespace vesk::standin {
 
 namespace {
 
-/// Tells whether the name is surely in its normal form. A name with a component that begins with a
-/// dot may be, but counts as one that is not.
+/// Tells whether the name is known to be in its normal form. Returns false for every name with a
+/// component that begins with a dot, even if its form is normal.
 bool isNormal(std::string_view name) {
     return !name.starts_with('.') && name.find("/.") == std::string_view::npos &&
            name.find("//") == std::string_view::npos;
 }
 
 /// Tells whether the directory may have changed at `moment` or later, by its file system's clock.
-/// That may stand still for some milliseconds, in which one change looks like another.
+/// That clock may stand still for some milliseconds: changes within them have the same time.
 bool mayHaveChangedSince(timespec moment, Entry directory) {
     struct stat status {};
     if (fstatat(directory.directory, directory.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -41,7 +41,7 @@ const char* pathOf(const std::string& directory) {
 }  // namespace
 
 void ExtractedNames::note(std::string_view name) {
-    // The module converts every name twice: to judge it, and to write it.
+    // The module converts an entry's name twice: to judge it, and to form the path of its target.
     if (name == last_) return;
     last_ = name;
     if (isNormal(name)) return noteNormal(name);

@@ -12,8 +12,8 @@
 
 namespace vesk::standin {
 
-/// Collects the names that are extracted, 8 bytes for each, and compares their number with the
-/// number on disk. That costs a fraction of the extraction.
+/// Collects a hash of each name that is extracted, 8 bytes each, and compares the number of names
+/// with the number of entries on disk. That takes a fraction of the extraction's time.
 class ExtractedNames {
 public:
     /// Notes a name as it stands in the archive. A name that is noted twice counts once.
@@ -38,7 +38,7 @@ private:
 
     void noteNormal(std::string_view name);
 
-    /// When the directory above the tree has changed by the tree's move, by its file system's
+    /// The time at which the tree's move changed the directory above it, by the file system's
     /// clock.
     timespec moved_{};
     std::vector<ReadDirectory> directories_;

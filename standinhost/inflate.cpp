@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The raw DEFLATE decoder. It works with two pieces of fixed size, whatever the declared sizes.
+// The raw DEFLATE decoder. It uses two buffers of fixed size, whatever the declared sizes.
 #include <isa-l/igzip_lib.h>
 
 #include <algorithm>
@@ -13,11 +13,12 @@
 
 namespace {
 
-/// Small enough for both pieces to stay in the cache. Much smaller pieces would cost speed: the
+/// Small enough for both buffers to stay in the cache. Much smaller ones would cost speed: the
 /// library copies 64 KiB of history in every call.
 constexpr std::uint32_t pieceSize = 256 * 1024;
 
-/// The decoder's state and its two pieces. Allocated on the heap, since thread stacks can be small.
+/// The decoder's state and its two buffers. Allocated on the heap, since thread stacks can be
+/// small.
 struct Decoder {
     inflate_state state;
     std::array<std::uint8_t, pieceSize> input;
@@ -34,7 +35,7 @@ struct Transfer {
 };
 
 std::unique_ptr<Decoder> makeDecoder() {
-    // Left uninitialised: zeroing the pieces would cost more than decoding a small archive.
+    // Left uninitialised: zeroing the buffers would cost more than decoding a small archive.
     std::unique_ptr<Decoder> decoder(new Decoder);
     isal_inflate_init(&decoder->state);
     // Raw data without header and trailer; the library computes gzip's CRC-32 of the output.
@@ -44,8 +45,8 @@ std::unique_ptr<Decoder> makeDecoder() {
     return decoder;
 }
 
-/// Reads the next piece of input when the last one has been used up. Returns false when the stream
-/// holds fewer bytes than declared.
+/// Refills the input buffer when all of it has been decoded. Returns false when the stream holds
+/// fewer bytes than declared.
 bool provideInput(Decoder& decoder, Transfer& transfer) {
     if (decoder.state.avail_in != 0 || transfer.inputLeft == 0) return true;
 
@@ -60,8 +61,8 @@ bool provideInput(Decoder& decoder, Transfer& transfer) {
     return true;
 }
 
-/// Decodes the input that has been read into one output piece and writes that to the output stream.
-/// Returns the message of a failure, or null on success.
+/// Decodes from the input buffer, until that is empty or the output buffer is full, and writes what
+/// was decoded to the output stream. Returns the message of a failure, or null on success.
 const char* decodePiece(Decoder& decoder, Transfer& transfer) {
     decoder.state.next_out = decoder.output.data();
     decoder.state.avail_out = pieceSize;

@@ -12,8 +12,8 @@ namespace vesk::standin {
 
 namespace {
 
-/// Returns the number of the mount that contains the entry, or its directory if the name is empty;
-/// -1 when the file system does not tell.
+/// Returns the ID of the mount on which the entry lies, or on which its directory lies if the name
+/// is empty; -1 when the file system does not tell.
 int mountOf(Entry entry) {
     file_handle none{};
     int mount = -1;
@@ -64,7 +64,7 @@ bool isOpenAs(Entry entry, int descriptor) {
            fstat(descriptor, &open) == 0 && isSameFile(named, open);
 }
 
-// What the system writes into the buffer need not be cleared first.
+// The buffer need not be cleared: only what the system has written there is read.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 NameReader::NameReader(int directory) : directory_(directory) {
     lseek(directory, 0, SEEK_SET);

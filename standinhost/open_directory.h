@@ -47,7 +47,7 @@ enum class EntryKind { nothing, directory, regularFile, mountPoint, other, unkno
 EntryKind kindOf(Entry entry);
 
 /// Opens the directory at the entry for reading its names. Returns no descriptor when there is no
-/// directory (a symbolic link is none) or when permissions forbid it.
+/// directory (a symbolic link is none) or when it cannot be opened; errno then holds the reason.
 FileDescriptor openDirectory(Entry entry);
 
 /// Tells whether both statuses belong to the same file.

@@ -31,7 +31,7 @@ namespace fs = std::filesystem;
 using namespace vesk::standin;
 
 constexpr const char* treeName = "tree";
-/// The tree's name during the commit: those who know its earlier path no longer reach it by that.
+/// The tree's name during the commit: its earlier path, which others may know, leads nowhere then.
 constexpr const char* movedName = "moved";
 constexpr const char* cannotMove = "Cannot move extracted files to destination";
 constexpr const char* cannotFlush = "Cannot flush extracted files";
@@ -152,9 +152,9 @@ bool leadsTo(const fs::path& path, int tree) {
 
 /// Returns a path to the tree. It goes through the open directory, so it leads to the tree whatever
 /// happens to the directories above. Where the system has no such paths, it is a path without links
-/// and dots, whose normal form names the same. Empty when there is neither.
+/// and dots, so that its normal form leads to the tree too. Empty when neither path leads there.
 fs::path pathToTree(const Staging& staging) {
-    // With this process's number instead of "self", which is a link that every entry would follow.
+    // Not "self": that is a link, which the system would follow once more for every entry.
     fs::path path = "/proc/" + std::to_string(staging.process) + "/fd/" +
                     std::to_string(staging.directory.number()) + "/" + treeName;
     if (leadsTo(path, staging.tree.number())) return path;
@@ -216,7 +216,8 @@ bool isInPlace(const Staging& staging, const fs::path& path) {
            isOpenAs(staging.directoryEntry(), staging.directory.number());
 }
 
-/// Renames the tree and tells whether it is the one that was made, with all extracted entries.
+/// Renames the tree. Tells whether it is the one that was made and holds at least as many entries
+/// as were extracted.
 bool completeTree(Staging& staging) {
     const Entry tree = staging.treeEntry();
     const Entry complete = staging.movedEntry();
@@ -269,7 +270,8 @@ void takeBack(Staging& staging, bool wasEmptyDirectory) {
 /// Commits staging. Returns the message of a failure, or null on success.
 const char* commit(Staging& staging, const fs::path& path) {
     if (!isInPlace(staging, path) || !completeTree(staging)) return cannotMove;
-    // Descriptors may be few: looking again for what was extracted takes as many as the first look.
+    // Opened only if needed: descriptors may be few, and counting again what was extracted takes as
+    // many as the first count.
     FileDescriptor parent;
     if (staging.sync) parent = openDirectory({staging.destination.parent.number(), "."});
     if (staging.sync && (!parent || syncfs(staging.directory.number()) != 0)) return cannotFlush;

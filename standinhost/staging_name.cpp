@@ -35,7 +35,7 @@ std::string markedName(std::string_view destination, std::string_view mark,
     return std::string(".").append(shortened(destination)).append(mark).append(suffix);
 }
 
-/// The names need not be secret: whoever makes them refuses one that is taken.
+/// A name that is guessed does no harm: one that is taken is never used.
 std::string randomSuffix() {
     constexpr std::string_view letters =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";

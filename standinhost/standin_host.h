@@ -2,9 +2,10 @@
 // A stand-in for the Vesk runtime: implements the nine functions of module/host/host_runtime.h for
 // builds, tests and tools without the runtime. This header is the API for host programs.
 //
-// The pending exception, the observers, the open staging directory and what could not be deleted
-// are kept per thread; nothing else outlives a call. C++ exceptions leave the nine functions
-// only when memory runs out, when an observer throws, or when a stream that is set to throw does.
+// The pending exception, the observers, the last mode's `sync`, the open staging directory and what
+// could not be deleted are kept per thread; nothing else outlives a call. C++ exceptions leave the
+// nine functions only when memory runs out, when an observer throws, or when a stream that is set
+// to throw does.
 //
 // Messages of its own, fixed texts without system text:
 //   staging   "Cannot inspect destination"
@@ -52,8 +53,8 @@ std::optional<PendingError> takePendingError();
 /// call. A null handle means no overwriting and no flushing.
 struct Mode {
     bool overwrite = false;
-    /// An extraction that is reported as successful survives a power cut: the file system is
-    /// flushed before the tree is moved into place, and the directory that holds it afterwards.
+    /// If true, an extraction that is reported as successful survives a power cut: the file system
+    /// is flushed before the tree is moved into place, and the directory that holds it afterwards.
     bool sync = false;
 };
 
@@ -61,7 +62,8 @@ struct Mode {
 enum class HostCall { hasPendingError, runtimeFsPath, commitExtractionStaging };
 
 /// Called on the calling thread right before the stand-in answers such a call. It may throw: the
-/// exception leaves the exported function, which releases everything that it holds.
+/// exception leaves the exported function, which releases everything that it holds except the
+/// staging directory (see abandonStaging).
 using CallObserver = void (*)(void* context, HostCall call);
 
 /// Sets the calling thread's observer; a null observer removes it. `context` is passed through
@@ -70,7 +72,7 @@ void observeCalls(CallObserver observer, void* context);
 
 /// A piece of the output of inflateRaw.
 struct DecodedPiece {
-    std::span<const std::uint8_t> bytes;  ///< after the last piece; valid only in the call
+    std::span<const std::uint8_t> bytes;  ///< what was just decoded; valid only during the call
     std::uint64_t inputUsed;              ///< bytes of compressed data that have been read so far
 };
 

@@ -46,7 +46,7 @@ private:
 
 /// Gives the owner all permissions for the directory, if it belongs to this user.
 void allowOwner(Entry entry) {
-    // Whether that helped, the next step tells.
+    // The next step shows whether that has helped.
     [[maybe_unused]] const int result =
         fchmodat(entry.directory, entry.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
 }

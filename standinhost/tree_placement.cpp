@@ -57,8 +57,8 @@ int rename(Entry from, Entry to, unsigned flags) {
     return result == 0 ? 0 : errno;
 }
 
-/// Renames, including read-only directories. `flags` is 0 or RENAME_EXCHANGE. Returns 0 or the
-/// error number.
+/// Renames even a directory that its owner may not write to. `flags` is 0 or RENAME_EXCHANGE.
+/// Returns 0 or the error number.
 int move(Entry from, Entry to, unsigned flags) {
     const int error = rename(from, to, flags);
     if (error != EACCES) return error;
@@ -73,7 +73,8 @@ int move(Entry from, Entry to, unsigned flags) {
 }
 
 /// Gives the directory `taker` the permissions and the group of the directory `giver`, whose place
-/// it takes, and its owner too if this is the superuser. True also when `giver` is no directory.
+/// it takes, and its owner too if this is the superuser. True also when `giver` is no directory or
+/// does not exist.
 bool adoptPermissions(Entry taker, Entry giver) {
     struct stat old {};
     struct stat fresh {};
@@ -105,8 +106,9 @@ bool dispose(Entry aside, int directory, int attempt) {
     return move(aside, {directory, number.data()}, 0) == 0;
 }
 
-/// Replaces without RENAME_EXCHANGE. Returns `targetExists` when something has appeared at the
-/// target between the two steps: it takes the place of the old tree, which is then deleted.
+/// Replaces without RENAME_EXCHANGE. Returns `targetExists` when another attempt may succeed: the
+/// target has vanished before the first step, or something has appeared there between the two. In
+/// the second case the old tree is to be deleted, and the next attempt replaces what has appeared.
 Placement replaceInTwoSteps(Entry tree, Entry target, Entry aside, int attempt) {
     if (isThere(aside)) return Placement::failed;
     if (const int error = move(target, aside, 0)) return afterFailedMove(error);
