@@ -11,10 +11,11 @@ namespace vesk::commandline {
 enum class ArchiveFormat { tar, tgz };
 
 /// Returns the format for the name of a new archive: tar for `.tar`, tgz for `.tgz` and `.tar.gz`,
-/// in capital letters, too. Returns nothing for any other name.
+/// in small or capital letters. Returns nothing for any other name.
 std::optional<ArchiveFormat> formatOfName(std::string_view archiveName);
 
-/// Returns the name without that ending. Returns the whole name if it has none, or nothing else.
+/// Returns the name without that ending. Returns the whole name if it has no such ending, or is
+/// nothing but the ending.
 std::string_view withoutFormatEnding(std::string_view archiveName);
 
 /// Returns tgz for a regular file that begins like a gzip member, and tar for everything else. That

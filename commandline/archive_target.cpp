@@ -33,7 +33,7 @@ ArchiveTarget refusedAsExisting() {
     return {alwaysInTheWay, false, std::nullopt};
 }
 
-/// Makes the module say, when it comes to the writing, that the archive cannot be created.
+/// Makes the module say, once it has built the archive, that the file cannot be created.
 ArchiveTarget refusedAtTheEnd() {
     return {alwaysInTheWay, true, std::nullopt};
 }
@@ -84,8 +84,8 @@ LinkEnd followed(fs::path path) {
     return {LinkEnd::Kind::refused, {}};
 }
 
-/// Whether the file is missing or may be written to. The right to write to its directory alone does
-/// not permit replacing it.
+/// Whether the file is missing or may be written to. Whoever may write only to its directory could
+/// replace it all the same; this program does not.
 bool mayBeWritten(const fs::path& file) {
     const int descriptor =
         open(file.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
@@ -94,7 +94,8 @@ bool mayBeWritten(const fs::path& file) {
     return true;
 }
 
-/// The same file, named through its open directory: for a path longer than the kernel accepts.
+/// The same file, named through its directory, which stays open: for a path longer than the kernel
+/// accepts.
 std::optional<std::string> withoutItsDirectories(const fs::path& path) {
     const int directory = open(directoryOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (directory == -1) return std::nullopt;
@@ -119,8 +120,9 @@ bool canBeArchived(const std::string& source) {
     return fs::is_regular_file(source, error) || fs::is_directory(source, error);
 }
 
-/// For a missing source: a path for which the module creates no directory before it reports that.
-/// Nothing if it would fail to create one, since it reports that failure first.
+/// For a source that cannot be archived: a path for which the module creates no directory before it
+/// refuses the source. Nothing if the module would fail to create the archive's directory, since it
+/// reports that failure first.
 std::optional<ArchiveTarget> withoutNewDirectories(const fs::path& archive) {
     std::error_code error;
     fs::path directory = archive.parent_path();

@@ -8,18 +8,20 @@
 
 namespace vesk::commandline {
 
-/// What the module is called with instead of the name given by the user. Its checks give the same
-/// result as for that name.
+/// What the module is called with instead of the name given by the user. The module's checks give
+/// the same result as for that name.
 struct ArchiveTarget {
     std::string modulePath;
     bool moduleOverwrites;
     /// The regular file that `modulePath` is to become; its last component is no link. Nothing if
-    /// the module writes to, or refuses, `modulePath` itself, which is then no regular file.
+    /// the module writes to `modulePath` itself or refuses it, such as a device, a directory or the
+    /// open file behind /dev/stdout.
     std::optional<std::filesystem::path> file;
 };
 
-/// Finds what the new archive's name refers to. Symbolic links are followed, except another user's
-/// link in a directory where everybody may create files. Creates nothing.
+/// Finds what the new archive's name refers to. Symbolic links are followed, except a link in a
+/// sticky directory that belongs neither to this user nor to the directory's owner. Creates
+/// nothing.
 ArchiveTarget findArchiveTarget(const std::string& archive, const std::string& source,
                                 bool overwrite);
 

@@ -33,7 +33,7 @@ Failure callModule(Call call) {
     try {
         call.method(nullptr, call.from.c_str(), call.to.c_str(), &call.mode);
     } catch (...) {
-        // The module removes the staging directory only after failures of its own.
+        // The module removes the staging directory after a failure, but not after an exception.
         standin::abandonStaging();
         throw;
     }
@@ -100,7 +100,7 @@ Result make(NativeMethod method, const Arguments& arguments) {
 
 Result unpack(NativeMethod method, ArchiveFormat format, const Arguments& arguments) {
     const auto start = Clock::now();
-    // By now the path may name another file than the archive that was unpacked.
+    // Taken before the work: after it, the path may name another file than the unpacked archive.
     const auto archiveBytes = sizeOf(arguments.archive);
     UnpackingWatch watch(arguments.archive, format == ArchiveFormat::tgz, !arguments.quiet);
     {

@@ -17,7 +17,7 @@ namespace vesk::commandline {
 struct Outcome {
     Verb verb;
     std::uint64_t entries;
-    /// The archive's size in bytes; nothing if it has none, such as /dev/null.
+    /// The archive's size in bytes; nothing if it is no regular file, such as /dev/null.
     std::optional<std::uintmax_t> archiveBytes;
     std::chrono::duration<double> time;
     /// Empty if the user wants nothing said. After unpacking, only the executables are set.

@@ -84,7 +84,7 @@ std::uint64_t HeaderTally::leaveOut() {
     return std::exchange(toLeaveOut_, 0);
 }
 
-// A read costs as much as copying some thousand bytes, so one read covers many small entries.
+// A read costs as much as copying a few thousand bytes, so one read covers several small entries.
 void HeaderTally::takeFile(int descriptor) {
     constexpr std::uint64_t smallEntry = 4096;
     std::array<std::uint8_t, 4 * smallEntry> buffer{};

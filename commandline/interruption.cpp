@@ -17,7 +17,8 @@ namespace vesk::commandline {
 
 namespace {
 
-// Well below half a second, so that the process has ended by then: freeing much memory takes time.
+// Well below half a second, so that the process ends within that time: the system needs some of it
+// to free much memory.
 constexpr timespec patience{0, 300'000'000};
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): a handler has no other way
@@ -131,8 +132,8 @@ bool startReceiver() {
     return error == 0;
 }
 
-/// Asking the system at each of a million calls would take longer than some of the work. So after
-/// the first calls it is asked once per millisecond.
+/// Asking the system for pending signals at each of a million calls would slow the work. So after
+/// the first calls it is asked at most once per millisecond.
 bool isTimeToReceive() {
     using Clock = std::chrono::steady_clock;
     constexpr int firstCalls = 64;

@@ -9,9 +9,9 @@ namespace vesk::commandline {
 struct Interruption {};
 
 /// From now on the first signal that would end the process is only noted, so that the work can be
-/// given up and cleaned up. The process says its last words (see last_words.h) and ends if that
-/// takes longer than a third of a second, or at a second signal. Signals that are ignored or
-/// blocked already, as under nohup, stay so.
+/// given up and cleaned up. If that takes longer than 0.3 seconds, or at a second signal, the
+/// process says its last words (see last_words.h) and ends. Signals that are ignored or blocked
+/// already, as under nohup, stay so.
 ///
 /// A thread of its own receives the signals, since the working thread receives none during a long
 /// read. If no thread is available, the working thread receives them.

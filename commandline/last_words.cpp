@@ -32,7 +32,7 @@ const StagingPlace* place = nullptr;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<Stage>::is_always_lock_free, "read in a signal handler");
 
-/// Whether the file has been moved into place, whatever happened to its names since.
+/// Whether the file that was made is now at the target's path.
 bool archiveIsInPlace() {
     struct stat made {};
     struct stat there {};

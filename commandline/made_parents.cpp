@@ -53,7 +53,7 @@ MadeParents::~MadeParents() {
         const int below = directories_.back();
         const int directory = directories_[directories_.size() - 2];
         const std::string& name = missing_[directories_.size() - 2];
-        // A directory that is not empty stays, and with it the one above.
+        // A directory that is not empty stays, and so do those above it.
         if (name != ".." && isIn(directory, name, below))
             unlinkat(directory, name.c_str(), AT_REMOVEDIR);
         close(below);

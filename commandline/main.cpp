@@ -3,7 +3,8 @@
 // does.
 //
 // Exit status: 0 success; 1 the module raised an exception; 2 wrong usage; 3 the module cannot be
-// loaded or memory is insufficient. If a signal interrupts it, it ends by that signal.
+// loaded, a C++ exception left it, or memory is insufficient. If a signal interrupts the program,
+// it ends by that signal.
 #include <unistd.h>
 
 #include <array>

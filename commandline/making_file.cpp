@@ -61,7 +61,7 @@ std::string randomSuffix() {
     return suffix;
 }
 
-/// A name may not survive a power failure before its directory is written, too.
+/// A new name survives a power failure only when its directory has been written to the disk.
 bool syncDirectoryOf(const fs::path& file) {
     const fs::path directory = file.has_parent_path() ? file.parent_path() : fs::path(".");
     const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -98,8 +98,8 @@ MakingFile::MakingFile(std::string path, fs::path target, bool overwrite)
 MakingFile::~MakingFile() {
     if (path_.empty()) return;
     unlink(path_.c_str());
-    // Even without a name, the file takes space until the process ends: its descriptor is never
-    // closed.
+    // Even without a name, the file takes space until the process ends, since its descriptor is
+    // never closed. So it is emptied.
     struct stat status {};
     const bool isNameless = fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
     if (isNameless && ftruncate(descriptor_, 0) != 0) return;
@@ -159,7 +159,7 @@ const char* MakingFile::prepare(bool sync, bool& replaces) const {
 }
 
 const char* MakingFile::moveIntoPlace(bool sync) {
-    // A file that appears after the look at the target is checked as well, if it may be replaced.
+    // If overwriting is allowed, a file that appears at the target after the check is checked, too.
     FilePlacement placed = FilePlacement::targetExists;
     for (int tries = 0; placed == FilePlacement::targetExists && tries < 10; ++tries) {
         bool replaces = false;

@@ -25,14 +25,15 @@ public:
     MakingFile& operator=(const MakingFile&) = delete;
 
     /// Creates the empty file. If it is to replace another, nobody else can open it at any moment.
-    /// On failure nothing is reported: the module will fail to write it.
+    /// Throws NameTaken. Any other failure is not reported: the module will fail to write the file.
     void create();
 
     /// Turns the file that the module has written into the archive. Returns null, or the message of
-    /// a failure, after which the target is as it was. The archive gets the mode and, if the system
-    /// permits it, the owner of the file that it replaces. With `sync` it is on the disk before it
-    /// takes its place; the archive stays there after a failure only if its name could not be
-    /// written to the disk. Throws Interruption only before it takes its place.
+    /// a failure, after which the target is as it was, with one exception. The archive gets the mode
+    /// and, if the system permits it, the owner of the file that it replaces. With `sync` its
+    /// content is on the disk before it takes its place, and its name is on the disk on success. If
+    /// only the name could not be written to the disk, that is the exception: a failure after which
+    /// the archive stays. Throws Interruption only before the archive takes its place.
     const char* publish(bool sync);
 
 private:

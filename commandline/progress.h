@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    /// Each stage has its own counters, so that a moment never mixes two.
+    /// Each stage has its own counters, so that a moment never mixes two stages.
     struct State {
         std::atomic<std::uint64_t> done = 0;
         std::atomic<std::uint64_t> total = 0;

@@ -21,7 +21,7 @@ struct SourceFindings {
     Group emptyDirectories;  ///< directories without files, here and below
     Group refusedNames;      ///< files whose names are refused when they are unpacked
     Group executables;       ///< files that somebody may execute
-    /// No file was left out when `executables` was counted.
+    /// False if the modes of some files were not read, so that `executables` may lack some.
     bool allModesAreKnown = true;
 };
 

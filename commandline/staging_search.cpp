@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading the destination's directory, using only system calls where a handler may do it.
+// Reading the destination's directory. What a signal handler may call uses system calls only.
 #include "commandline/staging_search.h"
 
 #include <dirent.h>
@@ -77,7 +77,7 @@ Change changeOf(const StagingPlace& place, int directory) {
     return isSame ? Change::none : Change::replaced;
 }
 
-/// A handler cannot ask the locale, so on a terminal everything but ASCII is escaped.
+/// A handler cannot ask the locale, so on a terminal everything but printable ASCII is escaped.
 void tellBytes(std::string_view bytes, bool isEscaped, FixedText& text) {
     for (const char byte : bytes) {
         if (!isEscaped || (byte >= ' ' && byte <= '~')) {

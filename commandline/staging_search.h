@@ -18,7 +18,7 @@ struct StagingPlace {
     std::string name;            ///< the destination's own
     std::string shownDirectory;  ///< as shown on standard error, with its slash
     std::string shownName;       ///< likewise
-    bool isEscaped;              ///< whether these two differ from the names
+    bool isEscaped;              ///< whether they are shown on a terminal, and so escaped
     /// What was at the destination, if anything was.
     bool destinationExisted;
     dev_t device;

@@ -62,8 +62,8 @@ constexpr auto hiddenRanges = std::to_array<HiddenRange>({
     {0xFEFF, 0xFEFF},      // the byte order mark
     {0xFFA0, 0xFFA0},      // the halfwidth Hangul filler
     {0xFFF0, 0xFFFC},      // unassigned ones to be ignored, marks of annotations and of objects
-    {0x110BD, 0x110BD},    // Kaithi number signs
-    {0x110CD, 0x110CD},    // Kaithi number sign above
+    {0x110BD, 0x110BD},    // the Kaithi number sign
+    {0x110CD, 0x110CD},    // the Kaithi number sign above
     {0x13430, 0x1343F},    // Egyptian hieroglyph controls
     {0x16FE4, 0x16FE4},    // the Khitan filler
     {0x1BCA0, 0x1BCA3},    // shorthand controls

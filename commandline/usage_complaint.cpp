@@ -47,7 +47,8 @@ std::string complaintOfOption(const CLI::App& verb, const std::string& word) {
     return meant.empty() ? problem : problem + ": is " + meant + " meant?";
 }
 
-/// For a flag with a value, or an option with no value or several.
+/// For a flag with a value, or an option without a value or given more than once. Empty if there is
+/// neither.
 std::string complaintOfValue(const CLI::App& verb, const Words& words) {
     for (const CLI::Option* option : verb.get_options()) {
         if (option->get_positional()) continue;

@@ -48,7 +48,7 @@ MakingWatch::MakingWatch(std::string source, bool looksAround)
     if (looksAround) walk_.emplace();
 }
 
-// Of these calls, one follows the walk, then two each entry, and one comes at the end.
+// One such call comes after the walk, then two for each entry, and one at the end.
 void MakingWatch::onCall(HostCall call) {
     if (call != HostCall::hasPendingError) return;
     const bool walkHasEnded = calls_ == 0;

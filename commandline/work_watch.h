@@ -93,7 +93,7 @@ private:
     bool isCompressed_;
     bool looksAround_;
     /// Opened before the module opens the archive, since the path may name another file later. -1
-    /// if it could not be opened.
+    /// if it is not needed or could not be opened.
     int archive_ = -1;
     std::uint64_t archiveSize_ = 0;
     HeaderTally tally_;
