@@ -29,8 +29,8 @@ public:
     void create();
 
     /// Turns the file that the module has written into the archive. Returns null, or the message of
-    /// a failure, after which the target is as it was, with one exception. The archive gets the mode
-    /// and, if the system permits it, the owner of the file that it replaces. With `sync` its
+    /// a failure, after which the target is as it was, with one exception. The archive gets the
+    /// mode and, if the system permits it, the owner of the file that it replaces. With `sync` its
     /// content is on the disk before it takes its place, and its name is on the disk on success. If
     /// only the name could not be written to the disk, that is the exception: a failure after which
     /// the archive stays. Throws Interruption only before the archive takes its place.
