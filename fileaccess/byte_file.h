@@ -33,7 +33,9 @@ public:
         stream_.open(path, std::ios::binary | mode);
     }
 
-    FileStream& stream() { return stream_; }
+    FileStream& stream() {
+        return stream_;
+    }
 
 private:
     void prepare() {
