@@ -188,18 +188,26 @@ void makeEmptyDirectory(Entry tree, Entry target) {
     move(empty, target, 0);
 }
 
+/// Exchanges the two; in two steps where the file system cannot do it in one.
+bool exchange(Entry tree, Entry target, Entry aside) {
+    const int error = move(tree, target, RENAME_EXCHANGE);
+    if (isUnsupported(error)) return replaceInTwoSteps(tree, target, aside, 0) == Placement::done;
+    return error == 0;
+}
+
 }  // namespace
 
 bool takeBackTree(Entry tree, Entry target, Entry aside, int descriptor, bool wasEmptyDirectory) {
-    const unsigned flags = isThere(tree) ? RENAME_EXCHANGE : 0;
-    const int error = move(target, tree, flags);
-    if (isUnsupported(error)) return replaceInTwoSteps(tree, target, aside, 0) == Placement::done;
-    if (error != 0) return flags == 0;
+    const bool hasReplaced = isThere(tree);
+    const bool isBack = hasReplaced ? exchange(tree, target, aside) : move(target, tree, 0) == 0;
+    if (!isBack) return !hasReplaced;
 
     const bool isForeign = !isOpenAs(tree, descriptor);
-    if (isForeign) {
-        move(tree, target, flags);
-    } else if (wasEmptyDirectory && flags == 0) {
+    if (isForeign && hasReplaced) {
+        exchange(tree, target, aside);
+    } else if (isForeign) {
+        move(tree, target, 0);
+    } else if (wasEmptyDirectory && !hasReplaced) {
         makeEmptyDirectory(tree, target);
     }
     return true;

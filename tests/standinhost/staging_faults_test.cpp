@@ -428,6 +428,27 @@ TEST(CommitRace, LeavesAloneWhatReplacedItsTree) {
     }
 }
 
+TEST(CommitRace, LeavesAloneWhatReplacesItsTreeAtTheLastMoment) {
+    for (const bool canExchange : {true, false}) {
+        const TempDir dir;
+        makeAt(dir / "out", Kind::tree);
+        const fs::path staging = stageWithSync(dir / "out");
+        RenameFaults faults;
+        faults.flush = [&](const std::string& what) { return what == "directory" ? -1 : 0; };
+        faults.beforeExchange = [&] {
+            if (faults.exchangeCalls == 2) {
+                fs::rename(dir / "out", dir / "away");
+                writeFile(dir / "out/foreign", "kept");
+            }
+            return canExchange ? 0 : EINVAL;
+        };
+        EXPECT_EQ(commit(staging, dir / "out").error, "Cannot flush extracted files");
+        removeExtractionTree(staging);
+        EXPECT_EQ(treeAt(dir / "out"), (Tree{{"foreign", "kept"}}));
+        EXPECT_EQ(treeAt(dir / "away"), (Tree{{"new", "new"}}));
+    }
+}
+
 TEST(CommitWithSync, KeepsAndReportsAnOldTreeThatCannotBePutBack) {
     const TempDir dir;
     makeAt(dir / "out", Kind::tree);
