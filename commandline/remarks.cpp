@@ -3,6 +3,7 @@
 #include "commandline/remarks.h"
 
 #include "commandline/wording.h"
+#include "explanation/text.h"
 
 namespace vesk::commandline {
 
@@ -12,7 +13,8 @@ namespace {
 void add(std::vector<std::string>& lines, const std::string& fate, const std::string& entries,
          const Group& group) {
     if (group.count > 0)
-        lines.push_back("  " + fate + ": " + entries + ", first '" + group.first + "'");
+        lines.push_back("  " + fate + ": " + entries + ", first '" +
+                        explanation::escaped(group.first) + "'");
 }
 
 std::string executablesIn(const SourceFindings& found) {

@@ -101,9 +101,8 @@ std::vector<std::string> advice(Remedy remedy, const FailedCall& call, const std
         case Remedy::fetchAgain:
             return {"it is damaged or cut off: fetch it again"};
         case Remedy::distrust:
-            if (!cause.empty())
-                return {cause + " leads through a link of the archive: do not trust it"};
-            return {"do not trust it, nor unpack it with other programs"};
+            return {(cause.empty() ? "" : cause + ": ") +
+                    "do not trust it, nor unpack it with other programs"};
         case Remedy::nothing:
             break;
     }

@@ -31,13 +31,15 @@ bool isBeyond(std::string_view number, std::uint64_t largest) {
 void take(ExtendedHeader& header, std::string_view key, std::string_view value) {
     const bool isOwner = key == "uid" || key == "gid";
     const bool isOwnersName = key == "uname" || key == "gname";
-    if (key == "path") header.name = value;
+    // An empty value stands for the header's own field.
+    if (key == "path" && !value.empty()) header.name = value;
     if (key == "size") header.size = numberAt(value);
     // Other programs interpret a name that is not ASCII by their locale.
     if (((key == "path" || isOwnersName) && !isAscii(value)) ||
         (isOwnersName && value.size() > longestOwnersName) ||
         (isOwner && isBeyond(value, largestOwner)) ||
-        (key == "mtime" && isBeyond(value, largestTime)) || key.starts_with("GNU.sparse."))
+        (key == "mtime" && isBeyond(value, largestTime)) || key.starts_with("GNU.sparse.") ||
+        key == "SCHILY.realsize")
         header.goesBeyondUstar = true;
     if (!header.keys.empty()) header.keys += ", ";
     header.keys += key;
@@ -45,20 +47,20 @@ void take(ExtendedHeader& header, std::string_view key, std::string_view value) 
 
 }  // namespace
 
-ExtendedHeader readPaxRecords(const std::string& records) {
-    ExtendedHeader header;
+bool readPaxRecords(const std::string& records, ExtendedHeader& header) {
     std::string_view rest = records;
-    while (true) {
+    while (!rest.empty()) {
         const std::uint64_t length = numberAt(rest).value_or(0);
         const std::size_t space = rest.find(' ');
-        if (length > rest.size() || space == std::string_view::npos || length < space + 2) break;
+        if (length > rest.size() || space == std::string_view::npos || length < space + 2)
+            return false;
         const std::string_view record = rest.substr(space + 1, length - space - 2);
         const std::size_t equals = record.find('=');
-        if (equals == std::string_view::npos) break;
+        if (equals == std::string_view::npos) return false;
         take(header, record.substr(0, equals), record.substr(equals + 1));
         rest.remove_prefix(length);
     }
-    return header;
+    return true;
 }
 
 }  // namespace vesk::explanation

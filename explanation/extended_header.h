@@ -26,7 +26,8 @@ struct ExtendedHeader {
     std::string keys;
 };
 
-/// Reads the records of a pax header, "LENGTH KEY=VALUE\n" each. Stops at the first malformed one.
-ExtendedHeader readPaxRecords(const std::string& records);
+/// Reads the records of a pax header, "LENGTH KEY=VALUE\n" each, into `header`, which is empty
+/// before. Stops at the first malformed one and returns false.
+bool readPaxRecords(const std::string& records, ExtendedHeader& header);
 
 }  // namespace vesk::explanation

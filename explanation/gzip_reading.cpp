@@ -19,22 +19,6 @@ namespace {
 using namespace vesk::io::archives;
 using Cause = GzipReading::Cause;
 
-struct Trailer {
-    std::uint32_t crc = 0;
-    std::uint32_t length = 0;
-};
-
-Trailer readTrailer(FileSource& file) {
-    std::array<std::uint8_t, gzipTrailerSize> trailer{};
-    file.seek(file.size() - trailer.size());
-    file.read(trailer.data(), trailer.size());
-    const auto number = [&](std::size_t at) {
-        return trailer.at(at) | std::uint32_t{trailer.at(at + 1)} << 8 |
-               std::uint32_t{trailer.at(at + 2)} << 16 | std::uint32_t{trailer.at(at + 3)} << 24;
-    };
-    return {number(0), number(4)};
-}
-
 bool isTarHeader(std::span<const std::uint8_t, tarBlockSize> block) {
     return tarParseOctal(TarChksum::in(block.data()), TarChksum::width) == tarHeaderChecksum(block);
 }
@@ -73,7 +57,7 @@ void decode(Inflation& inflation, std::uint64_t atMost) {
 }
 
 /// Decodes up to the trailer. Returns the message for the first fault; empty if there is none.
-std::string readAsHost(Inflation& inflation, const Trailer& trailer, std::uint64_t payloadEnd) {
+std::string readAsHost(Inflation& inflation, const GzipTrailer& trailer, std::uint64_t payloadEnd) {
     decode(inflation, trailer.length);
     if (inflation.decoded() > trailer.length)
         return "DEFLATE output is longer than its declared size";
@@ -110,8 +94,8 @@ void describeBehind(FileSource& file, const std::string& name, GzipReading& foun
         name + ", byte " + std::to_string(found.end) + ": " + what + " behind the compressed data";
 }
 
-void describeTrailer(const Inflation& inflation, const Trailer& trailer, const std::string& name,
-                     GzipReading& found) {
+void describeTrailer(const Inflation& inflation, const GzipTrailer& trailer,
+                     const std::string& name, GzipReading& found) {
     found.cause = Cause::damaged;
     found.finding = name + ": ";
     if (inflation.decoded() == trailer.length) {
@@ -123,8 +107,8 @@ void describeTrailer(const Inflation& inflation, const Trailer& trailer, const s
     }
 }
 
-void describeData(FileSource& file, const Inflation& inflation, const Trailer& trailer,
-                  const std::string& name, GzipReading& found) {
+void describeData(FileSource& file, const Inflation& inflation, const std::string& name,
+                  GzipReading& found) {
     found.cause = Cause::damaged;
     found.end = inflation.end() + gzipTrailerSize;
     if (inflation.decoded() >= mostDecoded) {
@@ -138,10 +122,11 @@ void describeData(FileSource& file, const Inflation& inflation, const Trailer& t
     } else if (found.end > file.size()) {
         found.finding = name + ": cut off at byte " + std::to_string(file.size()) + ", " +
                         bytes(found.end - file.size()) + " missing";
-    } else if (found.end < file.size()) {
-        describeBehind(file, name, found);
     } else {
-        describeTrailer(inflation, trailer, name, found);
+        const GzipTrailer own = readTrailer(file, found.end - gzipTrailerSize);
+        const bool isLast = found.end == file.size();
+        if (isLast || !isRight(own, inflation)) return describeTrailer(inflation, own, name, found);
+        describeBehind(file, name, found);
     }
 }
 
@@ -156,7 +141,7 @@ GzipReading readGzip(FileSource& file, const std::string& name) {
     if (!header.message.empty()) return {Cause::damaged, header.message, name + header.finding};
 
     const std::uint64_t begin = file.position();
-    const Trailer trailer = readTrailer(file);
+    const GzipTrailer trailer = readTrailer(file, payloadEnd);
     file.seek(begin);
     Inflation inflation(file, payloadEnd);
     GzipReading found;
@@ -166,7 +151,7 @@ GzipReading readGzip(FileSource& file, const std::string& name) {
     // The last eight bytes may be no trailer. This decodes what is really there.
     inflation.extendTo(file.size());
     decode(inflation, mostDecoded - 1);
-    describeData(file, inflation, trailer, name, found);
+    describeData(file, inflation, name, found);
     return found;
 }
 

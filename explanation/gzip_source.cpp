@@ -130,6 +130,17 @@ struct Inflation::Pieces {
     std::array<std::uint8_t, inflationPiece> output;
 };
 
+GzipTrailer readTrailer(FileSource& file, std::uint64_t begin) {
+    std::array<std::uint8_t, gzipTrailerSize> trailer{};
+    file.seek(std::min(begin, file.size()));
+    file.read(trailer.data(), trailer.size());
+    const auto number = [&](std::size_t at) {
+        return trailer.at(at) | std::uint32_t{trailer.at(at + 1)} << 8 |
+               std::uint32_t{trailer.at(at + 2)} << 16 | std::uint32_t{trailer.at(at + 3)} << 24;
+    };
+    return {number(0), number(4)};
+}
+
 Inflation::Inflation(FileSource& file, std::uint64_t limit, std::uint32_t firstInput)
     : file_(file),
       limit_(limit),
@@ -186,12 +197,21 @@ std::uint64_t Inflation::end() const {
     return file_.position() - decoder_->avail_in - inBits;
 }
 
+bool isRight(const GzipTrailer& trailer, const Inflation& decoded) {
+    return trailer.crc == decoded.crc() &&
+           trailer.length == static_cast<std::uint32_t>(decoded.decoded());
+}
+
+/// Goes on to the next member. Returns false when there is none.
 bool GzipSource::openMember() {
+    if (hasEnded_) return false;
+    hasEnded_ = true;
     if (member_) {
         if (member_->state() != Inflation::State::finished) return false;
-        file_->seek(std::min(member_->end() + gzipTrailerSize, file_->size()));
+        isDamaged_ = !isRight(readTrailer(*file_, member_->end()), *member_);
     }
-    if (!readGzipHeader(*file_, file_->size()).message.empty()) return false;
+    if (isDamaged_ || !readGzipHeader(*file_, file_->size()).message.empty()) return false;
+    hasEnded_ = false;
     // There may be a million small members.
     constexpr std::uint32_t firstInput = 512;
     member_ = std::make_unique<Inflation>(*file_, file_->size(), firstInput);

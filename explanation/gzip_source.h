@@ -34,6 +34,16 @@ struct GzipHeader {
 /// file's position behind the header; anywhere if the header is invalid.
 GzipHeader readGzipHeader(FileSource& file, std::uint64_t payloadEnd);
 
+/// The end of a member: the CRC-32 of its content, and the content's length modulo 2^32.
+struct GzipTrailer {
+    std::uint32_t crc = 0;
+    std::uint32_t length = 0;
+};
+
+/// Reads the eight bytes from the offset `begin` on, and leaves the file's position behind them.
+/// Bytes that the file lacks are taken for zeros.
+GzipTrailer readTrailer(FileSource& file, std::uint64_t begin);
+
 /// A DEFLATE stream that begins at the file's position. It is decoded in pieces of the same sizes
 /// as in the stand-in host, so that the same fault is found first.
 class Inflation {
@@ -75,13 +85,17 @@ private:
 };
 
 /// The decoded content of all members of a gzip file. It ends at the first bytes that are no member
-/// or cannot be decoded.
+/// or cannot be decoded, and behind a member that is damaged.
 class GzipSource : public ByteSource {
 public:
     explicit GzipSource(std::unique_ptr<FileSource> file) : file_(std::move(file)) {}
 
     std::size_t read(std::uint8_t* to, std::size_t count) override;
     std::uint64_t skip(std::uint64_t count) override;
+
+    /// Returns whether a member that was read to its end has another checksum or length than its
+    /// trailer says.
+    bool isDamaged() const { return isDamaged_; }
 
 private:
     bool provide();
@@ -91,6 +105,11 @@ private:
     std::unique_ptr<Inflation> member_;
     std::span<const std::uint8_t> piece_;
     std::uint64_t left_ = mostDecoded;
+    bool hasEnded_ = false;
+    bool isDamaged_ = false;
 };
+
+/// Returns whether the trailer is that of what was decoded.
+bool isRight(const GzipTrailer& trailer, const Inflation& decoded);
 
 }  // namespace vesk::explanation

@@ -2,6 +2,7 @@
 // Why the stand-in host could not put an unpacked tree in its place.
 #include "explanation/staging_explanation.h"
 
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -21,10 +22,9 @@ using Lines = std::vector<std::string>;
 constexpr const char* elsewhere = "fix that, or unpack to another place";
 
 bool isMountPoint(const std::string& path) {
-    struct stat status {};
-    struct stat above {};
-    return stat(path.c_str(), &status) == 0 && stat((path + "/..").c_str(), &above) == 0 &&
-           (status.st_dev != above.st_dev || status.st_ino == above.st_ino);
+    struct statx status {};
+    return statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
 /// Whether it is another user's link or directory, in a directory where everybody may create files.
@@ -72,10 +72,9 @@ Lines explainIrreplaceable(const FailedCall& call) {
         if (lookUp(call.tree).error != 0)
             return {lookUp(call.tree).words, "remove it, or name another destination"};
         what = isForeign(call.tree) ? "another user's link" : "a link to what cannot be replaced";
-    } else if (what == "a directory") {
-        if (!isMountPoint(call.tree)) return {};
+    } else if (isMountPoint(call.tree)) {
         what = "a file system is mounted there";
-    } else if (what.empty() || what.starts_with("a regular")) {
+    } else if (what == "a directory" || what.empty() || what.starts_with("a regular")) {
         return {};
     }
     return {inQuotes(call.tree) + ": " + what, "name another destination"};

@@ -28,6 +28,9 @@ using namespace vesk::io::archives;
 
 using Block = std::array<std::uint8_t, tarBlockSize>;
 
+/// Its other fields may be blank.
+constexpr std::uint8_t gnuVolumeLabel = 'V';
+
 /// More than any genuine header of another format holds.
 constexpr std::uint64_t longestExtension = 1024UL * 1024;
 
@@ -93,8 +96,9 @@ bool goesBeyondUstar(const Block& block) {
 
 class TarReader {
 public:
-    TarReader(ByteSource& stream, const std::string& subject, const TarVisitor& visit)
-        : stream_(stream), subject_(subject), visit_(visit) {}
+    TarReader(ByteSource& stream, const std::string& subject, const TarVisitor& visit,
+              bool passesEndMarkers)
+        : stream_(stream), subject_(subject), visit_(visit), passesEndMarkers_(passesEndMarkers) {}
 
     TarReading read() {
         while (readEntry())
@@ -131,6 +135,8 @@ private:
     ByteSource& stream_;
     const std::string& subject_;
     const TarVisitor& visit_;
+    bool passesEndMarkers_;
+    bool isBehindEnd_ = false;  ///< an end marker was the last that was read
     Block block_{};
     std::uint64_t number_ = 0;    ///< of the entry whose header the block is
     std::uint64_t position_ = 0;  ///< in the stream, after the bytes read so far
@@ -153,7 +159,9 @@ void TarReader::note(const char* message, const std::string& finding, Remedy rem
 void TarReader::worsen(Remedy remedy) {
     if (remedy <= found_.remedy) return;
     found_.remedy = remedy;
-    found_.cause = number_ == foundAt_ ? "" : entry();
+    // The finding about joined archives is not about an entry.
+    const bool isTold = number_ == foundAt_ && !passesEndMarkers_;
+    found_.cause = isTold ? "" : entry();
 }
 
 /// For a stream that does not begin like a TAR archive.
@@ -280,15 +288,31 @@ bool TarReader::passData(std::uint64_t size) {
 }
 
 void TarReader::takeExtension(const std::string& data) {
-    next_ = pending_;
-    if (typeflag() == 'x') next_ = readPaxRecords(data);
-    if (typeflag() == 'g' && readPaxRecords(data).goesBeyondUstar) worsen(Remedy::repack);
+    next_ = std::move(pending_);
+    pending_ = {};
     if (typeflag() == 'L') next_.name = data.c_str();
+    if (typeflag() != 'x' && typeflag() != 'g') return;
+    ExtendedHeader records;
+    const bool isWhole = readPaxRecords(data, records);
+    if (!isWhole) worsen(Remedy::fetchAgain);
+    if (typeflag() == 'g') {
+        // Other programs differ in what they apply to all entries.
+        if (records.goesBeyondUstar || records.name || records.size) worsen(Remedy::repack);
+        return;
+    }
+    // The same for two headers of one entry.
+    if (next_.name || !next_.keys.empty()) worsen(Remedy::repack);
+    if (!records.name) records.name = std::move(next_.name);
+    if (!records.size) records.size = next_.size;
+    records.goesBeyondUstar = records.goesBeyondUstar || next_.goesBeyondUstar;
+    next_ = std::move(records);
 }
 
 void TarReader::takeKind(std::uint64_t size) {
+    const bool isExtended = pending_.goesBeyondUstar || goesBeyondUstar(block_);
+    const bool isStored = !isExtension(typeflag()) && typeflag() != gnuVolumeLabel;
+    if (isExtended && isStored) worsen(Remedy::repack);
     if (isMade(typeflag())) {
-        if (pending_.goesBeyondUstar || goesBeyondUstar(block_)) worsen(Remedy::repack);
         if (isClean() && visit_)
             visit_({number_, tarReadEntryName(block_), typeflag() == tarDirectory, size});
         return;
@@ -317,10 +341,15 @@ bool TarReader::readEntry() {
     const std::size_t length = stream_.read(block_.data(), block_.size());
     position_ += length;
     if (length < block_.size()) {
-        noteEnd(length);
+        if (!isBehindEnd_) noteEnd(length);
         return false;
     }
-    if (isZero(block_)) return false;
+    if (isZero(block_)) {
+        isBehindEnd_ = true;
+        return passesEndMarkers_;
+    }
+    found_.isJoined = found_.isJoined || isBehindEnd_;
+    isBehindEnd_ = false;
     ++number_;
     if (!isChecksumRight()) return false;
 
@@ -334,7 +363,11 @@ bool TarReader::readEntry() {
 }  // namespace
 
 TarReading readTar(ByteSource& stream, const std::string& subject, const TarVisitor& visit) {
-    return TarReader(stream, subject, visit).read();
+    return TarReader(stream, subject, visit, false).read();
+}
+
+TarReading readJoinedTars(ByteSource& stream) {
+    return TarReader(stream, "", {}, true).read();
 }
 
 }  // namespace vesk::explanation

@@ -22,6 +22,8 @@ struct TarReading {
     /// The first entry that calls for this remedy, such as "entry 2, 'p/b'"; empty if it is the one
     /// in the finding.
     std::string cause;
+    /// Entries follow an end marker.
+    bool isJoined = false;
 };
 
 /// A file or directory that the module creates.
@@ -37,5 +39,8 @@ using TarVisitor = std::function<void(const TarEntry&)>;
 /// Reads the stream to its end and skips the entries' data. `subject` stands for the stream in the
 /// findings. Calls `visit`, if there is one, for every entry before the first fault.
 TarReading readTar(ByteSource& stream, const std::string& subject, const TarVisitor& visit = {});
+
+/// The same, but reads on behind end markers, as for archives that were put one behind the other.
+TarReading readJoinedTars(ByteSource& stream);
 
 }  // namespace vesk::explanation

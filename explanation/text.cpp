@@ -16,6 +16,22 @@ std::string octal(unsigned char byte) {
     return text.data();
 }
 
+bool isControl(unsigned char byte) {
+    return byte < 0x20 || byte == 0x7F;
+}
+
+/// Returns `word` as it stands between the quotes of $'...'.
+std::string forAnsiQuotes(std::string_view word) {
+    std::string text;
+    for (const char character : word) {
+        const bool isSpecial = isControl(static_cast<unsigned char>(character)) ||
+                               character == '\'' || character == '\\';
+        text +=
+            isSpecial ? octal(static_cast<unsigned char>(character)) : std::string(1, character);
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string inQuotes(std::string_view name) {
@@ -26,7 +42,7 @@ std::string escaped(std::string_view line) {
     std::string text;
     for (const char character : line) {
         const auto byte = static_cast<unsigned char>(character);
-        text += byte < 0x20 || byte == 0x7F ? octal(byte) : std::string(1, character);
+        text += isControl(byte) ? octal(byte) : std::string(1, character);
     }
     return text;
 }
@@ -42,6 +58,7 @@ std::string shellWord(const std::string& path) {
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/-+,@%";
     std::string word = unmistakable(path);
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
+    if (escaped(word) != word) return "$'" + forAnsiQuotes(word) + "'";
     for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
         word.replace(at, 1, "'\\''");
     return inQuotes(word);

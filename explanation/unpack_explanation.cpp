@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <span>
 #include <string_view>
 
 #include "explanation/advice.h"
@@ -25,7 +24,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 /// The decoded content of all members of the archive, even if it is faulty.
-std::unique_ptr<ByteSource> openContent(const FailedCall& call) {
+std::unique_ptr<GzipSource> openContent(const FailedCall& call) {
     std::unique_ptr<FileSource> file = FileSource::open(call.archive);
     return file ? std::make_unique<GzipSource>(std::move(file)) : nullptr;
 }
@@ -43,7 +42,8 @@ std::string subjectOf(const FailedCall& call) {
 
 Lines withAdvice(const std::string& finding, Remedy remedy, const FailedCall& call,
                  const std::string& cause = "") {
-    Lines lines = advice(remedy, call, cause);
+    // What was read from a device such as /dev/stdin is gone.
+    Lines lines = call.archive.starts_with("/dev/") ? Lines() : advice(remedy, call, cause);
     lines.insert(lines.begin(), finding);
     return lines;
 }
@@ -84,30 +84,26 @@ std::string joining(const FailedCall& call) {
            shellWord(freshArchive(call.archive, "-joined"));
 }
 
-/// Whether anything but zeros follows the end marker in a stream that was read up to it.
-bool goesOn(ByteSource& stream) {
-    std::array<std::uint8_t, 4096> piece{};
-    while (const std::size_t length = stream.read(piece.data(), piece.size())) {
-        const auto read = std::span(piece).first(length);
-        if (std::any_of(read.begin(), read.end(), [](std::uint8_t byte) { return byte != 0; }))
-            return true;
-    }
-    return false;
+/// What helps if all that is wrong with the members is that there are several, or what is behind.
+Lines explainJoining(const FailedCall& call, const GzipReading& found, bool isJoined) {
+    if (isJoined) return withAdvice(found.finding, Remedy::repackJoined, call);
+    const bool isOne = found.cause != GzipReading::Cause::members;
+    return {found.finding, isOne ? cutting(call, found.end) : joining(call)};
 }
 
-/// For a complete archive with something behind it, which may not be the only fault.
+/// For a complete member with something behind it, which may not be the only fault.
 Lines explainBehind(const FailedCall& call, const GzipReading& found) {
-    const auto stream = openContent(call);
-    if (!stream) return {};
-    const TarReading inner = readTar(*stream, subjectOf(call));
-    const bool isJoined = found.cause == GzipReading::Cause::members;
-    if (isJoined && inner.remedy <= Remedy::unpackElsewhere && goesOn(*stream)) {
-        if (inner.remedy <= Remedy::repack)
-            return withAdvice(found.finding, Remedy::repackJoined, call);
-        return {found.finding, "to unpack it: " + unpackingElsewhere(call, "tar -ixf")};
-    }
-    if (!inner.message.empty()) return withAdvice(found.finding, inner.remedy, call);
-    return {found.finding, isJoined ? joining(call) : cutting(call, found.end)};
+    const auto content = openContent(call);
+    if (!content) return {};
+    const TarReading inner = readJoinedTars(*content);
+    content->skip(mostDecoded);
+    if (content->isDamaged()) return withAdvice(found.finding, Remedy::fetchAgain, call);
+    if (inner.message.empty()) return explainJoining(call, found, inner.isJoined);
+    if (!inner.isJoined || inner.remedy > Remedy::unpackElsewhere)
+        return withAdvice(found.finding, inner.remedy, call, inner.cause);
+    if (inner.remedy <= Remedy::repack)
+        return withAdvice(found.finding, Remedy::repackJoined, call);
+    return {found.finding, "to unpack it: " + unpackingElsewhere(call, "tar -ixf")};
 }
 
 Lines explainMember(const FailedCall& call) {

@@ -357,6 +357,8 @@ CASES = {
         member(STORED[:10] + STORED[10:-3]),
     ("DEFLATE output is longer than its declared size", "zeros at the end"):
         member(MEMBER + bytes(512), (b"a-cut.tgz", BOTH)),
+    ("DEFLATE output is longer than its declared size", "zeros at the end of a damaged archive"):
+        member(STORED[:100] + b"x" + STORED[101:] + bytes(512)),
     ("DEFLATE output is longer than its declared size", "a wrong trailer"):
         member(STORED[:-4] + (1000).to_bytes(4, "little")),
     ("DEFLATE output is longer than its declared size", "zeros at the end of a pax archive"):
@@ -368,6 +370,9 @@ CASES = {
     ("Unexpected data after DEFLATE stream", "several members"):
         member(gzip.compress(PLAIN[:1000], mtime=0) + gzip.compress(PLAIN[1000:], mtime=0),
                (b"a-joined.tgz", BOTH)),
+    ("DEFLATE output is longer than its declared size",
+     "several members, of which the last is damaged"):
+        member(gzip.compress(PLAIN[:1000], mtime=0) + gzip.compress(PLAIN[1000:], mtime=0)[:-8] + bytes(8)),
     ("Unexpected data after DEFLATE stream", "several archives"):
         member(gzip.compress(tar(("p/a", b"alpha")), mtime=0) +
                gzip.compress(tar(("p/b", b"beta")), mtime=0), CONVERTED(BOTH, b"a-ustar.tgz")),
@@ -375,6 +380,9 @@ CASES = {
         member(gzip.compress(tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a"))), mtime=0) +
                gzip.compress(tar(("p/c", b"gamma")), mtime=0),
                IN_PLACE({b"p/a": b"alpha", b"p/b": b"alpha", b"p/c": b"gamma"})),
+    ("Unexpected data after DEFLATE stream", "several archives, and a name that leads out of one"):
+        member(gzip.compress(tar(("p/a", b"alpha")), mtime=0) +
+               gzip.compress(tar(("../a", b"alpha")), mtime=0)),
     ("Unexpected data after DEFLATE stream", "appended bytes"):
         member(MEMBER + b"appended, by whom?", (b"a-cut.tgz", BOTH)),
     ("Unexpected data after DEFLATE stream", "appended bytes behind a pax archive"):
@@ -475,6 +483,8 @@ CASES = {
     ("Unsupported TAR entry type", "a pax header of a time"):
         unpacked(tar(("p/a", b"alpha", {"mtime": 1.5}), format=tarfile.PAX_FORMAT),
                  CONVERTED(ALPHA)),
+    ("Unsupported TAR entry type", "a malformed pax header"):
+        unpacked(changed(tar(("p/a", b"5 zz=1\n"), ("p/b", b"beta")), 156, b"x")),
     ("Unsupported TAR entry type", "a pax header of a large owner"):
         unpacked(tar(("p/a", b"alpha", {"uid": 3000000}), format=tarfile.PAX_FORMAT),
                  CONVERTED(ALPHA)),
@@ -498,6 +508,10 @@ CASES = {
     ("Unsupported TAR entry type", "a GNU long name"):
         unpacked(tar((f"{LONG_DIRECTORY}/{LONG_FILE}", b"alpha"), format=tarfile.GNU_FORMAT),
                  CONVERTED({f"{LONG_DIRECTORY}/{LONG_FILE}".encode(): b"alpha"})),
+    ("Unsupported TAR entry type", "a GNU long name and a pax header of the same entry"):
+        unpacked(tar(("n" * 101, b""), format=tarfile.GNU_FORMAT)[:1024] +
+                 tar(("p/a", b"alpha", {"mtime": 3.5}), format=tarfile.PAX_FORMAT),
+                 IN_PLACE({b"n" * 101: b"alpha"})),
     ("Unsupported TAR entry type", "a GNU name too long for ustar"):
         unpacked(tar(("n" * 101, b"alpha"), format=tarfile.GNU_FORMAT),
                  IN_PLACE({b"n" * 101: b"alpha"})),
@@ -519,6 +533,8 @@ CASES = {
         unpacked(tar(("p/a", b"alpha", of_type(b"M")))),
     ("Unsupported TAR entry type", "a contiguous file"):
         unpacked(tar(("p/a", b"alpha", of_type(b"7"))), CONVERTED(ALPHA)),
+    ("Unsupported TAR entry type", "a contiguous file of a large owner"):
+        unpacked(tar(("p/a", b"alpha", of_type(b"7", uid=300000))), CONVERTED(ALPHA)),
     ("Unsupported TAR entry type", "a symbolic link"):
         unpacked(tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a"))),
                  IN_PLACE({b"p/a": b"alpha", b"p/b": b"alpha"})),
@@ -637,7 +653,7 @@ class HelpTest(CommandLineTest):
                       self.help(b"unpack", b"l.tar", b"out", b"--overwrite"))
 
     def test_names_in_commands_are_quoted_for_a_shell(self):
-        for name in [b"two words.tar", b"it's.tar", b"$(x).tar", b"a:b.tar", b"\xc3\xa4.tar", b"*"]:
+        for name in [b"two words.tar", b"it's.tar", b"n\n'\x1b\\.tar", b"$(x).tar", b"a:b.tar", b"\xc3\xa4.tar", b"*"]:
             with self.subTest(name=name):
                 self.write(name, tar(("p/a", b"alpha"), ("p/b", b"", of_type(b"2", linkname="a"))))
                 told = self.help(b"unpack", name, b"out " + name)

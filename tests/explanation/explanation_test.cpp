@@ -196,7 +196,8 @@ TEST_F(Explanation, NamesTheFirstNameInOrderThatIsTooLong) {
         writeFile(dir_ / ("src/" + std::string(name) + std::string(100, 'n')), "x");
     const Lines lines = explain(making("TAR entry name is too long"));
     ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0], "'a" + std::string(100, 'n') + "': a name of 101 bytes");
+    EXPECT_EQ(lines[0],
+              "'a" + std::string(100, 'n') + "': a name of 101 bytes; 2 more are too long, too");
 }
 
 TEST_F(Explanation, FindsContradictionsBetweenNormalisedNames) {
