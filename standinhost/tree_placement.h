@@ -29,8 +29,8 @@ Placement replaceTree(Entry tree, Entry target, Entry aside);
 
 /// Undoes the placement of the tree that is open as `descriptor`: moves it back to `tree`, and the
 /// old tree from there to `target`. If `wasEmptyDirectory` says that an empty directory was
-/// replaced, makes a new one. What others have put at `target` meanwhile stays there; that counts as
-/// success. Returns false when an error kept the old tree from its place.
+/// replaced, makes a new one. What others have put at `target` meanwhile stays there; that counts
+/// as success. Returns false when an error kept the old tree from its place.
 bool takeBackTree(Entry tree, Entry target, Entry aside, int descriptor, bool wasEmptyDirectory);
 
 }  // namespace vesk::standin

@@ -202,8 +202,8 @@ TEST(LyingSizes, MemoryIsBoundedByTheArchiveAndItsTrueOutput) {
         });
         // The archive is released once its payload has been copied, before any output.
         const std::size_t output = row.output == 0 ? 0 : row.output + largePage;
-        const std::size_t bound = row.archive.size() +
-                                  std::max(row.archive.size(), outputCopies * output) + smallChange;
+        const std::size_t bound =
+            row.archive.size() + std::max(row.archive.size(), outputCopies * output) + smallChange;
         EXPECT_LT(std::stoul(report), bound);
         EXPECT_EQ(report.substr(report.find(' ') + 1), row.ending);
         std::printf("%-40s %9zu bytes, %9s of memory\n", row.name, row.archive.size(),
