@@ -85,12 +85,12 @@ std::uint64_t HeaderTally::leaveOut() {
 }
 
 // A read costs as much as copying a few thousand bytes, so one read covers several small entries.
-void HeaderTally::takeFile(int descriptor) {
-    constexpr std::uint64_t smallEntry = 4096;
+void HeaderTally::takeFile(int descriptor, const std::atomic<bool>& isStopped) {
+    constexpr std::uint64_t smallEntry = 1024;
     std::array<std::uint8_t, 4 * smallEntry> buffer{};
     std::uint64_t offset = 0;
     std::size_t wanted = buffer.size();
-    while (!hasEnded_ && !isLost_) {
+    while (!hasEnded_ && !isLost_ && !isStopped) {
         const ssize_t count = pread(descriptor, buffer.data(), wanted, static_cast<off_t>(offset));
         if (count <= 0) return;
         take({buffer.data(), static_cast<std::size_t>(count)});

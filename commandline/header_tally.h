@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <span>
 #include <utility>
@@ -21,8 +22,8 @@ public:
     /// Skips the bytes before the next header. Returns how many they are.
     std::uint64_t leaveOut();
 
-    /// Takes the whole stream from the file.
-    void takeFile(int descriptor);
+    /// Takes the whole stream from the file, until `isStopped` is set.
+    void takeFile(int descriptor, const std::atomic<bool>& isStopped);
 
     /// Returns the number of entries; 0 until the end of the stream has been taken.
     std::uint64_t entries() const { return hasEnded_ ? entries_ : 0; }

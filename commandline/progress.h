@@ -39,6 +39,11 @@ public:
         states_[static_cast<std::size_t>(stage)].done.store(done, std::memory_order_relaxed);
     }
 
+    /// Sets the amount of work in a stage that may have begun. May be called on any thread.
+    void expect(Stage stage, std::uint64_t total) {
+        states_[static_cast<std::size_t>(stage)].total.store(total, std::memory_order_relaxed);
+    }
+
     /// May be called on any thread. The reader sees everything that was written before the stage
     /// began.
     Moment moment() const {

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <new>
+#include <system_error>
 #include <utility>
 
 #include "commandline/interruption.h"
@@ -88,6 +90,8 @@ UnpackingWatch::UnpackingWatch(const std::string& archive, bool isCompressed, bo
 }
 
 UnpackingWatch::~UnpackingWatch() {
+    tallyIsStopped_ = true;
+    if (tallying_.joinable()) tallying_.join();
     if (archive_ != -1) close(archive_);
 }
 
@@ -100,10 +104,34 @@ void UnpackingWatch::onCall(HostCall call) {
 
     const bool isDestination = calls_ == 1;
     if (isDestination) {
-        if (!isCompressed_ && archiveSize_ > 0) tally_.takeFile(archive_);
         progress_.enter(Stage::unpacking, tally_.entries());
+        if (!isCompressed_ && archiveSize_ > 0) beginTally();
     }
     countCall(2);
+}
+
+// Reading the headers of small files takes some hundredths of the time in which they are unpacked.
+// So it is done at the same time.
+void UnpackingWatch::beginTally() {
+    try {
+        tallying_ = std::thread([this] { tallyFile(); });
+    } catch (const std::system_error&) {
+        tallyFile();
+    }
+}
+
+void UnpackingWatch::tallyFile() {
+    try {
+        tally_.takeFile(archive_, tallyIsStopped_);
+        progress_.expect(Stage::unpacking, tally_.entries());
+    } catch (const std::bad_alloc&) {
+        // The unpacking does not depend on it.
+    }
+}
+
+Group UnpackingWatch::executables() {
+    if (tallying_.joinable()) tallying_.join();
+    return tally_.takeExecutables();
 }
 
 void UnpackingWatch::onPiece(const DecodedPiece& piece) {

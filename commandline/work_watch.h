@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "commandline/header_tally.h"
 #include "commandline/progress.h"
@@ -83,12 +84,14 @@ public:
     UnpackingWatch(const std::string& archive, bool isCompressed, bool looksAround);
     ~UnpackingWatch() override;
 
-    /// Returns the files that somebody may execute. To be called once.
-    Group executables() noexcept { return tally_.takeExecutables(); }
+    /// Returns the files that somebody may execute. To be called once, after the work.
+    Group executables();
 
 private:
     void onCall(standin::HostCall call) override;
     void onPiece(const standin::DecodedPiece& piece) override;
+    void beginTally();
+    void tallyFile();
 
     bool isCompressed_;
     bool looksAround_;
@@ -97,6 +100,8 @@ private:
     int archive_ = -1;
     std::uint64_t archiveSize_ = 0;
     HeaderTally tally_;
+    std::thread tallying_;
+    std::atomic<bool> tallyIsStopped_ = false;
 };
 
 }  // namespace vesk::commandline

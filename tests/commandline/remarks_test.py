@@ -182,8 +182,8 @@ class UnpackingTest(CommandLineTest):
                 header.type, header.mode, header.size = kind, bits, len(contents)
                 made.addfile(header, io.BytesIO(contents))
 
-    def unpacked(self, archive, *options):
-        result = self.run_program(b"unpack", archive, b"dest", b"--overwrite", *options)
+    def unpacked(self, archive, *options, **how):
+        result = self.run_program(b"unpack", archive, b"dest", b"--overwrite", *options, **how)
         self.assertEqual((result.status, result.out), (0, b""), result.err)
         return remarks(result)
 
@@ -204,6 +204,12 @@ class UnpackingTest(CommandLineTest):
         for entries, lines in rows:
             with self.subTest(entries=[entry[0] for entry in entries]):
                 self.assert_remarks(entries, lines)
+
+    def test_executables_are_counted_without_threads_too(self):
+        self.write_modes(b"in.tar", [("t", tarfile.REGTYPE, 0o755, b"x")])
+        env = environment(LD_PRELOAD=os.environ["VESK_FAULTY_HOST"], VESK_NO_THREADS="1")
+        self.assertEqual(self.unpacked(b"in.tar", env=env),
+                         ["  no longer executable: 1 file, first 't'"])
 
     def test_executables_are_counted_across_all_of_a_long_archive(self):
         chance = random.Random(7)
