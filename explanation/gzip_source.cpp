@@ -193,8 +193,11 @@ std::uint32_t Inflation::crc() const {
 }
 
 std::uint64_t Inflation::end() const {
-    const auto inBits = static_cast<std::uint64_t>(std::max(decoder_->read_in_length, 0)) / 8;
-    return file_.position() - decoder_->avail_in - inBits;
+    // Negative if the last byte is missing: the decoder has then used more than there was.
+    const std::int64_t unread = static_cast<std::int32_t>(decoder_->avail_in);
+    const std::int64_t inBits = std::max(decoder_->read_in_length, 0) / 8;
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(file_.position()) - unread -
+                                      inBits);
 }
 
 bool isRight(const GzipTrailer& trailer, const Inflation& decoded) {

@@ -44,7 +44,8 @@ std::string partOf(const std::string& path, std::size_t begin) {
 }
 
 std::string tooLong(const std::string& part) {
-    const std::size_t name = part.size() - (part.rfind('/') + 1);
+    const std::size_t slash = part.rfind('/');
+    const std::size_t name = slash == std::string::npos ? part.size() : part.size() - slash - 1;
     if (name > NAME_MAX)
         return "a name of " + bytes(name) + ", where the system takes " + std::to_string(NAME_MAX);
     return "a path of " + bytes(part.size()) + ", where the system takes " +

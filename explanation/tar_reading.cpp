@@ -230,7 +230,8 @@ void TarReader::checkName() {
     // In headers of other formats the name means nothing.
     if (!isClean() && isExtension(typeflag())) return;
     std::string name = pending_.name.value_or(tarReadEntryName(block_));
-    name.erase(name.find_last_not_of('/') + 1);
+    while (name.ends_with('/'))
+        name.pop_back();
     const Trouble trouble = nameTrouble(name);
     if (!trouble.words.empty())
         note("Unsafe TAR entry name", where() + trouble.words, trouble.remedy);

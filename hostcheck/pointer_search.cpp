@@ -61,7 +61,8 @@ std::span<char> freshPage() {
     constexpr std::uintptr_t period = surroundings / 4;
     constexpr std::uintptr_t lastBits = 0xAE50000;
     char* const middle = static_cast<char*>(map(surroundings, PROT_NONE)) + surroundings / 2;
-    char* const page = middle + (lastBits - reinterpret_cast<std::uintptr_t>(middle)) % period;
+    const std::uintptr_t middlesBits = reinterpret_cast<std::uintptr_t>(middle) % period;
+    char* const page = middle + (lastBits + period - middlesBits) % period;
     if (mprotect(page, size, PROT_READ | PROT_WRITE) != 0)
         throw std::system_error(errno, std::generic_category(), "mprotect");
     return {page, size};

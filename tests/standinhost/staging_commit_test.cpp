@@ -364,7 +364,7 @@ TEST(Commit, DeletesAnOldTreeOfAnyDepthWithFewDescriptors) {
     makeDeep(dir / "out", 10000);
     const std::string left = inChildThatBecame([] { return true; },
                                                [&] {
-                                                   const rlimit limit{12, 12};
+                                                   const rlimit limit{16, 16};
                                                    setrlimit(RLIMIT_NOFILE, &limit);
                                                    return leftOverAfterReplacing(dir / "out");
                                                });
