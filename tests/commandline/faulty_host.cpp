@@ -227,11 +227,13 @@ extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
     return syscall(SYS_writev, descriptor, parts, count);
 }
 
+#ifdef _LIBCPP_VERSION
 extern "C" size_t fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
     // The program writes lines in this way, too.
     if (file != stdout && file != stderr) waitIfSlow("writev");
     return answering(&fwrite)(bytes, size, count, file);
 }
+#endif
 
 extern "C" int fsync(int descriptor) {
     waitIfSlow("fsync");
