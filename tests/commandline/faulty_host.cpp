@@ -132,7 +132,11 @@ template <typename Function>
 Function* answering(Function* function) {
     Dl_info info{};
     if (dladdr(reinterpret_cast<void*>(function), &info) == 0) std::abort();
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, info.dli_sname));
+    // A sanitizer's own function has this before the name.
+    constexpr std::string_view prefix = "__interceptor_";
+    const std::string_view name(info.dli_sname);
+    const char* const plain = name.data() + (name.starts_with(prefix) ? prefix.size() : 0);
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, plain));
 }
 
 // Looked up in advance: the program calls it in a signal handler.
