@@ -100,7 +100,7 @@ private:
     int archive_ = -1;
     std::uint64_t archiveSize_ = 0;
     HeaderTally tally_;
-    std::thread tallying_;
+    std::thread tallying_;  ///< until it has ended, the tally belongs to it
     std::atomic<bool> tallyIsStopped_ = false;
 };
 

@@ -18,7 +18,7 @@ enum class Remedy {
     repack,
     /// The same for an archive that goes on behind its end marker.
     repackJoined,
-    /// The same for another format, which only bsdtar reads.
+    /// The same for another format, which bsdtar reads.
     repackForeign,
     /// It can be unpacked by another program, but no ustar archive of files can hold its content.
     unpackElsewhere,

@@ -50,8 +50,8 @@ class Inflation {
 public:
     enum class State { going, finished, invalid, cutOff };
 
-    /// The stream ends before the offset `limit`. The file is read in pieces that grow from
-    /// `firstInput` bytes on, which are at most the size of the other pieces.
+    /// The stream ends before the offset `limit`. The first `firstInput` bytes of the file are read
+    /// as one piece, then larger pieces, up to the size of `inflationPiece`.
     Inflation(FileSource& file, std::uint64_t limit, std::uint32_t firstInput = inflationPiece);
     ~Inflation();
     Inflation(const Inflation&) = delete;

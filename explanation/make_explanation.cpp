@@ -100,8 +100,8 @@ Lines explainWalk(const FailedCall& call) {
 /// For a file that cannot be stored as it is.
 Lines explainKernels(const std::string& path) {
     if (path.empty() || !isKernels(path)) return {};
-    return {inQuotes(path) + ": the kernel's, without a size that holds",
-            "leave it out, or put a copy in its place, which cat can make"};
+    return {inQuotes(path) + ": a file of the kernel's, whose size is not known",
+            "leave it out, or replace it by a copy that cat makes"};
 }
 
 Lines explainReading(const FailedCall& call) {

@@ -401,7 +401,7 @@ TEST(Prepare, AcceptsRelativeDestinations) {
         const char* destination;
         Tree expected;
     };
-    const Tree out = {{"work", "/"}, {"work/out", "/"}, {"work/out/new", "new"}};
+    const Tree out = {{"here", "/"}, {"here/out", "/"}, {"here/out/new", "new"}};
     const Row rows[] = {
         {"out", out},
         {"./out", out},
@@ -409,18 +409,18 @@ TEST(Prepare, AcceptsRelativeDestinations) {
         {"out//", out},
         {"out/.", out},
         {"out/./", out},
-        {"../work/out", out},
-        {".", {{"work", "/"}, {"work/new", "new"}}},
-        {"./", {{"work", "/"}, {"work/new", "new"}}},
-        {"../work", {{"work", "/"}, {"work/new", "new"}}},
+        {"../here/out", out},
+        {".", {{"here", "/"}, {"here/new", "new"}}},
+        {"./", {{"here", "/"}, {"here/new", "new"}}},
+        {"../here", {{"here", "/"}, {"here/new", "new"}}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.destination);
         const TempDir dir;
-        fs::create_directory(dir / "work");
+        fs::create_directory(dir / "here");
         fs::permissions(dir.path(), fs::perms{0777});
-        fs::permissions(dir / "work", fs::perms{0777});
-        EXPECT_EQ(asOrdinaryUser([&] { return extractRelative(dir / "work", row.destination); }),
+        fs::permissions(dir / "here", fs::perms{0777});
+        EXPECT_EQ(asOrdinaryUser([&] { return extractRelative(dir / "here", row.destination); }),
                   "");
         EXPECT_EQ(treeAt(dir.path()), row.expected);
     }
