@@ -51,13 +51,13 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, MakingWatch
         return error;
     }
 
-    MakingFile file(target.modulePath, *target.file, arguments.overwrite);
+    MakingFile file(target.modulePath, *target.file, arguments.overwrite, arguments.sync);
     watch.createThen(file);
     const char* message = nullptr;
     try {
         if (auto error = callModule(call)) return error;
         watch.noteMoving();
-        message = file.publish(arguments.sync);
+        message = file.publish();
     } catch (const NameTaken&) {
         message = "Cannot create archive";
     }

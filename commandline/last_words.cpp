@@ -78,13 +78,15 @@ bool standardErrorTakesText() {
 
 }  // namespace
 
-void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target,
-                    int descriptor) {
+void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target) {
     makingTarget = new std::string(target.native());
     makingPath = new std::string(temporary.native());
     shownMakingPath = new std::string(forStandardError(temporary.native()));
-    makingDescriptor = descriptor;
     stage = Stage::makingInFile;
+}
+
+void noteMakingDescriptor(int descriptor) {
+    makingDescriptor = descriptor;
 }
 
 void expectUnpacking(const std::filesystem::path& destination) {

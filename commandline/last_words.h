@@ -12,9 +12,12 @@ namespace vesk::commandline {
 // Until one of these is called, the work counts as making an archive that is written directly.
 
 /// From now on the work is making an archive in the file `temporary`, which is to become `target`.
-/// The last words remove `temporary`. `descriptor` refers to it and is never closed.
-void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target,
-                    int descriptor);
+/// The last words remove `temporary`.
+void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target);
+
+/// Notes a descriptor of that file, which is never closed. Until then the file counts as not moved
+/// to its target.
+void noteMakingDescriptor(int descriptor);
 
 /// From now on the work is unpacking an archive to `destination`.
 void expectUnpacking(const std::filesystem::path& destination);

@@ -7,8 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -26,7 +27,7 @@ namespace fs = std::filesystem;
 constexpr const char* cannotCreate = "Cannot create archive";
 constexpr const char* cannotFinalize = "Cannot finalize archive";
 constexpr std::string_view mark = ".vesk-making-";
-constexpr std::size_t suffixLength = 6;
+constexpr std::size_t suffixLength = 12;  // some 70 bits: more than anybody can guess
 
 /// The bytes left for the target's name: a file name has at most 255, and the dot, the mark and the
 /// suffix take some.
@@ -47,17 +48,18 @@ std::string_view shortened(std::string_view name) {
 std::string randomSuffix() {
     constexpr std::string_view letters =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    std::uint64_t number = 0;
-    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+    std::array<unsigned char, suffixLength> bytes{};
+    if (getrandom(bytes.data(), bytes.size(), 0) == -1) {
+        // A sandbox may forbid it. Then the name could be guessed, but no other process uses it.
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
-        number = static_cast<std::uint64_t>(now.tv_nsec) << 32 ^
-                 static_cast<std::uint64_t>(getpid()) << 12 ^
-                 static_cast<std::uint64_t>(now.tv_sec);
+        const pid_t process = getpid();
+        std::memcpy(bytes.data(), &now.tv_nsec, sizeof now.tv_nsec);
+        std::memcpy(bytes.data() + sizeof now.tv_nsec, &process, sizeof process);
     }
     std::string suffix;
-    for (std::size_t i = 0; i < suffixLength; ++i, number /= letters.size())
-        suffix += letters[static_cast<std::size_t>(number % letters.size())];
+    for (const unsigned char byte : bytes)
+        suffix += letters[byte % letters.size()];
     return suffix;
 }
 
@@ -91,8 +93,8 @@ std::string makingPath(const fs::path& target) {
     return (target.parent_path() / name).native();
 }
 
-MakingFile::MakingFile(std::string path, fs::path target, bool overwrite)
-    : path_(std::move(path)), target_(std::move(target)), overwrite_(overwrite) {}
+MakingFile::MakingFile(std::string path, fs::path target, bool overwrite, bool sync)
+    : path_(std::move(path)), target_(std::move(target)), overwrite_(overwrite), sync_(sync) {}
 
 // The descriptor stays open: through it the last words see what became of the file.
 MakingFile::~MakingFile() {
@@ -105,16 +107,27 @@ MakingFile::~MakingFile() {
     if (isNameless && ftruncate(descriptor_, 0) != 0) return;
 }
 
+// The module empties what it finds at the path, and some file systems (ext4, Btrfs) hold up the
+// closing of a file that was emptied until its data is on the way to the disk. A file that the
+// module creates costs nothing there, and has the ordinary mode.
 void MakingFile::create() {
-    const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
-    if (isCreated) {
-        // The module must be able to open it, whatever the umask.
-        const auto mode = modeOf(descriptor_);
-        if (!mode || (*mode & 0600) != 0600) fchmod(descriptor_, 0600);
-    } else if (errno == EEXIST) {
+    struct stat status {};
+    const bool isTaken =
+        isLeftToModule() ? lstat(path_.c_str(), &status) == 0 : !createEmpty() && errno == EEXIST;
+    if (isTaken) {
         path_.clear();  // it is not ours to remove
         throw NameTaken{};
     }
+    if (isLeftToModule()) expectMakingIn(path_, target_);
+}
+
+bool MakingFile::createEmpty() {
+    const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
+    if (!isCreated) return false;
+    // The module must be able to open it, whatever the umask.
+    const auto mode = modeOf(descriptor_);
+    if (!mode || (*mode & 0600) != 0600) fchmod(descriptor_, 0600);
+    return true;
 }
 
 // Whoever opens a file while its mode permits it can read what is written there later. So another
@@ -134,9 +147,19 @@ bool MakingFile::createPrivate() {
 bool MakingFile::open(int flags, mode_t mode) {
     descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, mode);
     if (descriptor_ == -1) return false;
-    expectMakingIn(path_, target_, descriptor_);
+    expectMakingIn(path_, target_);
+    noteMakingDescriptor(descriptor_);
     ordinaryMode_ = modeOf(descriptor_);
     return true;
+}
+
+// The file may have a mode that permits nothing.
+bool MakingFile::openWritten() {
+    if (!isLeftToModule()) return open(0, 0);
+    descriptor_ = ::open(path_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    noteMakingDescriptor(descriptor_);
+    struct stat status {};
+    return fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool MakingFile::takeOver(const struct stat& old) const {
@@ -148,22 +171,26 @@ bool MakingFile::takeOver(const struct stat& old) const {
     return giveMode(descriptor_, old.st_mode & (hasOwner ? 07777 : 0777));
 }
 
-const char* MakingFile::prepare(bool sync, bool& replaces) const {
+// A file that the module has created has this mode already.
+bool MakingFile::takeOrdinaryMode() const {
+    return isLeftToModule() || (ordinaryMode_ && giveMode(descriptor_, *ordinaryMode_));
+}
+
+const char* MakingFile::prepare(bool& replaces) const {
     struct stat old {};
     replaces = overwrite_ && lstat(target_.c_str(), &old) == 0;
     if (replaces && !S_ISREG(old.st_mode)) return cannotCreate;
-    const bool hasMode =
-        replaces ? takeOver(old) : ordinaryMode_ && giveMode(descriptor_, *ordinaryMode_);
+    const bool hasMode = replaces ? takeOver(old) : takeOrdinaryMode();
     if (!hasMode) return cannotFinalize;
-    return sync && fsync(descriptor_) != 0 ? cannotFinalize : nullptr;
+    return sync_ && fsync(descriptor_) != 0 ? cannotFinalize : nullptr;
 }
 
-const char* MakingFile::moveIntoPlace(bool sync) {
+const char* MakingFile::moveIntoPlace() {
     // If overwriting is allowed, a file that appears at the target after the check is checked, too.
     FilePlacement placed = FilePlacement::targetExists;
     for (int tries = 0; placed == FilePlacement::targetExists && tries < 10; ++tries) {
         bool replaces = false;
-        if (const char* const message = prepare(sync, replaces)) return message;
+        if (const char* const message = prepare(replaces)) return message;
         throwIfInterrupted();
         placed =
             replaces ? replaceFile(path_, target_.native()) : placeNewFile(path_, target_.native());
@@ -173,11 +200,11 @@ const char* MakingFile::moveIntoPlace(bool sync) {
     return placed == FilePlacement::done ? nullptr : cannotFinalize;
 }
 
-const char* MakingFile::publish(bool sync) {
-    if (descriptor_ == -1 && !open(0, 0)) return cannotCreate;
-    if (const char* const message = moveIntoPlace(sync)) return message;
+const char* MakingFile::publish() {
+    if (descriptor_ == -1 && !openWritten()) return cannotCreate;
+    if (const char* const message = moveIntoPlace()) return message;
     path_.clear();
-    return sync && !syncDirectoryOf(target_) ? cannotFinalize : nullptr;
+    return sync_ && !syncDirectoryOf(target_) ? cannotFinalize : nullptr;
 }
 
 }  // namespace vesk::commandline

@@ -9,8 +9,8 @@
 //                                its standard input ends; it aborts if a signal cuts that short
 //
 //   VESK_SLOW        the function that waits in the same way before it does its work for the first
-//                    time: readdir, writev (or the fwrite by which libc++ writes), fsync, syncfs
-//                    or inflateRaw
+//                    time: readdir, writev (or the fwrite by which libc++ writes), renameat2,
+//                    fsync, syncfs or inflateRaw
 //
 // It also affects what the program does on signals:
 //
@@ -202,6 +202,7 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
 
 extern "C" int renameat2(int from, const char* name, int to, const char* newName,
                          unsigned int flags) noexcept {
+    waitIfSlow("renameat2");
     static bool isFirst = true;
     if (std::exchange(isFirst, false) && isSet("VESK_MEANWHILE", "1"))
         close(openat(to, newName, O_WRONLY | O_CREAT, 0666));

@@ -21,7 +21,7 @@ OLD = {b"old": b"old"}
 ERRORS = ["ENOSPC", "EDQUOT", "EIO"]
 
 # Only such names are ever left beside the archive and the destination.
-TELLING = re.compile(rb"\.a\.tar\.vesk-making-\w{6}|\.dest\.vesk-[a-z-]+-\w{6}")
+TELLING = re.compile(rb"\.a\.tar\.vesk-making-\w{12}|\.dest\.vesk-[a-z-]+-\w{6}")
 
 
 class DiskCase(CommandLineTest):

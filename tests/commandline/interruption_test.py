@@ -280,7 +280,8 @@ class InterruptionTest(SignalCase):
         terminal, program_end = pty.openpty()
         self.addCleanup(os.close, terminal)
         process = start((b"make", b"src", b"n\x1b\n.tar"), self.cwd,
-                        environment("wait", MAKING_CALLS, VESK_PATIENCE="ordinary", TERM="dumb"),
+                        environment("none", VESK_SLOW="writev", VESK_PATIENCE="ordinary",
+                                    TERM="dumb"),
                         stderr=program_end)
         os.close(program_end)
         self.assertEqual(process.stdout.read(1), b".")
@@ -290,7 +291,7 @@ class InterruptionTest(SignalCase):
         process.send_signal(signal.SIGTERM)
         finish_waiting(process)
         self.assertRegex(os.read(terminal, 4096), rb"\Avesk-archive: interrupted; '\.n\\033\\012\.tar"
-                         rb"\.vesk-making-\w{6}' is left and can be removed\r\n\Z")
+                         rb"\.vesk-making-\w{12}' is left and can be removed\r\n\Z")
 
     def test_an_archive_in_its_place_is_not_reported_as_missing(self):
         """The renaming is done, but the system is slow to report it."""
@@ -300,6 +301,26 @@ class InterruptionTest(SignalCase):
         process.send_signal(signal.SIGTERM)
         self.assertEqual(finish_waiting(process).err,
                          b"vesk-archive: interrupted; the archive was written\n")
+
+    def test_a_new_archive_in_its_place_is_not_reported_as_missing(self):
+        words = (b"make", b"src", b"new.tar")
+        process = start(words, self.cwd, environment("none", VESK_SLOW="renameat2",
+                                                     VESK_PATIENCE="ordinary"))
+        self.assertEqual(process.stdout.read(1), b".")
+        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        os.rename(self.path(hidden), self.path(b"new.tar"))
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process).err,
+                         b"vesk-archive: interrupted; the archive was written\n")
+
+    def test_a_new_archive_that_is_being_written_is_removed(self):
+        process = start((b"make", b"src", b"new.tar"), self.cwd,
+                        environment("none", VESK_SLOW="writev", VESK_PATIENCE="ordinary"))
+        self.assertEqual(process.stdout.read(1), b".")
+        self.assertEqual(len(self.listing()), 3, "the archive's file is there")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+        self.assertEqual(self.listing(), [b"in.tar", b"src"])
 
     def test_the_end_is_reported_once(self):
         for words in [self.MAKE, self.UNPACK, (b"make", b"none", b"new.tar")]:

@@ -144,7 +144,7 @@ class Making(KillCase):
     target = b"work/a.tar"
     words = (b"make", b"--quiet", b"src", target)
     old = b"the old archive"
-    telling = rb"\A\.a\.tar\.vesk-making-[A-Za-z0-9]{6}\Z"
+    telling = rb"\A\.a\.tar\.vesk-making-[A-Za-z0-9]{12}\Z"
     most_left = 1
 
     def make_input(self, files):

@@ -20,7 +20,7 @@ from program_case import *
 
 NOBODY, SOMEBODY = 65534, 65533
 IS_ROOT = os.geteuid() == 0
-MAKING = rb"\.%s\.vesk-making-[A-Za-z0-9]{6}"
+MAKING = rb"\.%s\.vesk-making-[A-Za-z0-9]{12}"
 
 
 class MakingCase(CommandLineTest):
@@ -53,6 +53,16 @@ class MakingCase(CommandLineTest):
         process = start((b"make", *words), self.cwd, environment("wait", call), **options)
         self.assertEqual(process.stdout.read(1), b".")
         return process
+
+    def writing(self, *words, **options):
+        """The program, waiting right before it writes the archive."""
+        process = start((b"make", *words), self.cwd, environment("none", VESK_SLOW="writev"),
+                        **options)
+        self.assertEqual(process.stdout.read(1), b".")
+        return process
+
+    def hidden(self):
+        return [name for name in self.listing() if b"vesk-making" in name]
 
     def mode(self, name):
         return stat.S_IMODE(os.stat(self.path(name)).st_mode)
@@ -201,24 +211,33 @@ class FileTest(MakingCase):
 
     def test_it_has_a_telling_name_and_is_created_after_the_entries_have_been_collected(self):
         for name in [b"new.tar", b"n\xff\n.tar", b"x" * 251 + b".tar"]:
-            shown = re.escape(name if len(name) < 200 else name[:235])
-            for call, pattern in [(3, None), (4, MAKING % shown), (MAKING_CALLS, MAKING % shown)]:
-                with self.subTest(name=name, call=call):
-                    process = self.waiting(b"src", name, call=call)
-                    hidden = [name for name in self.listing() if name != b"src"]
-                    self.assertEqual(len(hidden), 0 if pattern is None else 1)
-                    for name_of_file in hidden:
-                        self.assertRegex(name_of_file, rb"\A" + pattern + rb"\Z")
-                    self.assertEqual(finish(process).status, 0)
-                    self.assertEqual(self.listing(), sorted([name, b"src"]))
-                    self.assertEqual(self.read(name), self.made)
-                    os.remove(self.path(name))
+            for option in [b"--overwrite", b"--sync"]:
+                for call, files in [(3, 0), (4, 1), (MAKING_CALLS, 1)]:
+                    process = self.waiting(b"src", name, option, call=call)
+                    self.assert_is_the_only_file(process, name, files)
+
+    def test_a_new_archive_has_no_file_until_it_is_written(self):
+        for name in [b"new.tar", b"n\xff\n.tar", b"x" * 251 + b".tar"]:
+            self.assert_is_the_only_file(self.waiting(b"src", name), name, 0)
+            self.assert_is_the_only_file(self.writing(b"src", name), name, 1)
+
+    def assert_is_the_only_file(self, process, name, files):
+        """At the moment there are so many files, and at the end there is the archive alone."""
+        hidden = [found for found in self.listing() if found != b"src"]
+        self.assertEqual(len(hidden), files, name)
+        for found in hidden:
+            shown = name if len(name) < 200 else name[:229]
+            self.assertRegex(found, rb"\A" + MAKING % re.escape(shown) + rb"\Z")
+        self.assertEqual(finish(process).status, 0)
+        self.assertEqual(self.listing(), sorted([name, b"src"]))
+        self.assertEqual(self.read(name), self.made)
+        os.remove(self.path(name))
 
     def test_a_long_name_is_cut_between_two_characters(self):
         name = b"x" * 2 + "\u4e2d".encode() * 83 + b".tar"
-        process = self.waiting(b"src", name)
-        [hidden] = [file for file in self.listing() if file.startswith(b".x")]
-        self.assertRegex(hidden.decode(), "\\A.xx\u4e2d{77}.vesk-making-")
+        process = self.writing(b"src", name)
+        [hidden] = self.hidden()
+        self.assertRegex(hidden.decode(), "\\A.xx\u4e2d{75}.vesk-making-")
         self.assertEqual(finish(process).status, 0)
 
     def test_a_path_of_the_greatest_length_is_used(self):
@@ -258,16 +277,17 @@ class FileTest(MakingCase):
 
     def test_a_file_that_exists_at_its_path_is_neither_written_nor_removed(self):
         self.write(b"victim", b"old")
-        name = b".new.tar.vesk-making-aaaaaa"
+        name = b".new.tar.vesk-making-aaaaaaaaaaaa"
         env = environment("none", VESK_NO_CHANCE="1")
         for put in [lambda path: os.link(self.path(b"victim"), path),
                     lambda path: os.symlink(b"victim", path),
                     lambda path: os.symlink(b"new-victim", path)]:
-            put(self.path(name))
-            self.assert_fails(b"Cannot create archive", b"src", b"new.tar", env=env)
-            self.assertEqual(self.listing(), [name, b"src", b"victim"])
-            self.assertEqual(self.read(b"victim"), b"old")
-            os.remove(self.path(name))
+            for options in [[], [b"--overwrite"], [b"--sync"]]:
+                put(self.path(name))
+                self.assert_fails(b"Cannot create archive", b"src", b"new.tar", *options, env=env)
+                self.assertEqual(self.listing(), [name, b"src", b"victim"])
+                self.assertEqual(self.read(b"victim"), b"old")
+                os.remove(self.path(name))
         self.assert_makes(b"src", b"new.tar", env=env)
 
     def test_a_directory_that_becomes_writable_meanwhile_gets_the_archive(self):
@@ -279,14 +299,18 @@ class FileTest(MakingCase):
         self.assertEqual(os.listdir(self.path(b"closed")), [b"new.tar"])
         self.assertEqual(self.read(b"closed/new.tar"), self.made)
 
-    def test_a_file_that_somebody_else_put_in_its_place_is_neither_written_nor_removed(self):
+    def test_what_somebody_else_put_in_its_place_is_not_the_archive(self):
         """Nobody can know the name in advance; whoever sees the file may replace it."""
-        process = self.waiting(b"src", b"new.tar")
-        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
-        os.remove(self.path(hidden))
-        os.mkdir(self.path(hidden))
-        self.assert_raised(finish(process), b"Cannot create archive")
-        self.assertEqual(self.listing(), [hidden, b"src"])
+        for wait, options, put in [(self.waiting, [b"--overwrite"], os.mkdir),
+                                   (self.writing, [], os.mkdir), (self.writing, [], os.mkfifo),
+                                   (self.writing, [], lambda path: os.symlink(b"src/a", path))]:
+            process = wait(b"src", b"new.tar", *options)
+            [hidden] = self.hidden()
+            os.remove(self.path(hidden))
+            put(self.path(hidden))
+            self.assert_raised(finish(process), b"Cannot create archive")
+            self.assertIn(self.listing(), [[hidden, b"src"], [b"src"]])
+            subprocess.run(["rm", "-rf", self.path(hidden)], check=True)
 
 
 class PlaceTest(MakingCase):
@@ -317,7 +341,7 @@ class PlaceTest(MakingCase):
         env = environment("none", VESK_NO_RENAMEAT2="1", VESK_NO_UNLINK="1")
         result = self.make(b"src", b"new.tar", env=env)
         self.assertEqual(result.status, 0)
-        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+        [hidden] = self.hidden()
         self.assertIn(b"vesk-archive: '" + hidden + b"' could not be deleted: it is another name of "
                       b"the archive and can be removed\n", result.err)
         self.assertEqual(self.read(b"new.tar"), self.made)
@@ -427,7 +451,7 @@ class RightsTest(MakingCase):
                 self.write(b"old.tar", b"old")
                 os.chmod(self.path(b"old.tar"), mode)
                 process = self.waiting(b"src", b"old.tar", b"--overwrite")
-                [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+                [hidden] = self.hidden()
                 self.assertEqual(oct(self.mode(hidden)), oct(0o600))
                 self.assertEqual(finish(process).status, 0)
                 self.assertEqual(oct(self.mode(b"old.tar")), oct(mode))
@@ -456,7 +480,7 @@ class RightsTest(MakingCase):
         self.write(b"old.tar", b"old")
         os.chmod(self.path(b"old.tar"), 0o644)
         for fault, words in [("VESK_NO_FCHMOD", (b"src", b"old.tar", b"--overwrite")),
-                             ("VESK_NO_FSTAT", (b"src", b"new.tar"))]:
+                             ("VESK_NO_FSTAT", (b"src", b"new.tar", b"--sync"))]:
             with self.subTest(fault=fault):
                 self.assert_fails(b"Cannot finalize archive", *words,
                                   env=environment("none", **{fault: "1"}))
@@ -503,7 +527,7 @@ class LinkTest(MakingCase):
                                     (b"second.tar", b"there/old.tar", [b"--overwrite"]),
                                     (b"dangling.tar", b"there/new.tar", [])]:
             with self.subTest(link=link):
-                process = self.waiting(b"src", link, *options)
+                process = self.writing(b"src", link, *options)
                 self.assertTrue(any(b"vesk-making" in name
                                     for name in os.listdir(self.path(b"there"))))
                 self.assertEqual(finish(process).status, 0)
@@ -585,7 +609,7 @@ class SystemCallTest(MakingCase):
             calls = self.calls(b"make", b"src", b"there/a.tar", b"--sync", *options)
             if options:
                 self.assertIn("unlink", calls.pop(0))  # that of the file that tells the mode
-            self.assertRegex(calls[0], r"fsync\(\d+<.*/there/\.a\.tar\.vesk-making-\w{6}>\) = 0")
+            self.assertRegex(calls[0], r"fsync\(\d+<.*/there/\.a\.tar\.vesk-making-\w{12}>\) = 0")
             self.assertRegex(calls[1], placing + r"\(.*\) = 0")
             self.assertRegex(calls[2], r"fsync\(\d+<.*/there>\) = 0")
             self.assertEqual(len(calls), 3)
