@@ -13,6 +13,7 @@ from contenders import FLOOR, VESK, Where, contenders_of
 
 MEMORY_FILE_SYSTEM = "/dev/shm"
 FEW_ROUNDS = 3
+MOST_UNHURRIED = 4 << 30  # bytes; to hold more again takes long
 
 
 def run(words, **options):
@@ -336,9 +337,12 @@ class Contest:
             uncache(out)
 
     def give_back_memory(self):
-        """Gives back as much as any contender takes, its output in the page cache included."""
-        needed = 4 * self.sizes["bytes"] + 8192 * self.sizes["files"] + (256 << 20)
-        self.workspace.ballast.give_back(needed)
+        """Gives back as much as any contender takes, its output in the page cache included. Where
+        less than some ten times the output is at hand, the system begins to write to the disk during
+        the run, and a run may have to wait for that."""
+        taken = 4 * self.sizes["bytes"] + 8192 * self.sizes["files"] + (256 << 20)
+        unhurried = 0 if self.memory else min(16 * self.sizes["bytes"], MOST_UNHURRIED)
+        self.workspace.ballast.give_back(max(taken, unhurried))
 
     def system_calls(self):
         """Counts every system call of a contender, in runs of their own that are not timed."""
