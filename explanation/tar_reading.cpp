@@ -87,11 +87,17 @@ bool isMade(std::uint8_t typeflag) {
     return typeflag == tarOldRegularFile || typeflag == tarRegularFile || typeflag == tarDirectory;
 }
 
+/// Whether the header's field is an octal number that is not larger than `most`.
+template <typename Field>
+bool isAtMost(const Block& block, std::uint64_t most) {
+    const std::optional<std::uint64_t> number = octal<Field>(block);
+    return number && *number <= most;
+}
+
 /// Whether some writers of ustar cannot store the header's owner or time.
 bool goesBeyondUstar(const Block& block) {
-    return octal<TarUid>(block).value_or(largestOwner + 1) > largestOwner ||
-           octal<TarGid>(block).value_or(largestOwner + 1) > largestOwner ||
-           octal<TarMtime>(block).value_or(largestTime + 1) > largestTime;
+    return !isAtMost<TarUid>(block, largestOwner) || !isAtMost<TarGid>(block, largestOwner) ||
+           !isAtMost<TarMtime>(block, largestTime);
 }
 
 class TarReader {

@@ -99,9 +99,14 @@ def imports(library):
     return {name.replace("long long", "long") for name in demangled(names)}
 
 
+# Marks that assembler and linker set on some machines.
+MARKS = re.compile(r"\$|_TLS_MODULE_BASE_\Z")
+
+
 def data_objects(library):
     return demangled(name for kind, binding, section, name in symbols(library, "--symbols")
-                     if kind in ("OBJECT", "TLS", "COMMON") and section != "UND")
+                     if kind in ("OBJECT", "TLS", "COMMON") and section != "UND"
+                     and not MARKS.match(name))
 
 
 def differences(what, expected, found):

@@ -32,7 +32,7 @@ inline bool separateMounts() {
     const bool isMapped = isSuperuser || (writeTo("/proc/self/uid_map", "0 " + user + " 1") &&
                                           writeTo("/proc/self/setgroups", "deny") &&
                                           writeTo("/proc/self/gid_map", "0 " + group + " 1"));
-    return isMapped && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return isMapped && mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 /// Tells whether this machine lets a process mount. Where it does not, tests that need it skip.
@@ -52,7 +52,7 @@ inline bool mountMemory(const std::filesystem::path& directory, const char* opti
 
 /// Makes `place` show what is at `path`.
 inline bool bindMount(const std::filesystem::path& path, const std::filesystem::path& place) {
-    return mount(path.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    return mount(path.c_str(), place.c_str(), "", MS_BIND, nullptr) == 0;
 }
 
 /// Mounts on `place` an overlay of the directory `lower`, with new directories below `work` for the
