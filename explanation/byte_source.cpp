@@ -40,7 +40,8 @@ FileSource::~FileSource() {
 void FileSource::fill() {
     buffer_.resize(bufferSize);
     bufferBegin_ = position_;
-    const std::uint64_t wanted = std::min<std::uint64_t>(bufferSize, size_ - position_);
+    const auto wanted =
+        static_cast<std::size_t>(std::min<std::uint64_t>(bufferSize, size_ - position_));
     const ssize_t got = pread(descriptor_, buffer_.data(), wanted, static_cast<off_t>(position_));
     bufferLength_ = got > 0 ? static_cast<std::size_t>(got) : 0;
 }
@@ -51,8 +52,8 @@ std::size_t FileSource::read(std::uint8_t* to, std::size_t count) {
         const bool isBuffered =
             position_ >= bufferBegin_ && position_ < bufferBegin_ + bufferLength_;
         if (!isBuffered) fill();
-        const std::uint64_t at = position_ - bufferBegin_;
-        const std::size_t length = std::min<std::size_t>(count - done, bufferLength_ - at);
+        const auto at = static_cast<std::size_t>(position_ - bufferBegin_);
+        const std::size_t length = std::min(count - done, bufferLength_ - at);
         if (length == 0) break;
         std::copy_n(buffer_.data() + at, length, to + done);
         done += length;

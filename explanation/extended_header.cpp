@@ -50,10 +50,11 @@ void take(ExtendedHeader& header, std::string_view key, std::string_view value) 
 bool readPaxRecords(const std::string& records, ExtendedHeader& header) {
     std::string_view rest = records;
     while (!rest.empty()) {
-        const std::uint64_t length = numberAt(rest).value_or(0);
+        const std::uint64_t declared = numberAt(rest).value_or(0);
         const std::size_t space = rest.find(' ');
-        if (length > rest.size() || space == std::string_view::npos || length < space + 2)
-            return false;
+        if (declared > rest.size()) return false;
+        const auto length = static_cast<std::size_t>(declared);
+        if (space == std::string_view::npos || length < space + 2) return false;
         const std::string_view record = rest.substr(space + 1, length - space - 2);
         const std::size_t equals = record.find('=');
         if (equals == std::string_view::npos) return false;

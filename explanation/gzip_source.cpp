@@ -161,7 +161,8 @@ void Inflation::extendTo(std::uint64_t limit) {
 }
 
 void Inflation::provideInput() {
-    const std::uint64_t wanted = std::min<std::uint64_t>(nextInput_, limit_ - file_.position());
+    const auto wanted =
+        static_cast<std::size_t>(std::min<std::uint64_t>(nextInput_, limit_ - file_.position()));
     nextInput_ = std::min(nextInput_ * 4, inflationPiece);
     decoder_->next_in = pieces_->input.data();
     decoder_->avail_in = static_cast<std::uint32_t>(file_.read(pieces_->input.data(), wanted));

@@ -277,7 +277,7 @@ bool TarReader::passSparseMap() {
 bool TarReader::passData(std::uint64_t size) {
     std::uint64_t there = 0;
     if (isExtension(typeflag()) && size <= longestExtension) {
-        std::string data(size, '\0');
+        std::string data(static_cast<std::size_t>(size), '\0');
         there = stream_.read(reinterpret_cast<std::uint8_t*>(data.data()), data.size());
         takeExtension(data);
     } else {

@@ -176,7 +176,9 @@ TEST_F(WholeFile, ThrowsLengthErrorForAFileThatNoMemoryOf32BitsCanHold) {
     writeFile(file, "");
     for (const std::uintmax_t size : {2147483648U, 4294967295U}) {
         fs::resize_file(file, size);
-        EXPECT_THROW(zipReadFileBytes(file), std::length_error) << size;
+        ByteFile<std::ifstream> closed;
+        ByteBuffer bytes;
+        EXPECT_THROW(zipReadFileBytes(file, closed, bytes), std::length_error) << size;
         EXPECT_EQ(host.calls, Calls());
     }
 }
