@@ -98,8 +98,10 @@ bool mayBeWritten(const fs::path& file) {
 /// accepts.
 std::optional<std::string> withoutItsDirectories(const fs::path& path) {
     const int directory = open(directoryOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (directory == -1) return std::nullopt;
-    return "/proc/self/fd/" + std::to_string(directory) + "/" + path.filename().native();
+    const std::string shorter = "/proc/self/fd/" + std::to_string(directory);
+    std::error_code error;
+    if (directory == -1 || !fs::is_directory(shorter, error)) return std::nullopt;
+    return shorter + "/" + path.filename().native();
 }
 
 /// The module writes beside the target at the end of the links. It creates missing directories of
@@ -110,9 +112,9 @@ ArchiveTarget besideEnd(const std::string& archive, const fs::path& end) {
     if (isLinked && !fs::is_directory(directoryOf(end), error)) return refusedAtTheEnd();
     if (!mayBeWritten(end)) return refusedAtTheEnd();
 
-    const std::string path = makingPath(end);
-    const auto shorter = path.size() < PATH_MAX ? std::optional(path) : withoutItsDirectories(path);
-    return shorter ? ArchiveTarget{*shorter, true, end} : written(archive, true);
+    std::optional<std::string> path = makingPath(end);
+    if (path && path->size() >= PATH_MAX) path = withoutItsDirectories(*path);
+    return path ? ArchiveTarget{*path, true, end} : refusedAtTheEnd();
 }
 
 bool canBeArchived(const std::string& source) {
@@ -134,7 +136,8 @@ std::optional<ArchiveTarget> withoutNewDirectories(const fs::path& archive) {
                              faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
     if (!canBeMadeIn) return std::nullopt;
     // If the source appears meanwhile, moving the file into place fails.
-    return ArchiveTarget{makingPath(directory / archive.filename()), true, archive};
+    const std::optional<std::string> path = makingPath(directory / archive.filename());
+    return path ? ArchiveTarget{*path, true, archive} : refusedAtTheEnd();
 }
 
 }  // namespace

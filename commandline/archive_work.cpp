@@ -52,15 +52,11 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, MakingWatch
     }
 
     MakingFile file(target.modulePath, *target.file, arguments.overwrite, arguments.sync);
-    watch.createThen(file);
-    const char* message = nullptr;
-    try {
-        if (auto error = callModule(call)) return error;
-        watch.noteMoving();
-        message = file.publish();
-    } catch (const NameTaken&) {
-        message = "Cannot create archive";
-    }
+    if (auto error = callModule(call)) return error;
+    watch.noteMoving();
+    const char* message = file.publish();
+    if (message == nullptr && arguments.sync && !parents.areSynced())
+        message = "Cannot finalize archive";
     if (message != nullptr) return standin::PendingError{"IOException", message};
     parents.keep();
     return std::nullopt;

@@ -81,7 +81,10 @@ bool standardErrorTakesText() {
 void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target) {
     makingTarget = new std::string(target.native());
     makingPath = new std::string(temporary.native());
-    shownMakingPath = new std::string(forStandardError(temporary.native()));
+    // The path itself may lead through a descriptor of this process.
+    const std::filesystem::path shown =
+        target.parent_path() / std::filesystem::path(temporary).filename();
+    shownMakingPath = new std::string(forStandardError(shown.native()));
     stage = Stage::makingInFile;
 }
 
@@ -92,6 +95,15 @@ void noteMakingDescriptor(int descriptor) {
 void expectUnpacking(const std::filesystem::path& destination) {
     place = new StagingPlace(stagingPlace(destination));
     stage = Stage::unpacking;
+}
+
+void sayMakingLeftover() {
+    struct stat status {};
+    const bool isLeft = stage == Stage::makingInFile && lstat(makingPath->c_str(), &status) == 0 &&
+                        S_ISREG(status.st_mode);
+    if (!isLeft) return;
+    writeText(STDERR_FILENO,
+              "vesk-archive: '" + *shownMakingPath + "' is left and can be removed\n");
 }
 
 bool mayTellTheEnd() {

@@ -15,12 +15,15 @@ namespace vesk::commandline {
 /// The last words remove `temporary`.
 void expectMakingIn(const std::filesystem::path& temporary, const std::filesystem::path& target);
 
-/// Notes a descriptor of that file, which is never closed. Until then the file counts as not moved
-/// to its target.
+/// Notes a descriptor of that file, or -1 before it is closed. As long as there is none, the file
+/// counts as not moved to its target.
 void noteMakingDescriptor(int descriptor);
 
 /// From now on the work is unpacking an archive to `destination`.
 void expectUnpacking(const std::filesystem::path& destination);
+
+/// Names the file in which an archive was made, if that has failed and the file is still there.
+void sayMakingLeftover();
 
 /// Returns true to the first caller only: it may say how the work has ended.
 bool mayTellTheEnd();

@@ -43,6 +43,22 @@ MadeParents::MadeParents(const fs::path& file) {
     directories_.push_back(open(directory.empty() ? "." : directory.c_str(), flags));
 }
 
+bool MadeParents::areSynced() const {
+    if (missing_.empty()) return true;
+    int directory = openat(directories_.front(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    bool all = true;
+    for (const std::string& name : missing_) {
+        // Some file systems have nothing to do here, and report that as an error.
+        all = all && (fsync(directory) == 0 || errno == EINVAL);
+        const int below =
+            openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        close(directory);
+        directory = below;
+    }
+    close(directory);
+    return all;
+}
+
 MadeParents::~MadeParents() {
     for (const std::string& name : missing_) {
         const int below = openat(directories_.back(), name.c_str(), flags | O_NOFOLLOW);

@@ -18,6 +18,10 @@ public:
     MadeParents(const MadeParents&) = delete;
     MadeParents& operator=(const MadeParents&) = delete;
 
+    /// Writes the names of those directories to the disk, now that they exist. Returns false if
+    /// that fails.
+    bool areSynced() const;
+
     /// The file exists now: its directories stay.
     void keep() { missing_.clear(); }
 

@@ -129,6 +129,7 @@ int run(const Arguments& arguments) {
     std::string message;
     const int status = carryOutAndTell(arguments, message);
     withMemoryAtHand(sayLeftover);
+    if (status != done) withMemoryAtHand(sayMakingLeftover);
     if (status == raised && !arguments.quiet) {
         // Everything but the reason has been said: from now on a signal need not wait.
         endIfInterrupted();

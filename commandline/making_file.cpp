@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Creating the file beside its target, and moving it into place.
+// Naming the file beside its target, and moving it into place.
 #include "commandline/making_file.h"
 
 #include <fcntl.h>
@@ -27,6 +27,7 @@ namespace fs = std::filesystem;
 constexpr const char* cannotCreate = "Cannot create archive";
 constexpr const char* cannotFinalize = "Cannot finalize archive";
 constexpr std::string_view mark = ".vesk-making-";
+constexpr int namingAttempts = 10;
 constexpr std::size_t suffixLength = 12;  // some 70 bits: more than anybody can guess
 
 /// The bytes left for the target's name: a file name has at most 255, and the dot, the mark and the
@@ -66,7 +67,7 @@ std::string randomSuffix() {
 /// A new name survives a power failure only when its directory has been written to the disk.
 bool syncDirectoryOf(const fs::path& file) {
     const fs::path directory = file.has_parent_path() ? file.parent_path() : fs::path(".");
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor == -1) return false;
     // Some file systems have nothing to do here, and report that as an error.
     const bool isDone = fsync(descriptor) == 0 || errno == EINVAL;
@@ -87,79 +88,56 @@ bool giveMode(int descriptor, mode_t mode) {
 
 }  // namespace
 
-std::string makingPath(const fs::path& target) {
-    std::string name = ".";
-    name.append(shortened(target.filename().native())).append(mark).append(randomSuffix());
-    return (target.parent_path() / name).native();
+std::optional<std::string> makingPath(const fs::path& target) {
+    for (int attempt = 0; attempt < namingAttempts; ++attempt) {
+        std::string name = ".";
+        name.append(shortened(target.filename().native())).append(mark).append(randomSuffix());
+        std::string path = target.parent_path() / name;
+        struct stat status {};
+        if (lstat(path.c_str(), &status) != 0) return path;
+    }
+    return std::nullopt;
 }
 
 MakingFile::MakingFile(std::string path, fs::path target, bool overwrite, bool sync)
-    : path_(std::move(path)), target_(std::move(target)), overwrite_(overwrite), sync_(sync) {}
+    : path_(std::move(path)), target_(std::move(target)), overwrite_(overwrite), sync_(sync) {
+    setUmask();
+    expectMakingIn(path_, target_);
+}
 
-// The descriptor stays open: through it the last words see what became of the file.
+// Not created in advance: whoever sees such a file could put a link in its place, to which the
+// module would write. And some file systems (ext4, Btrfs) hold up the closing of a file that was
+// emptied when it was opened until its data is on the way to the disk.
+void MakingFile::setUmask() {
+    const mode_t forNobodyElse = 0177;
+    const mode_t forEverybody = 0666;
+    const mode_t ordinary = umask(forNobodyElse);
+    struct stat old {};
+    const bool replaces = overwrite_ && lstat(target_.c_str(), &old) == 0;
+    // Whoever gives the file a mode or has it written to the disk must be able to open it.
+    const mode_t openable = overwrite_ || sync_ ? ordinary & ~mode_t{0600} : ordinary;
+    const mode_t set = replaces ? forNobodyElse : openable;
+    umask(set);
+    if (set != ordinary) ordinaryMode_ = forEverybody & ~ordinary;
+}
+
+// If it has become the archive, the descriptor stays open: through it the last words see that.
 MakingFile::~MakingFile() {
     if (path_.empty()) return;
+    noteMakingDescriptor(-1);
+    if (descriptor_ != -1)
+        close(descriptor_);  // else the file would take space even without a name
     unlink(path_.c_str());
-    // Even without a name, the file takes space until the process ends, since its descriptor is
-    // never closed. So it is emptied.
-    struct stat status {};
-    const bool isNameless = fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
-    if (isNameless && ftruncate(descriptor_, 0) != 0) return;
 }
 
-// The module empties what it finds at the path, and some file systems (ext4, Btrfs) hold up the
-// closing of a file that was emptied until its data is on the way to the disk. A file that the
-// module creates costs nothing there, and has the ordinary mode.
-void MakingFile::create() {
-    struct stat status {};
-    const bool isTaken =
-        isLeftToModule() ? lstat(path_.c_str(), &status) == 0 : !createEmpty() && errno == EEXIST;
-    if (isTaken) {
-        path_.clear();  // it is not ours to remove
-        throw NameTaken{};
-    }
-    if (isLeftToModule()) expectMakingIn(path_, target_);
-}
-
-bool MakingFile::createEmpty() {
-    const bool isCreated = overwrite_ ? createPrivate() : open(O_CREAT | O_EXCL, 0666);
-    if (!isCreated) return false;
-    // The module must be able to open it, whatever the umask.
-    const auto mode = modeOf(descriptor_);
-    if (!mode || (*mode & 0600) != 0600) fchmod(descriptor_, 0600);
-    return true;
-}
-
-// Whoever opens a file while its mode permits it can read what is written there later. So another
-// file, which stays empty, shows the mode that an ordinary new file would have.
-bool MakingFile::createPrivate() {
-    const int ordinary =
-        ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
-    if (ordinary == -1) return false;
-    const auto ordinaryMode = modeOf(ordinary);
-    unlink(path_.c_str());
-    close(ordinary);
-    if (!open(O_CREAT | O_EXCL, 0600)) return false;
-    ordinaryMode_ = ordinaryMode;
-    return true;
-}
-
-bool MakingFile::open(int flags, mode_t mode) {
-    descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | flags, mode);
-    if (descriptor_ == -1) return false;
-    expectMakingIn(path_, target_);
-    noteMakingDescriptor(descriptor_);
-    ordinaryMode_ = modeOf(descriptor_);
-    return true;
-}
-
-// The file may have a mode that permits nothing.
+// A new file may have a mode that permits nothing. What somebody else has put in the file's place
+// is no file, or has another name elsewhere.
 bool MakingFile::openWritten() {
-    if (!isLeftToModule()) return open(0, 0);
-    descriptor_ = ::open(path_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    const int flags = overwrite_ || sync_ ? O_RDONLY | O_NONBLOCK | O_NOCTTY : O_PATH;
+    descriptor_ = open(path_.c_str(), flags | O_NOFOLLOW | O_CLOEXEC);
     noteMakingDescriptor(descriptor_);
     struct stat status {};
-    return fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    return fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
 }
 
 bool MakingFile::takeOver(const struct stat& old) const {
@@ -171,9 +149,8 @@ bool MakingFile::takeOver(const struct stat& old) const {
     return giveMode(descriptor_, old.st_mode & (hasOwner ? 07777 : 0777));
 }
 
-// A file that the module has created has this mode already.
 bool MakingFile::takeOrdinaryMode() const {
-    return isLeftToModule() || (ordinaryMode_ && giveMode(descriptor_, *ordinaryMode_));
+    return !ordinaryMode_ || giveMode(descriptor_, *ordinaryMode_);
 }
 
 const char* MakingFile::prepare(bool& replaces) const {
@@ -201,7 +178,7 @@ const char* MakingFile::moveIntoPlace() {
 }
 
 const char* MakingFile::publish() {
-    if (descriptor_ == -1 && !openWritten()) return cannotCreate;
+    if (!openWritten()) return cannotCreate;
     if (const char* const message = moveIntoPlace()) return message;
     path_.clear();
     return sync_ && !syncDirectoryOf(target_) ? cannotFinalize : nullptr;

@@ -10,27 +10,22 @@
 
 namespace vesk::commandline {
 
-/// Returns a path beside `target` that nobody else uses or can guess:
-/// .NAME.vesk-making-XXXXXXXXXXXX.
-std::string makingPath(const std::filesystem::path& target);
+/// Returns a path beside `target` where nothing is, and which nobody can guess:
+/// .NAME.vesk-making-XXXXXXXXXXXX. Returns nothing if no such path can be found.
+std::optional<std::string> makingPath(const std::filesystem::path& target);
 
-/// Something is already at such a path, and must not be written to.
-struct NameTaken {};
-
-/// The file at such a path. The destructor removes it, unless it has become the archive.
+/// The file at such a path, which the module creates when it writes the archive. The destructor
+/// removes it, unless it has become the archive.
 class MakingFile {
 public:
-    /// With `sync` the archive's content is on the disk before it takes its place, and its name is
-    /// on the disk on success.
+    /// Must exist before the module is called: it changes the process's umask so that nobody else
+    /// can read what is to replace a file at `target`. With `overwrite` such a file may be
+    /// replaced, and with `sync` the archive is on the disk, under its name, when it has been
+    /// published.
     MakingFile(std::string path, std::filesystem::path target, bool overwrite, bool sync);
     ~MakingFile();
     MakingFile(const MakingFile&) = delete;
     MakingFile& operator=(const MakingFile&) = delete;
-
-    /// Creates the empty file, or leaves that to the module if the file needs nothing special. If
-    /// it is to replace another, nobody else can open it at any moment. Throws NameTaken. Any other
-    /// failure is not reported: the module will fail to write the file.
-    void create();
 
     /// Turns the file that the module has written into the archive. Returns null, or the message of
     /// a failure, after which the target is as it was, with one exception. The archive gets the
@@ -40,11 +35,8 @@ public:
     const char* publish();
 
 private:
-    bool isLeftToModule() const { return !overwrite_ && !sync_; }
-    bool createEmpty();
-    bool createPrivate();
+    void setUmask();
     bool openWritten();
-    bool open(int flags, mode_t mode);
     const char* prepare(bool& replaces) const;
     const char* moveIntoPlace();
     bool takeOver(const struct stat& old) const;
@@ -54,8 +46,8 @@ private:
     std::filesystem::path target_;
     bool overwrite_;
     bool sync_;
+    std::optional<mode_t> ordinaryMode_;  ///< unless the file has it by itself
     int descriptor_ = -1;
-    std::optional<mode_t> ordinaryMode_;
 };
 
 }  // namespace vesk::commandline

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "commandline/interruption.h"
-#include "commandline/making_file.h"
 
 namespace vesk::commandline {
 
@@ -56,7 +55,6 @@ void MakingWatch::onCall(HostCall call) {
     const bool walkHasEnded = calls_ == 0;
     if (walkHasEnded) {
         if (walk_) walk_->end();
-        if (file_ != nullptr) file_->create();
         progress_.enter(Stage::readingFiles);
     }
     countCall(1);

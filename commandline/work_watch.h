@@ -15,8 +15,6 @@
 
 namespace vesk::commandline {
 
-class MakingFile;
-
 /// During its lifetime, observes the host calls of the calling thread. Throws Interruption out of
 /// them when a signal asks the process to end.
 class WorkWatch {
@@ -59,9 +57,6 @@ public:
     /// With `looksAround`, it finds what the archive will leave out.
     MakingWatch(std::string source, bool looksAround);
 
-    /// `file` is created after the module has collected its entries, so that it is not one of them.
-    void createThen(MakingFile& file) { file_ = &file; }
-
     Moment moment() override;
 
     /// Returns what the finished archive leaves out or changes. To be called once.
@@ -72,7 +67,6 @@ private:
 
     std::string source_;
     std::optional<SourceWalk> walk_;
-    MakingFile* file_ = nullptr;
     std::optional<std::uint64_t> total_;  ///< entries; set when the showing thread asks
 };
 

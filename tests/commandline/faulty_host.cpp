@@ -9,8 +9,8 @@
 //                                its standard input ends; it aborts if a signal cuts that short
 //
 //   VESK_SLOW        the function that waits in the same way before it does its work for the first
-//                    time: readdir, writev (or the fwrite by which libc++ writes), renameat2,
-//                    fsync, syncfs or inflateRaw
+//                    time: readdir, writev (or the fwrite by which libc++ writes), rename,
+//                    renameat2, fsync, syncfs or inflateRaw
 //
 // It also affects what the program does on signals:
 //
@@ -37,7 +37,6 @@
 //
 //   VESK_NO_RENAMEAT2, VESK_NO_LINK, VESK_NO_UNLINK, VESK_NO_FCHMOD
 //                   if it is 1, that system call is refused
-//   VESK_NO_FSTAT   if it is 1, fstat fails for files that are open for writing only
 //   VESK_NO_TYPES   if it is 1, directory entries have no type
 //   VESK_SIZE_OF, VESK_SIZE  the path of a file, and the size that is reported for it
 //
@@ -215,6 +214,11 @@ extern "C" int renameat2(int from, const char* name, int to, const char* newName
     return -1;
 }
 
+extern "C" int rename(const char* name, const char* newName) noexcept {
+    waitIfSlow("rename");
+    return answering(&rename)(name, newName);
+}
+
 extern "C" int link(const char* name, const char* newName) noexcept {
     if (!isSet("VESK_NO_LINK", "1")) return answering(&link)(name, newName);
     errno = EPERM;
@@ -253,14 +257,6 @@ extern "C" int syncfs(int descriptor) noexcept {
 extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
     if (!isSet("VESK_NO_FCHMOD", "1")) return answering(&fchmod)(descriptor, mode);
     errno = EPERM;
-    return -1;
-}
-
-extern "C" int fstat(int descriptor, struct stat* status) noexcept {
-    const bool isForWriting = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
-    if (!isForWriting || !isSet("VESK_NO_FSTAT", "1"))
-        return fstatat(descriptor, "", status, AT_EMPTY_PATH);
-    errno = EIO;
     return -1;
 }
 

@@ -44,6 +44,7 @@ def finish_waiting(process):
 class SignalCase(CommandLineTest):
     UNPACK = (b"unpack", b"--overwrite", b"in.tar", b"dest")
     MAKE = (b"make", b"--overwrite", b"src", b"in.tar")
+    MAKE_NEW = (b"make", b"src", b"new.tar")
 
     def setUp(self):
         super().setUp()
@@ -56,6 +57,12 @@ class SignalCase(CommandLineTest):
                         preexec_fn=no_core_file)
         self.assertEqual(process.stdout.read(1), b".")
         wait_until(lambda: status_line(process, "State") == "S")
+        return process
+
+    def slow(self, words, function, **changes):
+        """The program, waiting before that function does its work for the first time."""
+        process = start(words, self.cwd, environment("none", VESK_SLOW=function, **changes))
+        self.assertEqual(process.stdout.read(1), b".")
         return process
 
     def waiting_unpack(self, **changes):
@@ -260,15 +267,17 @@ class InterruptionTest(SignalCase):
                 self.assertEqual(self.listing(), [b"fifo.tar", b"in.tar", b"src"])
 
     def test_a_blocked_making_leaves_nothing(self):
-        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
-        self.assertEqual(len(self.listing()), 3, "the archive's file is there")
-        before = self.read(b"in.tar")
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
-        self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
+        for words in [self.MAKE, self.MAKE_NEW]:
+            with self.subTest(words=words):
+                process = self.slow(words, "writev", VESK_PATIENCE="ordinary")
+                self.assertEqual(len(self.listing()), 3, "the archive's file is there")
+                before = self.read(b"in.tar")
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
+                self.assertEqual((self.listing(), self.read(b"in.tar")), ([b"in.tar", b"src"], before))
 
     def test_an_unfinished_archive_that_cannot_be_removed_is_named(self):
-        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
+        process = self.slow(self.MAKE, "writev", VESK_PATIENCE="ordinary")
         [hidden] = [name for name in self.listing() if b"vesk-making" in name]
         os.remove(self.path(hidden))
         os.mkdir(self.path(hidden))
@@ -295,32 +304,15 @@ class InterruptionTest(SignalCase):
 
     def test_an_archive_in_its_place_is_not_reported_as_missing(self):
         """The renaming is done, but the system is slow to report it."""
-        process = self.waiting(self.MAKE, MAKING_CALLS, VESK_PATIENCE="ordinary")
-        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
-        os.rename(self.path(hidden), self.path(b"in.tar"))
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(finish_waiting(process).err,
-                         b"vesk-archive: interrupted; the archive was written\n")
-
-    def test_a_new_archive_in_its_place_is_not_reported_as_missing(self):
-        words = (b"make", b"src", b"new.tar")
-        process = start(words, self.cwd, environment("none", VESK_SLOW="renameat2",
-                                                     VESK_PATIENCE="ordinary"))
-        self.assertEqual(process.stdout.read(1), b".")
-        [hidden] = [name for name in self.listing() if b"vesk-making" in name]
-        os.rename(self.path(hidden), self.path(b"new.tar"))
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(finish_waiting(process).err,
-                         b"vesk-archive: interrupted; the archive was written\n")
-
-    def test_a_new_archive_that_is_being_written_is_removed(self):
-        process = start((b"make", b"src", b"new.tar"), self.cwd,
-                        environment("none", VESK_SLOW="writev", VESK_PATIENCE="ordinary"))
-        self.assertEqual(process.stdout.read(1), b".")
-        self.assertEqual(len(self.listing()), 3, "the archive's file is there")
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(finish_waiting(process), (-signal.SIGTERM, b"", UNTOUCHED["make"]))
-        self.assertEqual(self.listing(), [b"in.tar", b"src"])
+        for words, function, archive in [(self.MAKE, "rename", b"in.tar"),
+                                         (self.MAKE_NEW, "renameat2", b"new.tar")]:
+            with self.subTest(words=words):
+                process = self.slow(words, function, VESK_PATIENCE="ordinary")
+                [hidden] = [name for name in self.listing() if b"vesk-making" in name]
+                os.rename(self.path(hidden), self.path(archive))
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(finish_waiting(process).err,
+                                 b"vesk-archive: interrupted; the archive was written\n")
 
     def test_the_end_is_reported_once(self):
         for words in [self.MAKE, self.UNPACK, (b"make", b"none", b"new.tar")]:
