@@ -202,8 +202,10 @@ void SourceWalk::settleLinks(const std::string& source, std::uint64_t storedFile
 /// Replaces the C library's function: every directory is read through this one.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's is reserved
 extern "C" dirent* readdir(DIR* directory) {
+    // With offsets longer than a word, the C library's headers give this function another name.
+    constexpr const char* name = sizeof(off_t) > sizeof(long) ? "readdir64" : "readdir";
     // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread reads one directory
-    static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
+    static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, name));
     dirent* const entry = next(directory);
     vesk::commandline::SourceWalk::note(directory, entry);
     return entry;

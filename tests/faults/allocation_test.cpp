@@ -189,8 +189,11 @@ std::string AllocationFaults::judge(const std::string& ending,
                                     const AllocationReport& report) const {
     if (report.failures == 0) return ending == "done" ? "done" : "defect: no fault but " + ending;
     if (ending.starts_with("defect")) return ending;
-    std::string verdict = (report.owner == CallOwner::module ? "module: " : "host: ") +
-                          judgeMessage(ending, report.owner) + judgeDestination(ending);
+    // On some machines no call stack leads out of the C library. What it allocates there, it does
+    // for the module's walk.
+    const CallOwner owner = report.owner == CallOwner::none ? CallOwner::module : report.owner;
+    std::string verdict = (owner == CallOwner::module ? "module: " : "host: ") +
+                          judgeMessage(ending, owner) + judgeDestination(ending);
     verdict += judgeNextCall();
     return verdict + judgeSurroundings();
 }
