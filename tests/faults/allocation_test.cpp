@@ -189,21 +189,19 @@ std::string AllocationFaults::judge(const std::string& ending,
                                     const AllocationReport& report) const {
     if (report.failures == 0) return ending == "done" ? "done" : "defect: no fault but " + ending;
     if (ending.starts_with("defect")) return ending;
-    // On some machines no call stack leads out of the C library. What it allocates there, it does
-    // for the module's walk.
-    const CallOwner owner = report.owner == CallOwner::none ? CallOwner::module : report.owner;
-    std::string verdict = (owner == CallOwner::module ? "module: " : "host: ") +
-                          judgeMessage(ending, owner) + judgeDestination(ending);
+    std::string verdict = (report.owner == CallOwner::module ? "module: " : "host: ") +
+                          judgeMessage(ending, report.owner) + judgeDestination(ending);
     verdict += judgeNextCall();
     return verdict + judgeSurroundings();
 }
 
 std::string AllocationFaults::judgeMessage(const std::string& ending, CallOwner owner) const {
-    const bool mayBeDone = owner == CallOwner::host || library.doesWithout || !GetParam().makes;
+    // On some machines no call stack leads out of the C library: then it may be either of the two.
+    const bool mayBeDone = owner != CallOwner::module || library.doesWithout || !GetParam().makes;
     if (ending == "bad_alloc" || (ending == "done" && mayBeDone)) return ending;
     const std::regex file("file: " + root_.path().native() + ".*");
     const std::string text = std::regex_replace(ending, file, "file: FILE");
-    const bool known = text == unstored || (owner == CallOwner::module && swallowed.contains(text));
+    const bool known = text == unstored || (owner != CallOwner::host && swallowed.contains(text));
     return known ? text : "defect: " + text;
 }
 
