@@ -257,11 +257,25 @@ void tellWhatIsAside(Staging& staging) {
     leftover->isOldTree = kindOf(staging.destination.entry()) == EntryKind::nothing;
 }
 
+/// Deletes the placed tree, or with `keepsTop` all that is in it.
+void deletePlaced(const Staging& staging, bool keepsTop) {
+    const Entry target = staging.destination.entry();
+    const int tree = staging.tree.number();
+    const FileDescriptor directory = openDirectory(target);
+    if (!directory || !isOpenAs({directory.number(), "."}, tree)) return;
+    deleteContents(directory.number());
+    if (!keepsTop && isOpenAs(target, tree)) unlinkat(target.directory, target.name, AT_REMOVEDIR);
+}
+
 /// Puts back what was at the destination. If that fails, it is kept in the staging directory.
-void takeBack(Staging& staging, bool wasEmptyDirectory) {
+void takeBack(Staging& staging, bool wasNothing, bool wasEmptyDirectory) {
     const bool isBack =
         takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry(),
                      staging.tree.number(), wasEmptyDirectory);
+    // Somebody may have removed the staging directory, to which the tree would have gone back.
+    const bool isNew = wasNothing || wasEmptyDirectory;
+    if (isBack && isNew && isOpenAs(staging.destination.entry(), staging.tree.number()))
+        deletePlaced(staging, wasEmptyDirectory);
     if (isBack) return;
     leftover = std::move(staging.oldTreeLeft);
     staging.name.clear();
@@ -278,6 +292,7 @@ const char* commit(Staging& staging, const fs::path& path) {
 
     const Entry target = staging.destination.entry();
     const int tree = staging.tree.number();
+    const bool isOnNothing = kindOf(target) == EntryKind::nothing;
     const bool isOnEmptyDirectory = isEmptyDirectory(target);
     const Placement placed = place(staging);
     tellWhatIsAside(staging);
@@ -289,7 +304,7 @@ const char* commit(Staging& staging, const fs::path& path) {
     const bool isWhole = staging.names.areStillIn(tree) || !isOpenAs(target, tree);
     const bool isFlushed = !staging.sync || fsync(parent.number()) == 0;
     if (isWhole && isFlushed) return nullptr;
-    if (isOpenAs(target, tree)) takeBack(staging, isOnEmptyDirectory);
+    if (isOpenAs(target, tree)) takeBack(staging, isOnNothing, isOnEmptyDirectory);
     return isWhole ? cannotFlush : cannotMove;
 }
 

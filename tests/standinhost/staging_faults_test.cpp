@@ -389,8 +389,8 @@ TEST(CommitWithSync, TakesBackWhatCannotBeFlushedWithoutExchange) {
 }
 
 /// Extracts as the module does: it has every name converted first.
-fs::path stageNamedTree(const fs::path& destination) {
-    const fs::path staging = stageNewTree(destination, true);
+fs::path stageNamedTree(const fs::path& destination, bool overwrite = true) {
+    const fs::path staging = stageNewTree(destination, overwrite);
     Vesk_runtimeFsPath("new");
     return staging;
 }
@@ -491,6 +491,29 @@ TEST(CommitRace, TakesBackATreeFromWhichAFileIsRemovedAtTheLastMoment) {
         faults.beforeExchange = [&] { return fs::remove(file) ? 0 : 0; };
         faults.beforeRename = [&](const std::string&, const std::string&) {
             fs::remove(file);
+            return 0;
+        };
+        expectMoveFailure(commit(staging, dir / "out"));
+        EXPECT_EQ(treeAfterRemoval(dir, staging), before);
+    }
+}
+
+TEST(CommitRace, DeletesATreeThatLacksAFileIfItsStagingDirectoryIsGone) {
+    struct Row {
+        Kind existing;
+        bool overwrite;
+    };
+    for (const auto [existing, overwrite] :
+         {Row{Kind::nothing, false}, Row{Kind::nothing, true}, Row{Kind::emptyDirectory, false}}) {
+        const TempDir dir;
+        makeAt(dir / "out", existing);
+        const Tree before = treeAt(dir.path());
+        const fs::path staging = stageNamedTree(dir / "out", overwrite);
+        const fs::path directory = directoryOf(staging);
+        RenameFaults faults;
+        faults.beforeRename = [&](const std::string& from, const std::string&) {
+            if (from == "moved") fs::remove(directory / "moved/new");
+            if (from == "out") fs::remove(directory);
             return 0;
         };
         expectMoveFailure(commit(staging, dir / "out"));
