@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What Debian hardens its programs with, as far as the compiler has it for the machine: for all that is
-# installed. Tests do without, since some of them stand in for the C library's functions, and so does
+# Debian's hardening flags, for everything that is installed. A flag that the compiler lacks for the
+# machine is left out. Tests do without, since some of them stand in for the C library's functions, and so does
 # instrumented code, as it notices more itself.
 add_library(vesk_hardening INTERFACE)
 if(VESK_INSTRUMENTATION)

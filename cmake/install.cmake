@@ -56,7 +56,7 @@ if(NOT VESK_RUNTIME_LIBRARY)
     vesk_install_program(vesk-archive commandline)
 endif()
 set(document_directory ${CMAKE_INSTALL_DATADIR}/doc/vesk-archives)
-install(FILES LICENSE RENAME copyright DESTINATION ${document_directory})
+install(FILES packaging/copyright DESTINATION ${document_directory})
 install(FILES CHANGELOG.md docs/formats.md docs/hosting.md docs/messages.md
     DESTINATION ${document_directory})
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Run by CPack on the package that it has made, whose outermost headers hold the umask of whoever made
-# it: Debian's own tool makes the package again, of the same tree.
+# Run by CPack on the package that it has made. CPack writes the caller's umask into the package's outer
+# headers. So Debian's own tool packs the same tree again.
 set(tree ${CPACK_TOPLEVEL_DIRECTORY}/again)
 file(REMOVE_RECURSE ${tree})
 execute_process(COMMAND dpkg-deb --raw-extract ${CPACK_PACKAGE_FILES} ${tree}

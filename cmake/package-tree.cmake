@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Run by CPack on the tree that it is about to pack, which becomes a Debian package's: with changelog
-# and compressed manuals, and the same whoever makes it, when and where.
+# Run by CPack on the tree that it is about to pack. Adds the changelog, compresses the manuals, and sets
+# modes and times, so that every build gives the same package.
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX})
 set(changelog ${CMAKE_CURRENT_LIST_DIR}/../packaging/changelog)
 

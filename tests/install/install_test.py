@@ -198,6 +198,20 @@ class InstalledTree(ScratchTest):
     def test_a_project_that_includes_this_one_uses_the_same_names(self):
         self.assert_outside_project_works(f'add_subdirectory("{SOURCE}" archives)')
 
+    def test_a_project_that_includes_this_one_keeps_its_own_place_for_libraries(self):
+        source, build = self.fresh_directory(), self.fresh_directory()
+        (source / "CMakeLists.txt").write_text(
+            "cmake_minimum_required(VERSION 3.25)\nproject(outer CXX)\n"
+            f'add_subdirectory("{SOURCE}" archives)\n')
+        configure(source, build, "-DCMAKE_INSTALL_PREFIX=/usr")
+        alone = self.fresh_directory()
+        (alone / "CMakeLists.txt").write_text(
+            "cmake_minimum_required(VERSION 3.25)\nproject(outer CXX)\ninclude(GNUInstallDirs)\n")
+        configure(alone, alone / "build", "-DCMAKE_INSTALL_PREFIX=/usr")
+        entries = [re.search(r"(?m)^CMAKE_INSTALL_LIBDIR:.*$", (where / "CMakeCache.txt").read_text())[0]
+                   for where in [build, alone / "build"]]
+        self.assertEqual(entries[0], entries[1])
+
     def test_the_package_is_not_of_another_major_version(self):
         source = self.fresh_directory()
         major = int(VERSION.partition(".")[0])

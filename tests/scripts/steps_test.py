@@ -73,6 +73,27 @@ class StepsTest(unittest.TestCase):
         self.assertEqual(self.run_script("test"),
                          (out, ["test: testing build/release", "test: testing build/dev"]))
 
+    def test_help_is_printed_before_anything_is_done(self):
+        scripts = ["check", "check-reproducible", "coverage", "fuzz", "lint", "test"]
+        for name in scripts:
+            for option in ["--help", "-h"]:
+                with self.subTest(name=name, option=option):
+                    out, steps = self.run_script(name, option)
+                    self.assertRegex(out, r"\AInstalls what is missing")
+                    self.assertEqual((steps, list(self.root.glob("build"))), ([], []))
+
+    def test_words_that_mean_nothing_are_refused_before_anything_is_done(self):
+        for words, said in [(["check", "nonsense"], "check: there is no item 'nonsense'\n"),
+                            (["fuzz", "nonsense"], "fuzz: 'nonsense' is no number of seconds\n"),
+                            (["fuzz", "1", "x"], "fuzz: there is no target 'x', only: inflate\n")]:
+            with self.subTest(words=words):
+                (self.root / "fuzz/corpus/inflate").mkdir(parents=True, exist_ok=True)
+                with self.assertRaises(subprocess.CalledProcessError) as refused:
+                    self.run_script(*words)
+                self.assertEqual(refused.exception.returncode, 2)
+                self.assertTrue(refused.exception.stderr.startswith(said), refused.exception.stderr)
+                self.assertFalse((self.root / "build").exists())
+
     def test_a_step_that_fails_says_why(self):
         (self.root / "installed").touch()
         (self.root / "tools/cmake").write_text("#!/bin/sh\necho broken\nexit 1\n")
