@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Debian's hardening flags, for everything that is installed. A flag that the compiler lacks for the
-# machine is left out. Tests do without, since some of them stand in for the C library's functions, and so does
-# instrumented code, as it notices more itself.
+# machine is left out. Tests do without, since some of them stand in for the C library's functions, and
+# so does instrumented code, as it notices more itself.
 add_library(vesk_hardening INTERFACE)
 if(VESK_INSTRUMENTATION)
     return()

@@ -55,7 +55,7 @@ Failure makeArchive(NativeMethod method, const Arguments& arguments, MakingWatch
     if (auto error = callModule(call)) return error;
     watch.noteMoving();
     const char* message = file.publish();
-    if (message == nullptr && arguments.sync && !parents.areSynced())
+    if (message == nullptr && arguments.sync && !parents.sync())
         message = "Cannot finalize archive";
     if (message != nullptr) return standin::PendingError{"IOException", message};
     parents.keep();

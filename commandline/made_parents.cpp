@@ -43,7 +43,7 @@ MadeParents::MadeParents(const fs::path& file) {
     directories_.push_back(open(directory.empty() ? "." : directory.c_str(), flags));
 }
 
-bool MadeParents::areSynced() const {
+bool MadeParents::sync() const {
     if (missing_.empty()) return true;
     int directory = openat(directories_.front(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     bool all = true;

@@ -20,7 +20,7 @@ public:
 
     /// Writes the names of those directories to the disk, now that they exist. Returns false if
     /// that fails.
-    bool areSynced() const;
+    bool sync() const;
 
     /// The file exists now: its directories stay.
     void keep() { missing_.clear(); }

@@ -257,7 +257,7 @@ void tellWhatIsAside(Staging& staging) {
     leftover->isOldTree = kindOf(staging.destination.entry()) == EntryKind::nothing;
 }
 
-/// Deletes the placed tree, or with `keepsTop` all that is in it.
+/// Deletes the tree if it is still at the destination, or with `keepsTop` all that is in it.
 void deletePlaced(const Staging& staging, bool keepsTop) {
     const Entry target = staging.destination.entry();
     const int tree = staging.tree.number();
@@ -267,18 +267,19 @@ void deletePlaced(const Staging& staging, bool keepsTop) {
     if (!keepsTop && isOpenAs(target, tree)) unlinkat(target.directory, target.name, AT_REMOVEDIR);
 }
 
-/// Puts back what was at the destination. If that fails, it is kept in the staging directory.
+/// Puts back what was at the destination. If that fails, it is kept in the staging directory. A
+/// tree that replaced nothing is deleted if the staging directory is gone, to which it would go
+/// back.
 void takeBack(Staging& staging, bool wasNothing, bool wasEmptyDirectory) {
     const bool isBack =
         takeBackTree(staging.movedEntry(), staging.destination.entry(), staging.replacedEntry(),
                      staging.tree.number(), wasEmptyDirectory);
-    // Somebody may have removed the staging directory, to which the tree would have gone back.
-    const bool isNew = wasNothing || wasEmptyDirectory;
-    if (isBack && isNew && isOpenAs(staging.destination.entry(), staging.tree.number()))
+    if (!isBack) {
+        leftover = std::move(staging.oldTreeLeft);
+        staging.name.clear();
+    } else if (wasNothing || wasEmptyDirectory) {
         deletePlaced(staging, wasEmptyDirectory);
-    if (isBack) return;
-    leftover = std::move(staging.oldTreeLeft);
-    staging.name.clear();
+    }
 }
 
 /// Commits staging. Returns the message of a failure, or null on success.
