@@ -223,7 +223,7 @@ class Contest:
     def rounds_of(self, contender):
         if self.data_set.name == "large" and "tgz" in self.job.name:
             return 1  # for its memory; no goal is set for the time
-        few = self.quick or self.memory or contender.where == Where.EXTRA
+        few = self.quick or contender.where == Where.EXTRA
         return min(self.data_set.rounds, FEW_ROUNDS) if few else self.data_set.rounds
 
     def measure(self):
