@@ -179,8 +179,10 @@ bool removeWhereItIs(int directory) {
 bool removeEmptied(const Staging& staging) {
     const int directory = staging.directory.number();
     const Entry entry = staging.directoryEntry();
-    if (!staging.directory || isOpenAs(entry, directory))
-        return unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0 || errno == ENOENT;
+    const bool isThere = !staging.directory || isOpenAs(entry, directory);
+    if (isThere && unlinkat(entry.directory, entry.name, AT_REMOVEDIR) == 0) return true;
+    if (!staging.directory) return errno == ENOENT;
+    // It may have been moved or removed, even after it was seen there.
     struct stat status {};
     const bool isGone = fstat(directory, &status) == 0 && status.st_nlink == 0;
     return isGone || removeWhereItIs(directory);

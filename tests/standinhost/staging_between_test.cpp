@@ -143,13 +143,29 @@ TEST(Between, RemovesTheStagingDirectoryOnlyFromItsOwnParent) {
     InBetween between;
     between.beforeRemoving = [&](const std::string& name) {
         if (!name.ends_with("renamed")) return;
-        between.beforeRemoving = nullptr;
         fs::rename(dir / "elsewhere", dir / "gone");
         fs::create_directory_symlink("kept", dir / "elsewhere");
+        between.beforeRemoving = nullptr;
     };
     removeExtractionTree(staging);
     EXPECT_TRUE(fs::exists(dir / "kept/renamed"));
     EXPECT_FALSE(fs::exists(dir / "gone/renamed"));
+}
+
+TEST(Between, RemovesAStagingDirectoryThatIsMovedRightBefore) {
+    const TempDir dir;
+    fs::create_directory(dir / "elsewhere");
+    const fs::path staging = stageNewTree(dir / "out", false);
+    const fs::path directory = directoryOf(staging);
+    InBetween between;
+    between.beforeRemoving = [&](const std::string& name) {
+        if (name != directory.filename()) return;
+        fs::rename(directory, dir / "elsewhere/moved");
+        between.beforeRemoving = nullptr;
+    };
+    removeExtractionTree(staging);
+    EXPECT_EQ(treeAt(dir.path()), (Tree{{"elsewhere", "/"}}));
+    EXPECT_FALSE(takeLeftover());
 }
 
 TEST(Between, RemovesMadeParentsOnlyFromTheirOwnParents) {
@@ -159,9 +175,9 @@ TEST(Between, RemovesMadeParentsOnlyFromTheirOwnParents) {
     InBetween between;
     between.beforeRemoving = [&](const std::string& name) {
         if (fs::path(name).filename() != "b") return;
-        between.beforeRemoving = nullptr;
         fs::rename(dir / "a", dir / "gone");
         fs::create_directory_symlink("kept", dir / "a");
+        between.beforeRemoving = nullptr;
     };
     removeExtractionTree(staging);
     EXPECT_EQ(treeAt(dir.path()),
