@@ -9,8 +9,8 @@ namespace vesk::commandline {
 
 /// Makes the standard streams safe to use in whatever state the process was started. A closed one
 /// becomes /dev/null, so that no file opened later takes its number and is written to by accident.
-/// A broken pipe or a limit on the size of files no longer kills the process. Reads the locale,
-/// which tells what a terminal can show.
+/// A broken pipe or a limit on the size of files no longer kills the process. If standard error is
+/// a terminal, reads the locale, which tells what it can show.
 void prepareStandardStreams();
 
 /// Returns `text` as standard error should show it. On a terminal every byte that is not part of a
