@@ -4,7 +4,7 @@ import dataclasses
 import enum
 
 VESK = "vesk-archive"
-FLOOR = "floor"  # the least work that the same archive takes
+FLOOR = "floor"  # the same in memory by plain system calls, and nothing else
 
 # Owner, mode, time and order are fixed, as in what vesk-archive makes.
 GNU_TAR = (
@@ -112,7 +112,7 @@ class Job:
 
 JOBS = [
     Job("make-tar", "make a TAR archive", MAKE_TAR),
-    Job("make-tgz", "make a gzip-compressed TAR archive", MAKE_TGZ),
+    Job("make-tgz", "make a TAR archive in a gzip member", MAKE_TGZ),
     Job("unpack-tar", "unpack a TAR archive", UNPACK_TAR, ".tar"),
     Job("unpack-tgz", "unpack a gzip member as vesk-archive writes it", UNPACK_TGZ, ".tgz"),
     Job("unpack-tgz6", "unpack a gzip member that gzip -6 wrote", UNPACK_TGZ, ".6.tgz"),

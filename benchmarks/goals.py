@@ -61,14 +61,21 @@ class Verdict:
     reached: bool
 
 
-def compare(result, contender, value="wall"):
-    """Returns the ratio of the medians, and the lowest and highest ratio of one round's pair."""
-    theirs = [cost[value] for cost in result["costs"][contender]]
-    ours = [cost[value] for cost in result["costs"][VESK]][: len(theirs)]
-    pairs = [own / other if other else float("nan") for own, other in zip(ours, theirs)]
+def compare(result, contender, value="wall", own=VESK):
+    """Returns the ratio of the medians, and the lowest and highest ratio of one round's pair; of
+    the rounds that both took part in."""
+    rounds = list(zip(result["costs"][own], result["costs"][contender]))
+    ours, theirs = zip(*((one[value], other[value]) for one, other in rounds))
+    pairs = [one / other if other else float("nan") for one, other in zip(ours, theirs)]
     median = statistics.median(theirs)
     ratio = statistics.median(ours) / median if median else float("nan")
     return ratio, min(pairs), max(pairs)
+
+
+def measured_ratio(ratio, highest):
+    """Returns the ratio with two decimals, or with three where two hide that the goal is missed."""
+    text = f"{ratio:.2f}"
+    return f"{ratio:.3f}" if ratio > highest and text == f"{highest:.2f}" else text
 
 
 def number(count):
@@ -90,7 +97,7 @@ def time_verdicts(results):
             if not result:
                 continue
             ratio, low, high = compare(result, contender)
-            measured = f"{ratio:.2f} ({low:.2f} to {high:.2f})"
+            measured = f"{measured_ratio(ratio, highest)} ({low:.2f} to {high:.2f})"
             what = f"{job}, {data_set}: time against {contender}"
             yield Verdict(what, f"at most {highest:.2f}", measured, ratio <= highest)
 
@@ -100,7 +107,7 @@ def memory_verdicts(results):
     for job, name, size_of, factor in MEMORY:
         shares = []
         for (measured_job, data_set), result in results.items():
-            if measured_job == job:
+            if measured_job.removesuffix("@memory") == job:
                 bound = factor * size_of(result) + MEMORY_ALLOWANCE
                 shares.append((peak(result) / bound, peak(result), bound, data_set))
         if not shares:

@@ -15,9 +15,15 @@ How long `vesk-archive` takes, how much memory, and how both grow. Written by `s
 to get the page for your machine, or `scripts/bench --quick` for the main ratios in under two minutes.
 
 Every time is a ratio: the median of vesk-archive's wall times over the median of the other's, so 0.50
-means half the time. The floor is a program of plain system calls that does the least work that holding
-an archive whole takes: it makes the same archive, byte for byte. Times of different machines cannot be
-compared; ratios of one run can.
+means half the time. The floor is a program of plain system calls that holds the archive whole, too, and
+does nothing else: no check, no host, no message. Times of different machines cannot be compared; ratios
+of one run can.
+"""
+
+LEGEND = """\
+- in memory: what is made lies on a memory file system
+- `make-tgz`: makes the archive in a gzip member; vesk-archive compresses nothing there
+- `unpack-tgz6`: unpacks what gzip -6 has compressed
 """
 
 PICTURES = """
@@ -29,30 +35,37 @@ PICTURES = """
 DETAILS_HEAD = """\
 # Performance in detail
 
-Everything that the run behind [the page]({page}) has measured. The spread after a ratio is the lowest
-and the highest ratio among the pairs of one round each.
+Everything that the run behind [the page]({page}) has measured. Time, user and system time are
+vesk-archive's over the other's; the spread after a ratio is the lowest and the highest ratio among the
+pairs of one round each. "Over the floor" is the other's time over the floor's; the columns after system
+time are the other's own. A dash stands for what was not measured or cannot be divided by.
 """
 
 METHOD = """\
 ## Method
 
-- All contenders of a job run in turn, round after round, and the order is turned round each time.
-  Each runs once beforehand, to warm the caches, and what that gave is checked: archives are listed,
-  and ours also unpacked by GNU tar; trees are compared with the source byte by byte. Where the
-  column "rounds" says 1, that run is the one shown.
+- All contenders of a job run in turn, round after round, every second round in reverse order. Each
+  runs once beforehand, to warm the caches, and what that gave is checked: archives are listed, and
+  ours also unpacked by GNU tar; trees are compared with the source byte by byte. Where one round is
+  all there is time for, that run is the one shown.
 - A whole process is timed, or a whole pipeline, from before the first start to after the last end.
   User and system time are summed over a pipeline, page faults (those without reading) too; peak
-  memory is that of its largest process. `sync` is run before each, outside the time.
+  memory is that of its largest process, and never less than the 2.6 MB of the program that starts
+  it. `sync` is run before each, outside the time.
+- vesk-archive runs with --quiet. Without it, it also looks for what is worth a remark: at the names in
+  the source, or at the headers of the archive.
 - Between the runs the benchmark holds the free memory, in large pages, and gives back what a run may
   take just before it: the host of a virtual machine may take back what lies free for some seconds,
-  and whoever gets such memory next pays for it, several times the length of the run. It begins with
-  empty caches, and outputs leave the page cache once they have been measured: they would break the
-  free memory up, and vesk-archive was seen to take up to four times as long where it got none in
-  large pages. Nobody else should need memory meanwhile. A quick run has no time to fetch and hold
-  the memory: on such a machine its ratios are rougher.
+  and whoever gets such memory next pays for it, several times the length of the run. Nobody else
+  should need memory meanwhile. A quick run has no time to fetch and hold the memory: on such a
+  machine its ratios are rougher.
+- The benchmark begins with empty caches, and outputs leave the page cache once they have been
+  measured. They would break the free memory up, and vesk-archive was seen to take up to four times
+  as long where it got none in large pages.
 - Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
-  For the same reason, wait some minutes between two runs.
+  For the same reason, wait some minutes between two runs. A full run takes about an hour and 30 GB
+  of disk space.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
 - System calls are counted by `strace -f -c` in a run of their own, instructions in user space by
   `valgrind --tool=callgrind`, allocations by `valgrind --tool=dhat`; all with the start-up.
@@ -86,8 +99,7 @@ def over_floor(result, contender):
     """How many times the floor's time a contender takes."""
     if FLOOR not in result["costs"]:
         return "-"
-    floor = goals.median_of(result, FLOOR, "wall")
-    return f"{goals.median_of(result, contender, 'wall') / floor:.2f}"
+    return f"{goals.compare(result, FLOOR, own=contender)[0]:.2f}"
 
 
 def contender_row(result, contender):
@@ -109,7 +121,7 @@ def contender_row(result, contender):
 JOB_HEAD = [
     "vesk-archive against",
     "time",
-    "its time over the floor's",
+    "over the floor",
     "user",
     "system",
     "peak MB",
@@ -143,6 +155,10 @@ def growth_row(name, data_set, result, base):
         f"{other}: {ratio_text(result, other)}",
         f"{goals.peak(result) / 1e6:.1f}",
     ]
+
+
+# Series and the data set in it that the others are compared with: what is counted.
+GROWTH_BASES = {("empty", "empty-10000"): "file", ("single", "single-64MiB"): "byte"}
 
 
 def growth_section(results, series, base_name, title):
@@ -221,13 +237,13 @@ def commands():
     return text
 
 
-def data(results):
+def data(results, chosen):
     text = ""
     for data_set in DATA_SETS:
         sizes = next((r for (_, name), r in results.items() if name == data_set.name), None)
-        if sizes:
+        if sizes and data_set.name in chosen:
             text += f"- `{data_set.name}`: {data_set.what}"
-            text += f" ({sizes['files']:,} files, {sizes['bytes'] / 1e6:,.1f} MB)\n"
+            text += f" (files: {sizes['files']:,}; MB: {sizes['bytes'] / 1e6:,.1f})\n"
     return text
 
 
@@ -236,6 +252,7 @@ def goal_section(results):
     reached = sum(verdict.reached for verdict in judged)
     rows = [[v.what, v.goal, v.measured, "reached" if v.reached else "**missed**"] for v in judged]
     text = f"\n## Goals: {reached} of {len(judged)} reached\n\n"
+    text += "`docs/where-time-goes.md` says what stands between vesk-archive and those it misses.\n\n"
     return text + table(["", "goal", "measured", ""], rows)
 
 
@@ -255,6 +272,12 @@ def main_section(results):
     """The one table of the page: a row for each question, a column for each tree and place."""
     head = [""] + [name + (", in memory" if place else "") for name, place in MAIN_PLACES]
     rows = []
+    for job in ("make-tar", "unpack-tar"):
+        row = [f"{job}: vesk-archive's time in seconds"]
+        for name, place in MAIN_PLACES:
+            result = results.get((job + place, name))
+            row.append(f"{goals.median_of(result, VESK, 'wall'):.2f}" if result else "-")
+        rows.append(row)
     for job, contender in MAIN_RATIOS:
         row = [f"{job}: time against {contender}"]
         for name, place in MAIN_PLACES:
@@ -268,23 +291,24 @@ def main_section(results):
             result = results.get((job + place, name))
             row.append(f"{goals.peak(result) / result['tar']:.2f}" if result else "-")
         rows.append(row)
-    return "\n" + table(head, rows)
+    trees = data(results, {name for name, _ in MAIN_PLACES})
+    return "\n" + table(head, rows) + "\n" + trees + LEGEND
 
 
-def growth_sentence(results):
-    """Says how the cost of one file and of one byte changes with their number."""
+def growth_sentences(results):
+    """Says how the cost of one file and of one byte changes from a data set that hides the start-up
+    to the largest."""
     text = ""
-    for series, what in (("empty", "file"), ("single", "byte")):
-        members = [d for d in DATA_SETS if d.series == series and d.scale >= 1_000]
-        members = [d for d in members if d.name != "single-1KiB"]
+    for (series, base_name), what in GROWTH_BASES.items():
+        base = next(d for d in DATA_SETS if d.name == base_name)
+        last = [d for d in DATA_SETS if d.series == series][-1]
         for job in ("make-tar", "unpack-tar"):
-            costs = {d.name: results.get((job, d.name)) for d in members}
-            if not all(costs.values()):
+            ends = [results.get((job, data_set.name)) for data_set in (base, last)]
+            if not all(ends):
                 continue
-            units = [unit_time(costs[d.name], d.scale) for d in members]
-            growth = units[-1] / units[0]
-            text += f"- {job}: a {what} among {members[-1].what} costs {growth:.2f} of one among"
-            text += f" {members[0].what}.\n"
+            growth = unit_time(ends[1], last.scale) / unit_time(ends[0], base.scale)
+            text += f"- {job}: each {what} of {last.what} takes {growth:.2f} times as long as each of"
+            text += f" {base.what}, and {goals.peak(ends[1]) / 1e6:,.0f} MB are needed for all.\n"
     return "\nHow it grows:\n\n" + text if text else ""
 
 
@@ -304,24 +328,23 @@ def counted_section(results):
 def page(results, names):
     """Returns the page. `results` by job, with "@memory" appended there, and data set; `names` of
     the files beside it by what they hold."""
-    text = HEAD + main_section(results) + growth_sentence(results)
+    text = HEAD + main_section(results) + growth_sentences(results)
     text += PICTURES.format(**names) + goal_section(results)
     return text + f"\nEverything else: [performance in detail]({names['details']}).\n"
 
 
 def details(results, names, workspace, command, circumstances):
     """Returns the second page: data, a table for each job, growth, method, machine, commands."""
-    text = DETAILS_HEAD.format(**names) + "\n## Data\n\n" + data(results)
+    text = DETAILS_HEAD.format(**names) + "\n## Data\n\n"
+    text += data(results, {data_set.name for data_set in DATA_SETS})
     for job in JOBS:
         sections = job_section(job, "", results) + job_section(job, "@memory", results)
         if sections:
             text += f"\n## {job.name}: {job.what}\n{sections}"
     text += counted_section(results)
-    growth = growth_section(results, "empty", "empty-10000", "file")
-    growth += "\n" if growth else ""
-    growth += growth_section(results, "single", "single-64MiB", "byte")
-    if growth:
-        text += "\n## Growth\n\n" + growth
+    growth = [growth_section(results, *base, what) for base, what in GROWTH_BASES.items()]
+    if any(growth):
+        text += "\n## Growth\n\n" + "\n".join(filter(None, growth))
     text += "\n" + METHOD + "\n## Machine and versions\n\n" + machine(workspace.directory)
     text += circumstances + "\n" + versions(workspace)
     return text + f"\n## Commands\n\nThis page: `{command}`\n" + commands()
