@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// vesk-floor: makes or unpacks a TAR archive that it holds in memory, by plain system calls and with
-// no other work. Measured beside vesk-archive, it shows how much of the time is vesk-archive's own.
+// vesk-floor: makes or unpacks a TAR archive that it holds in memory, by plain system calls and
+// without any other work. Measured beside vesk-archive, it shows how much of the time is
+// vesk-archive's own.
 //
 //     vesk-floor make SOURCE ARCHIVE
 //     vesk-floor unpack ARCHIVE DESTINATION
