@@ -67,8 +67,9 @@ METHOD = """\
   For the same reason, wait some minutes between two runs. A full run takes about an hour and 30 GB
   of disk space.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
-- System calls are counted by `strace -f -c` in a run of their own, instructions in user space by
-  `valgrind --tool=callgrind`, allocations by `valgrind --tool=dhat`; all with the start-up.
+- System calls are counted by `strace -f -c` in a run of their own, but for the look for signals that
+  comes once a millisecond; instructions in user space by `valgrind --tool=callgrind`, allocations by
+  `valgrind --tool=dhat`; all with the start-up.
 - The floor walks, sorts, opens, asks for the size and reads into one buffer in large pages, and writes
   once; or reads once, and opens, writes and closes each file below a directory that it holds open. It
   checks nothing and knows only what the data holds.
