@@ -65,7 +65,8 @@ def compare(result, contender, value="wall", own=VESK):
     """Returns the ratio of the medians, and the lowest and highest ratio of one round's pair; of
     the rounds that both took part in."""
     rounds = list(zip(result["costs"][own], result["costs"][contender]))
-    ours, theirs = zip(*((one[value], other[value]) for one, other in rounds))
+    ours = [one[value] for one, _ in rounds]
+    theirs = [other[value] for _, other in rounds]
     pairs = [one / other if other else float("nan") for one, other in zip(ours, theirs)]
     median = statistics.median(theirs)
     ratio = statistics.median(ours) / median if median else float("nan")

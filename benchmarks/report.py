@@ -50,7 +50,7 @@ METHOD = """\
   all there is time for, that run is the one shown.
 - A whole process is timed, or a whole pipeline, from before the first start to after the last end.
   User and system time are summed over a pipeline, page faults (those without reading) too; peak
-  memory is that of its largest process, and never less than the 2.6 MB of the program that starts
+  memory is that of its largest process, and never less than that of the small program that starts
   it. `sync` is run before each, outside the time.
 - vesk-archive runs with --quiet. Without it, it also looks for what is worth a remark: at the names in
   the source, or at the headers of the archive.
@@ -269,29 +269,25 @@ MAIN_RATIOS = [
 MAIN_PLACES = [("small", ""), ("real", ""), ("small", "@memory"), ("real", "@memory")]
 
 
+def main_row(results, job, what, cell):
+    """`cell` turns a result into what the table shows of it."""
+    measured = [results.get((job + place, name)) for name, place in MAIN_PLACES]
+    return [f"{job}: {what}"] + [f"{cell(result):.2f}" if result else "-" for result in measured]
+
+
 def main_section(results):
     """The one table of the page: a row for each question, a column for each tree and place."""
     head = [""] + [name + (", in memory" if place else "") for name, place in MAIN_PLACES]
     rows = []
     for job in ("make-tar", "unpack-tar"):
-        row = [f"{job}: vesk-archive's time in seconds"]
-        for name, place in MAIN_PLACES:
-            result = results.get((job + place, name))
-            row.append(f"{goals.median_of(result, VESK, 'wall'):.2f}" if result else "-")
-        rows.append(row)
-    for job, contender in MAIN_RATIOS:
-        row = [f"{job}: time against {contender}"]
-        for name, place in MAIN_PLACES:
-            result = results.get((job + place, name))
-            measured = result and contender in result["costs"]
-            row.append(f"{goals.compare(result, contender)[0]:.2f}" if measured else "-")
-        rows.append(row)
+        seconds = lambda result: goals.median_of(result, VESK, "wall")
+        rows.append(main_row(results, job, "vesk-archive's time in seconds", seconds))
+    for job, other in MAIN_RATIOS:
+        ratio = lambda result, other=other: goals.compare(result, other)[0]
+        rows.append(main_row(results, job, f"time against {other}", ratio))
     for job in ("make-tar", "make-tgz", "unpack-tar", "unpack-tgz6"):
-        row = [f"{job}: peak memory over the TAR stream's length"]
-        for name, place in MAIN_PLACES:
-            result = results.get((job + place, name))
-            row.append(f"{goals.peak(result) / result['tar']:.2f}" if result else "-")
-        rows.append(row)
+        share = lambda result: goals.peak(result) / result["tar"]
+        rows.append(main_row(results, job, "peak memory over the TAR stream's length", share))
     trees = data(results, {name for name, _ in MAIN_PLACES})
     return "\n" + table(head, rows) + "\n" + trees + LEGEND
 

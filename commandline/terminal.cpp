@@ -123,7 +123,7 @@ void prepareStandardStreams() {
     }
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
-    // To load a locale takes a twentieth of a short run, and only what a terminal shows needs it.
+    // Only what a terminal shows needs a locale, and loading one is a part of a short run's time.
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
     if (standardErrorIsTerminal()) std::setlocale(LC_CTYPE, "");
 }
