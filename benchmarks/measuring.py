@@ -8,6 +8,7 @@ import resource
 import shutil
 import subprocess
 import tempfile
+import time
 
 from contenders import FLOOR, VESK, Where, contenders_of
 
@@ -67,11 +68,14 @@ def uncache(path):
 class Ballast:
     """Memory that is held between the runs and given back for them, in use again and again.
 
-    The host of a virtual machine may take back what lies free for a while, and is slow to hand it
-    out again: a run that gets such memory can take several times as long as the next one."""
+    The host of a virtual machine may take back what lies free, and is slow to hand it out again: a
+    run that gets such memory can take several times as long as the next one. Linux reports all that
+    is free two seconds after something large was freed. So nothing is given back before that is
+    past; a run then has two seconds until the next report."""
 
     BLOCK = 64 << 20
     SPARE = 256 << 20  # is left free all the time, for everything else
+    REPORTED = 2.5  # seconds after something was freed, when the report is over
     FAULTS = 256  # of a block in large pages at most; in small ones it is 16,384
 
     def __init__(self, wanted):
@@ -79,9 +83,11 @@ class Ballast:
         self.blocks = []  # in large pages, which is how they are given back
         self.scattered = []  # the others, given back last
         self.content = b"\1" * self.BLOCK
+        self.held_at = time.monotonic()
 
     def hold(self):
         """Takes all free memory but the spare, if that is wanted."""
+        self.held_at = time.monotonic()
         free = free_memory() - self.SPARE
         while self.wanted and free >= self.BLOCK:
             self.take()
@@ -95,11 +101,21 @@ class Ballast:
         faults = resource.getrusage(resource.RUSAGE_SELF).ru_minflt - before
         (self.blocks if faults <= self.FAULTS else self.scattered).append(block)
 
+    def wait_for_report(self):
+        """Waits until no report is due for what was freed before the last hold()."""
+        if self.wanted:
+            time.sleep(max(0, self.held_at + self.REPORTED - time.monotonic()))
+
     def give_back(self, wanted):
-        """Gives back at least `wanted` bytes, or what there is."""
+        """Gives back at least `wanted` bytes, or what there is, and fetches the spare: small pages
+        are taken from that before a block is broken up."""
+        if not self.wanted:
+            return
         while wanted > 0 and (self.blocks or self.scattered):
             (self.blocks or self.scattered).pop().close()
             wanted -= self.BLOCK
+        flags = mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE
+        mmap.mmap(-1, self.SPARE, flags=flags).close()
 
 
 class Workspace:
@@ -312,6 +328,8 @@ class Contest:
         os.sync()  # so that nobody pays for what the one before left unwritten
         measure = f"{self.workspace.build}/bin/vesk-measure"
         source = self.workspace.source(self.data_set)
+        if self.taken() > Ballast.BLOCK:
+            self.workspace.ballast.wait_for_report()
         self.give_back_memory()
         lines = run([measure, stdout, *words], cwd=source).decode().split("\n")
         self.workspace.ballast.hold()
@@ -337,11 +355,15 @@ class Contest:
         if not self.quick:
             uncache(out)
 
+    def taken(self):
+        """Returns as many bytes as any contender takes, its output in the page cache included."""
+        return 4 * self.sizes["bytes"] + 8192 * self.sizes["files"]
+
     def give_back_memory(self):
-        """Gives back as much as any contender takes, its output in the page cache included. Where
-        less than some ten times the output is at hand, the system begins to write to the disk during
-        the run, and a run may have to wait for that."""
-        taken = 4 * self.sizes["bytes"] + 8192 * self.sizes["files"] + (256 << 20)
+        """Gives back what any contender takes, and a spare. Where less than some ten times the
+        output is at hand, the system begins to write to the disk during the run, and a run may have
+        to wait for that."""
+        taken = self.taken() + Ballast.SPARE
         unhurried = 0 if self.memory else min(16 * self.sizes["bytes"], MOST_UNHURRIED)
         self.workspace.ballast.give_back(max(taken, unhurried))
 

@@ -55,17 +55,17 @@ METHOD = """\
 - vesk-archive runs with --quiet. Without it, it also looks for what is worth a remark: at the names in
   the source, or at the headers of the archive.
 - Between the runs the benchmark holds the free memory, in large pages, and gives back what a run may
-  take just before it: the host of a virtual machine may take back what lies free for some seconds,
-  and whoever gets such memory next pays for it, several times the length of the run. Nobody else
-  should need memory meanwhile. A quick run has no time to fetch and hold the memory: on such a
-  machine its ratios are rougher.
+  take just before it: the host of a virtual machine may take back what lies free for two seconds,
+  and whoever gets such memory next pays for it, several times the length of the run. Before a run
+  that takes much memory it waits, so that no memory is taken back during the run. Nobody else should
+  need memory meanwhile. A quick run has no time for this: on such a machine its ratios are rougher.
 - The benchmark begins with empty caches, and outputs leave the page cache once they have been
   measured. They would break the free memory up, and vesk-archive was seen to take up to four times
   as long where it got none in large pages.
 - Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
   many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
-  For the same reason, wait some minutes between two runs. A full run takes about an hour and 30 GB
-  of disk space.
+  For the same reason, wait some minutes between two runs. A full run takes about an hour and a half
+  and 50 GB of disk space.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
 - System calls are counted by `strace -f -c` in a run of their own, but for the look for signals that
   comes once a millisecond; instructions in user space by `valgrind --tool=callgrind`, allocations by
