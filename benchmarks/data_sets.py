@@ -101,7 +101,7 @@ def single(label, size, rounds):
 
 # Those of few files are placed where the file system has to recover after deleting many.
 DATA_SETS = [
-    DataSet("small", "20,000 files of 0 to 16 KiB of text in 400 directories", fill_small, 9),
+    DataSet("small", "20,000 files of 0 to 16 KiB of text in 400 directories", fill_small, 7),
     DataSet(
         "large",
         "one file of 1 GiB and ten of 50 MiB, incompressible",
@@ -113,7 +113,7 @@ DATA_SETS = [
     single("1 MiB", MIB, 15),
     single("64 MiB", 64 * MIB, 5),
     single("3 GiB", 3 * GIB, 1),
-    DataSet("real", "/usr/include and /usr/share/doc, copied without links", fill_real, 9),
+    DataSet("real", "/usr/include and /usr/share/doc, copied without links", fill_real, 7),
     empty(1_000, 9),
     empty(10_000, 5),
     empty(100_000, 2),

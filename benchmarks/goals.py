@@ -61,6 +61,11 @@ class Verdict:
     reached: bool
 
 
+def has_time_goal(job, data_set):
+    """Says whether a goal needs the times of this pair."""
+    return any(name == job and data_set in data_sets for name, data_sets, *_ in TIMES)
+
+
 def compare(result, contender, value="wall", own=VESK):
     """Returns the ratio of the medians, and the lowest and highest ratio of one round's pair; of
     the rounds that both took part in."""

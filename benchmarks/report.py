@@ -62,10 +62,10 @@ METHOD = """\
 - The benchmark begins with empty caches, and outputs leave the page cache once they have been
   measured. They would break the free memory up, and vesk-archive was seen to take up to four times
   as long where it got none in large pages.
-- Sources are in the page cache. Outputs get new names and stay till later: for some minutes after
-  many files have been deleted, ext4 is several times slower at making new ones, and unevenly so.
-  For the same reason, wait some minutes between two runs. A full run takes about an hour and a half
-  and 50 GB of disk space.
+- What a run reads is read right before it, so that it is in the page cache. Outputs get new names
+  and stay till later: for some minutes after many files have been deleted, ext4 is several times
+  slower at making new ones, and unevenly so. For the same reason, wait some minutes between two runs.
+  A full run takes about an hour and a half and 50 GB of disk space.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
 - System calls are counted by `strace -f -c` in a run of their own, but for the look for signals that
   comes once a millisecond; instructions in user space by `valgrind --tool=callgrind`, allocations by
