@@ -22,7 +22,7 @@ def arguments():
         description="Compares vesk-archive with other archivers; prints one page of ratios.",
     )
     parser.add_argument(
-        "--quick", action="store_true", help="the main ratios, in under two minutes"
+        "--quick", action="store_true", help="the main ratios, in two minutes after the build"
     )
     parser.add_argument(
         "--only",

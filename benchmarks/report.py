@@ -12,7 +12,7 @@ HEAD = """\
 # Performance
 
 How long `vesk-archive` takes, how much memory, and how both grow. Written by `scripts/bench`; run that
-to get the page for your machine, or `scripts/bench --quick` for the main ratios in under two minutes.
+to get the page for your machine, or `scripts/bench --quick` for the main ratios in two minutes after the build.
 
 Every time is a ratio: the median of vesk-archive's wall times over the median of the other's, so 0.50
 means half the time. The floor is a program of plain system calls that holds the archive whole, too, and
