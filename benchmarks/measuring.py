@@ -75,7 +75,7 @@ class Ballast:
     past; a run then has two seconds until the next report."""
 
     BLOCK = 64 << 20
-    SPARE = 512 << 20  # is left free all the time: near its end, the system empties the page cache
+    SPARE = 512 << 20  # is left free all the time: with less, the page cache is emptied in part
     REPORTED = 2.5  # seconds after something was freed, when the report is over
     FAULTS = 256  # of a block in large pages at most; in small ones it is 16,384
 

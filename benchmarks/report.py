@@ -12,7 +12,8 @@ HEAD = """\
 # Performance
 
 How long `vesk-archive` takes, how much memory, and how both grow. Written by `scripts/bench`; run that
-to get the page for your machine, or `scripts/bench --quick` for the main ratios in two minutes after the build.
+to get the page for your machine, or `scripts/bench --quick` for the main ratios in two minutes after
+the build.
 
 Every time is a ratio: the median of vesk-archive's wall times over the median of the other's, so 0.50
 means half the time. The floor is a program of plain system calls that holds the archive whole, too, and
@@ -65,7 +66,7 @@ METHOD = """\
 - What a run reads is read right before it, so that it is in the page cache. Outputs get new names
   and stay till later: for some minutes after many files have been deleted, ext4 is several times
   slower at making new ones, and unevenly so. For the same reason, wait some minutes between two runs.
-  A full run takes about an hour and a half and 50 GB of disk space.
+  A full run takes about an hour and a half and 30 GB of disk space.
 - Outputs lie on the file system of the sources; where it says "memory", on a memory file system.
 - System calls are counted by `strace -f -c` in a run of their own, but for the look for signals that
   comes once a millisecond; instructions in user space by `valgrind --tool=callgrind`, allocations by
